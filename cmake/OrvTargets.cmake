@@ -1,0 +1,91 @@
+# What every target of the tree shares: language level, warnings, the packaged platform
+# libraries, and one function per kind of target so that a folder's CMakeLists.txt only names
+# its sources and the folders it builds on.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
+
+find_program(ORV_CCACHE ccache)
+if(ORV_CCACHE)
+    set(CMAKE_CXX_COMPILER_LAUNCHER ${ORV_CCACHE})
+endif()
+
+find_package(Threads REQUIRED)
+find_package(PkgConfig REQUIRED)
+
+# Sanitizers: "address;undefined", "thread", set by the presets.
+set(ORV_SANITIZE "" CACHE STRING "Sanitizers to build with")
+
+add_library(orv_flags INTERFACE)
+target_compile_options(orv_flags INTERFACE
+    -Wall -Wextra -Werror -Wshadow -Wnon-virtual-dtor -Wcast-qual -Wformat=2 -Wvla
+    $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
+target_compile_definitions(orv_flags INTERFACE _FILE_OFFSET_BITS=64)
+if(ORV_SANITIZE)
+    string(REPLACE ";" "," orv_sanitize_list "${ORV_SANITIZE}")
+    target_compile_options(orv_flags INTERFACE -fsanitize=${orv_sanitize_list}
+        -fno-omit-frame-pointer -fno-sanitize-recover=all)
+    target_link_options(orv_flags INTERFACE -fsanitize=${orv_sanitize_list})
+endif()
+
+# The packaged platform utilities (RefBase, sp/wp, Thread, String8/16, Vector) live in a private
+# library folder and come without pkg-config data.
+find_path(ORV_ANDROID_INCLUDE utils/RefBase.h PATH_SUFFIXES android REQUIRED)
+find_library(ORV_ANDROID_UTILS utils PATH_SUFFIXES android REQUIRED)
+get_filename_component(ORV_ANDROID_LIBDIR ${ORV_ANDROID_UTILS} DIRECTORY)
+add_library(orv_android INTERFACE)
+target_include_directories(orv_android SYSTEM INTERFACE ${ORV_ANDROID_INCLUDE})
+target_link_libraries(orv_android INTERFACE ${ORV_ANDROID_UTILS} Threads::Threads)
+target_link_options(orv_android INTERFACE -Wl,-rpath,${ORV_ANDROID_LIBDIR})
+
+# The host's half of the platform headers: <media/...>, <gui/...>, <dtv/...> ...
+add_library(orv_platform_headers INTERFACE)
+target_include_directories(orv_platform_headers INTERFACE ${CMAKE_SOURCE_DIR}/platform/include)
+target_link_libraries(orv_platform_headers INTERFACE orv_flags orv_android)
+
+# orv_platform_library(NAME SOURCES a.cpp ... DEPS target ...): one service of the host.
+function(orv_platform_library name)
+    cmake_parse_arguments(ARG "" "" "SOURCES;DEPS" ${ARGN})
+    add_library(${name} STATIC ${ARG_SOURCES})
+    target_include_directories(${name} PUBLIC ${CMAKE_SOURCE_DIR}/platform)
+    target_link_libraries(${name} PUBLIC orv_platform_headers ${ARG_DEPS})
+endfunction()
+
+# orv_player_library(NAME SOURCES a.cpp ... DEPS target ...): one folder of the player. It sees the
+# host only through the platform headers, and no exceptions are used in it.
+function(orv_player_library name)
+    cmake_parse_arguments(ARG "" "" "SOURCES;DEPS" ${ARGN})
+    add_library(${name} STATIC ${ARG_SOURCES})
+    target_include_directories(${name} PUBLIC ${CMAKE_SOURCE_DIR}/src)
+    target_compile_options(${name} PRIVATE -fno-exceptions)
+    target_link_libraries(${name} PUBLIC orv_platform_headers ${ARG_DEPS})
+endfunction()
+
+# orv_test(NAME SOURCES a.cpp ... DEPS target ... [TIMEOUT s]): one GoogleTest program.
+function(orv_test name)
+    cmake_parse_arguments(ARG "" "TIMEOUT" "SOURCES;DEPS" ${ARGN})
+    if(NOT ARG_TIMEOUT)
+        set(ARG_TIMEOUT 120)
+    endif()
+    add_executable(${name} ${ARG_SOURCES})
+    target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR}/tests)
+    target_link_libraries(${name} PRIVATE orv_flags ${ARG_DEPS} GTest::gmock GTest::gtest_main)
+    add_test(NAME ${name} COMMAND ${name})
+    set_tests_properties(${name} PROPERTIES TIMEOUT ${ARG_TIMEOUT}
+        ENVIRONMENT "TSAN_OPTIONS=suppressions=${CMAKE_SOURCE_DIR}/cmake/tsan.supp halt_on_error=1")
+endfunction()
+
+# orv_fuzzer(NAME SOURCES a.cpp ... DEPS target ...): one libFuzzer program.
+function(orv_fuzzer name)
+    cmake_parse_arguments(ARG "" "" "SOURCES;DEPS" ${ARGN})
+    add_executable(${name} ${ARG_SOURCES})
+    target_link_libraries(${name} PRIVATE orv_flags ${ARG_DEPS})
+    target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+endfunction()

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <cstdint>
+
+// The trace library: one function through which every log line of the player goes.
+//
+// A caller stores where it stands in the two location variables and then calls
+// OneSegPGL_TraceOut. The variables belong to the calling thread, so lines of different threads
+// never mix. A line that the filter rejects costs one comparison: nothing is formatted.
+//
+// Filter and target come from the environment, read once by OneSegPGL_InitializeDebug (or by the
+// first line): ORV_TRACE is "error", "warning" (the default), "info", "entry" or "off", and
+// ORV_TRACE_FILE names a file to write to instead of standard error. Lines are handed to a writer
+// thread over a bounded queue that drops its oldest line when full: tracing never blocks a caller.
+
+extern "C" {
+
+extern constinit thread_local const char* OneSegPGL_TraceFile;
+extern constinit thread_local int OneSegPGL_TraceLine;
+
+// Reads the environment and starts the writer. Further calls do nothing. Thread-safe.
+void OneSegPGL_InitializeDebug();
+
+// True when a line of this mask would be written. Lock-free.
+bool OneSegPGL_IsTraced(uint32_t mask);
+
+// Writes one line, format and arguments as for printf. The mask's top nibble is the level
+// (0x1 entry, 0x2 information, 0x4 warning, 0x8 error), its low part the component.
+void OneSegPGL_TraceOut(uint32_t mask, const char* format, ...)
+    __attribute__((format(printf, 2, 3)));
+
+// Writes out what is queued; at most a second. For the end of a program.
+void OneSegPGL_Flush();
+}
