@@ -70,7 +70,8 @@ public:
     unsigned int getFreeSpace() const { return mSize - getDataSize(); }
     unsigned int getSize() const { return mSize; }
 
-    // Empties the buffer. Both modules must have stopped and released their locks.
+    // Empties the buffer: takes both locks (the only place that does), so either module may be
+    // between two records, and waits while one holds its lock.
     void reset();
 
     // An 80-column bar of the occupancy in terminal colours.
