@@ -58,9 +58,9 @@ public:
         // but is then written to.
         android::status_t release(int slot);
 
-        // Called after each picture queued, on the thread that queued it: it must not wait and
-        // must not set the listener. An empty function ends it: when this returns, no call is
-        // running. Calls to this queue are fine.
+        // Called after each picture queued, on the thread that queued it: it must not wait,
+        // set the listener or drop the last reference to the consumer. An empty function ends it:
+        // when this returns, no call is running. Calls to this queue are fine.
         void setFrameAvailableListener(std::function<void()> listener);
 
         // What the window's NATIVE_WINDOW_WIDTH and _HEIGHT answer, in pixels; 0 until then.

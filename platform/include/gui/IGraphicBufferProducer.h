@@ -64,11 +64,12 @@ public:
     virtual status_t dequeueBuffer(int* slot, uint32_t width, uint32_t height, PixelFormat format,
                                    uint64_t usage) = 0;
 
-    // Hands a written picture to the consumer, or a lent one back (`input` is then unused and the
-    // consumer sees nothing). BAD_VALUE when the producer does not hold the slot.
+    // Hands a written picture to the consumer. BAD_VALUE when the producer does not hold the slot
+    // for writing.
     virtual status_t queueBuffer(int slot, const QueueBufferInput& input) = 0;
 
-    // Gives a slot back without showing it.
+    // Gives a slot back without showing it; a lent picture goes back only this way. BAD_VALUE when
+    // the producer does not hold the slot.
     virtual status_t cancelBuffer(int slot) = 0;
 
     // Answers a NATIVE_WINDOW_ question; BAD_VALUE for an unknown one. Needs no connection.

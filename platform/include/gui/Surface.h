@@ -63,7 +63,7 @@ protected:
 private:
     struct Slot {
         sp<GraphicBuffer> buffer;
-        bool held = false;  // between dequeue and queue or cancel
+        bool held = false;  // by a writer, between dequeue and queue or cancel
     };
 
     static int hookQuery(const ANativeWindow* window, int what, int* value);
@@ -73,13 +73,19 @@ private:
     static int hookCancelBuffer(ANativeWindow* window, ANativeWindowBuffer* buffer, int fenceFd);
 
     status_t dequeue(uint32_t bufferWidth, uint32_t bufferHeight, PixelFormat bufferFormat,
-                     uint64_t bufferUsage, sp<GraphicBuffer>* buffer);
-    int takeHeldSlot(const ANativeWindowBuffer* buffer);
+                     uint64_t bufferUsage, int* slot, sp<GraphicBuffer>* buffer);
+    status_t bufferOf(int slot, int dequeueResult, sp<GraphicBuffer>* buffer);
+    status_t checkResult(status_t status);
+    int takeHeldSlot(const sp<GraphicBuffer>& buffer);
+    status_t lend(ANativeWindowBuffer** buffer);
+    status_t takeBack(const ANativeWindowBuffer* buffer);
 
     const sp<IGraphicBufferProducer> mProducer;
 
     std::mutex mLock;  // a leaf: never held across a call to the producer
     Slot mSlots[IGraphicBufferProducer::BUFFER_SLOTS];
+    sp<GraphicBuffer> mLentBuffer;  // kept over a disconnect: its reader has no reference
+    int mLentSlot = -1;
     bool mHasCrop = false;
     android_native_rect_t mCrop = {0, 0, -1, -1};
 };
