@@ -1,0 +1,299 @@
+#include <aac/TransportDecoder.h>
+
+#include <cstring>
+#include <memory>
+#include <new>
+#include <utility>
+
+#include "aac/AdtsFraming.h"
+#include "aac/LoasFraming.h"
+
+struct FDK_BITSTREAM : orvhost::AacBitReader {
+    using AacBitReader::AacBitReader;
+};
+
+// Buffer, search for sync and pace; what a frame looks like is the framing's knowledge.
+//
+// In sync the next frame must start where the last one ended. Out of sync a frame start counts only
+// if another one follows it, as far as the bytes to tell are there: a stream of single frames
+// loses nothing by that, and chance matches in other data seldom pass.
+struct TRANSPORTDEC {
+public:
+    explicit TRANSPORTDEC(std::unique_ptr<orvhost::AacFraming> framing)
+        : mFraming(std::move(framing)) {}
+
+    bool allocate() {
+        mBuffer.reset(new (std::nothrow) uint8_t[kCapacity]);
+        return mBuffer != nullptr;
+    }
+
+    void setCallback(cbUpdateConfig_t callback, void* context) {
+        mCallback = callback;
+        mContext = context;
+    }
+
+    unsigned fill(const unsigned char* data, unsigned size);
+    TRANSPORTDEC_ERROR readAccessUnit();
+
+    FDK_BITSTREAM mBits;
+    unsigned mUnitBits = 0;
+
+private:
+    // The largest audio PES packet and what the one before left: a packet is taken at one go. As
+    // a whole frame always fits, full never means waiting for more.
+    static constexpr size_t kCapacity = 128 * 1024;
+    static_assert(kCapacity > orvhost::AacFraming::kMaxFrameSize);
+
+    size_t available() const { return mEnd - mBegin; }
+    const uint8_t* front() const { return mBuffer.get() + mBegin; }
+
+    TRANSPORTDEC_ERROR locateFrame();
+    TRANSPORTDEC_ERROR searchFrame();
+    TRANSPORTDEC_ERROR takeFrame();
+    bool announceConfig();
+    void openUnit(size_t index);
+    void passFrame();
+    TRANSPORTDEC_ERROR loseSync();
+
+    std::unique_ptr<orvhost::AacFraming> mFraming;
+    std::unique_ptr<uint8_t[]> mBuffer;
+    size_t mBegin = 0;      // of the frame in hand, or where to look for the next
+    size_t mEnd = 0;        // of the bytes
+    size_t mFrameSize = 0;  // of the frame in hand, complete in the buffer
+    size_t mNextUnit = 0;   // in the frame in hand
+    bool mHasFrame = false;
+    bool mInSync = false;
+
+    cbUpdateConfig_t mCallback = nullptr;
+    void* mContext = nullptr;
+    CSAudioSpecificConfig mAnnounced;
+    bool mHasAnnounced = false;
+};
+
+unsigned TRANSPORTDEC::fill(const unsigned char* data, unsigned size) {
+    mBits = FDK_BITSTREAM();
+    if (size > kCapacity - mEnd && mBegin != 0) {
+        // What is left is mostly less than a frame, and this comes once in many frames.
+        memmove(mBuffer.get(), front(), available());
+        mEnd -= mBegin;
+        mBegin = 0;
+    }
+    const size_t room = kCapacity - mEnd;
+    const unsigned taken = size < room ? size : static_cast<unsigned>(room);
+    memcpy(mBuffer.get() + mEnd, data, taken);
+    mEnd += taken;
+    return taken;
+}
+
+TRANSPORTDEC_ERROR TRANSPORTDEC::readAccessUnit() {
+    mBits = FDK_BITSTREAM();
+    mUnitBits = 0;
+    if (mHasFrame) {
+        if (mNextUnit < mFraming->unitCount()) {
+            openUnit(mNextUnit++);
+            return TRANSPORTDEC_OK;
+        }
+        passFrame();
+    }
+    for (;;) {
+        TRANSPORTDEC_ERROR result = mInSync ? locateFrame() : searchFrame();
+        if (result == TRANSPORTDEC_OK) {
+            result = takeFrame();
+        }
+        if (result != TRANSPORTDEC_OK) {
+            return result;
+        }
+        if (mFraming->unitCount() != 0) {
+            openUnit(0);
+            mNextUnit = 1;
+            return TRANSPORTDEC_OK;
+        }
+        passFrame();  // a frame that only fills time or completes no unit yet
+    }
+}
+
+TRANSPORTDEC_ERROR TRANSPORTDEC::locateFrame() {
+    const size_t size = available();
+    if (size == 0) {
+        return TRANSPORTDEC_NOT_ENOUGH_BITS;
+    }
+    if (!mFraming->startsFrame(front(), size)) {
+        return loseSync();
+    }
+    if (size < mFraming->headerSize()) {
+        return TRANSPORTDEC_NOT_ENOUGH_BITS;
+    }
+    mFrameSize = mFraming->frameSize(front());
+    if (mFrameSize == 0) {
+        return loseSync();
+    }
+    return size < mFrameSize ? TRANSPORTDEC_NOT_ENOUGH_BITS : TRANSPORTDEC_OK;
+}
+
+TRANSPORTDEC_ERROR TRANSPORTDEC::searchFrame() {
+    const size_t from = mBegin;
+    while (mBegin < mEnd) {
+        const void* found = memchr(front(), mFraming->syncByte(), available());
+        if (found == nullptr) {
+            mBegin = mEnd;
+            break;
+        }
+        mBegin = static_cast<size_t>(static_cast<const uint8_t*>(found) - mBuffer.get());
+        if (mFraming->startsFrame(front(), available())) {
+            const TRANSPORTDEC_ERROR result = locateFrame();
+            if (result != TRANSPORTDEC_OK) {
+                return result;
+            }
+            const size_t behind = available() - mFrameSize;
+            if (behind == 0 || mFraming->follows(front(), front() + mFrameSize, behind)) {
+                return TRANSPORTDEC_OK;
+            }
+        }
+        mBegin++;
+    }
+    return mBegin != from ? TRANSPORTDEC_SYNC_ERROR : TRANSPORTDEC_NOT_ENOUGH_BITS;
+}
+
+// Reads the complete frame at the front and makes it the frame in hand.
+TRANSPORTDEC_ERROR TRANSPORTDEC::takeFrame() {
+    const size_t behind = available() - mFrameSize;
+    const bool followed = behind != 0 && mFraming->follows(front(), front() + mFrameSize, behind);
+    orvhost::AacParse parsed = mFraming->parse(front(), mFrameSize);
+    if (parsed == orvhost::AacParse::Ok && !mFraming->fillsFrame() && behind != 0 && !followed) {
+        parsed = orvhost::AacParse::Breach;  // its length is damaged: the next frame is inside
+    }
+    if (parsed == orvhost::AacParse::Ok) {
+        mInSync = true;
+        mHasFrame = true;
+        if (announceConfig()) {
+            return TRANSPORTDEC_OK;
+        }
+        passFrame();
+        return TRANSPORTDEC_UNSUPPORTED_FORMAT;
+    }
+    // The frame's place is certain when it stood where one was due and another stands behind it.
+    const bool placed = mInSync ? behind == 0 || followed : followed;
+    if (parsed == orvhost::AacParse::Unsupported && placed) {
+        mInSync = true;
+        mFraming->forget();
+        mBegin += mFrameSize;
+        return TRANSPORTDEC_UNSUPPORTED_FORMAT;
+    }
+    if (mInSync && followed) {
+        mFraming->forget();
+        mBegin += mFrameSize;  // damaged inside: costs this frame alone
+        return TRANSPORTDEC_SYNC_ERROR;
+    }
+    return loseSync();
+}
+
+bool TRANSPORTDEC::announceConfig() {
+    const CSAudioSpecificConfig& config = mFraming->config();
+    if (mCallback == nullptr || (mHasAnnounced && config == mAnnounced)) {
+        return true;
+    }
+    unsigned char changed = mHasAnnounced ? 1 : 0;
+    mAnnounced = config;
+    mHasAnnounced = mCallback(mContext, &mAnnounced, 0, &changed) == 0;
+    return mHasAnnounced;
+}
+
+void TRANSPORTDEC::openUnit(size_t index) {
+    const orvhost::AacFraming::Unit& unit = mFraming->unit(index);
+    mUnitBits = unit.bitCount;
+    mBits = FDK_BITSTREAM(mFraming->unitBytes(front()), unit.firstBit,
+                          size_t{unit.firstBit} + unit.bitCount);
+}
+
+void TRANSPORTDEC::passFrame() {
+    mFraming->retire();
+    mBegin += mFrameSize;
+    mHasFrame = false;
+}
+
+// The byte that was taken for a frame's first goes; the search starts behind it.
+TRANSPORTDEC_ERROR TRANSPORTDEC::loseSync() {
+    mInSync = false;
+    mFraming->forget();
+    mBegin++;
+    return TRANSPORTDEC_SYNC_ERROR;
+}
+
+HANDLE_TRANSPORTDEC transportDec_Open(TRANSPORT_TYPE type, unsigned, unsigned layers) {
+    if (layers != 1) {
+        return nullptr;
+    }
+    std::unique_ptr<orvhost::AacFraming> framing;
+    if (type == TT_MP4_LOAS) {
+        framing.reset(new (std::nothrow) orvhost::LoasFraming);
+    } else if (type == TT_MP4_ADTS) {
+        framing.reset(new (std::nothrow) orvhost::AdtsFraming);
+    }
+    if (framing == nullptr) {
+        return nullptr;
+    }
+    std::unique_ptr<TRANSPORTDEC> decoder(new (std::nothrow) TRANSPORTDEC(std::move(framing)));
+    return decoder != nullptr && decoder->allocate() ? decoder.release() : nullptr;
+}
+
+TRANSPORTDEC_ERROR transportDec_SetParam(HANDLE_TRANSPORTDEC decoder, TPDEC_PARAM param, int) {
+    const bool isKnown = decoder != nullptr && param == TPDEC_PARAM_IGNORE_BUFFERFULLNESS;
+    return isKnown ? TRANSPORTDEC_OK : TRANSPORTDEC_INVALID_PARAMETER;
+}
+
+int transportDec_RegisterAscCallback(HANDLE_TRANSPORTDEC decoder, cbUpdateConfig_t callback,
+                                     void* context) {
+    if (decoder == nullptr) {
+        return 1;
+    }
+    decoder->setCallback(callback, context);
+    return 0;
+}
+
+TRANSPORTDEC_ERROR transportDec_FillData(HANDLE_TRANSPORTDEC decoder, const unsigned char* buffer,
+                                         unsigned bufferSize, unsigned* bytesValid, int layer) {
+    if (decoder == nullptr || buffer == nullptr || bytesValid == nullptr || layer != 0 ||
+        *bytesValid > bufferSize) {
+        return TRANSPORTDEC_INVALID_PARAMETER;
+    }
+    *bytesValid -= decoder->fill(buffer + (bufferSize - *bytesValid), *bytesValid);
+    return TRANSPORTDEC_OK;
+}
+
+TRANSPORTDEC_ERROR transportDec_ReadAccessUnit(HANDLE_TRANSPORTDEC decoder, unsigned layer) {
+    if (decoder == nullptr || layer != 0) {
+        return TRANSPORTDEC_INVALID_PARAMETER;
+    }
+    return decoder->readAccessUnit();
+}
+
+int transportDec_GetAuBitsTotal(HANDLE_TRANSPORTDEC decoder, unsigned layer) {
+    return decoder != nullptr && layer == 0 ? static_cast<int>(decoder->mUnitBits) : 0;
+}
+
+HANDLE_FDK_BITSTREAM transportDec_GetBitstream(HANDLE_TRANSPORTDEC decoder, unsigned layer) {
+    return decoder != nullptr && layer == 0 ? &decoder->mBits : nullptr;
+}
+
+void transportDec_Close(HANDLE_TRANSPORTDEC* decoder) {
+    if (decoder != nullptr) {
+        delete *decoder;
+        *decoder = nullptr;
+    }
+}
+
+uint32_t FDKreadBits(HANDLE_FDK_BITSTREAM bits, unsigned count) {
+    return bits->read(count < 32 ? count : 32);
+}
+
+void FDKreadBytes(HANDLE_FDK_BITSTREAM bits, unsigned char* out, unsigned count) {
+    bits->readBytes(out, count);
+}
+
+void FDKbyteAlign(HANDLE_FDK_BITSTREAM bits) {
+    bits->align();
+}
+
+unsigned FDKgetValidBits(HANDLE_FDK_BITSTREAM bits) {
+    return static_cast<unsigned>(bits->bitsLeft());
+}
