@@ -7,7 +7,7 @@ namespace orvhost {
 
 // What a track took from its writer: all of one write(), or a part of it when the track was full.
 struct PlaybackBlock {
-    const int16_t* pPcm;  // interleaved; valid during the call only
+    const void* pPcm;     // 16-bit, interleaved, maybe not aligned; valid during the call only
     size_t frameCount;    // sample frames at pPcm
     size_t missedFrames;  // of them, so many at the front came too late and are not heard
     uint32_t sampleRate;  // Hz

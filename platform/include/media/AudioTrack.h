@@ -9,7 +9,6 @@
 
 namespace orvhost {
 class PlaybackTrack;
-class PulseStream;
 }  // namespace orvhost
 
 namespace android {
@@ -78,9 +77,7 @@ protected:
 
 private:
     const audio_session_t mSessionId;
-    // Both null when initCheck() fails; the second also when sound is switched off.
-    std::shared_ptr<orvhost::PlaybackTrack> mpTrack;
-    std::unique_ptr<orvhost::PulseStream> mpStream;
+    std::shared_ptr<orvhost::PlaybackTrack> mpTrack;  // null when initCheck() fails
 };
 
 }  // namespace android
