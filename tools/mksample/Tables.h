@@ -1,0 +1,36 @@
+// The tables that describe the sample's services (ISO/IEC 13818-1 and the service information of
+// ISDB-T): PAT, one PMT a service, NIT and SDT.
+
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace mksample {
+
+inline constexpr uint16_t kNoPcrPid = 0x1FFF;
+
+struct ServiceInfo {
+    uint16_t serviceId = 0;
+    std::string name;
+    bool partialReception = false;
+    uint16_t pmtPid = 0;
+    uint16_t pcrPid = kNoPcrPid;
+    uint16_t videoPid = 0;
+    uint16_t audioPid = 0;
+    uint8_t audioStreamType = 0;
+    uint8_t videoComponentTag = 0;
+    uint8_t audioComponentTag = 0;
+};
+
+struct Table {
+    uint16_t pid = 0;
+    int periodMs = 0;
+    std::vector<std::vector<uint8_t>> sections;
+};
+
+// In the order in which a receiver wants them. Throws Failure.
+std::vector<Table> buildTables(const std::vector<ServiceInfo>& services);
+
+}  // namespace mksample
