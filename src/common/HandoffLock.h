@@ -27,6 +27,9 @@ public:
 
     bool tryLock() { return mHeld.exchange(HELD, std::memory_order_acquire) == FREE; }
 
+    // A momentary value, for reports.
+    bool isHeld() const { return mHeld.load(std::memory_order_relaxed) == HELD; }
+
     void unlock() {
         mHeld.store(FREE, std::memory_order_release);
         mHeld.notify_one();

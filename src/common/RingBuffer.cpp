@@ -218,12 +218,11 @@ void RingBuffer::dump(FILE* stream, int indent) {
     const auto position = [this](uint64_t counter) {
         return static_cast<unsigned int>(counter % mSize);
     };
-    const auto probe = [](HandoffLock& lock) {
-        if (!lock.tryLock()) {
-            return std::string(RED) + "Locked" + PLAIN;
-        }
-        lock.unlock();
-        return std::string(GREEN) + "Unlocked" + PLAIN;
+    // A look, not a try: taking the lock here could meet a module that releases it for a finished
+    // worker, and then two would think that they hold it.
+    const auto probe = [](const HandoffLock& lock) {
+        return lock.isHeld() ? std::string(RED) + "Locked" + PLAIN
+                             : std::string(GREEN) + "Unlocked" + PLAIN;
     };
     const auto marker = [&position, this](uint64_t counter) {
         return std::string(static_cast<size_t>(position(counter)) * COLUMNS / mSize, ' ');
@@ -232,7 +231,7 @@ void RingBuffer::dump(FILE* stream, int indent) {
     fprintf(stream, "%s\tHead: %u (%u)\n", prefix, static_cast<unsigned int>(head), position(head));
     fprintf(stream, "%s\tTail: %u (%u)\n", prefix, static_cast<unsigned int>(tail), position(tail));
     fprintf(stream, "%s\tUsed: %03.2f%%\n", prefix,
-            static_cast<double>(static_cast<uint32_t>(head - tail)) / mSize * 100);
+            static_cast<double>(getDataSize()) / mSize * 100);
     fprintf(stream, "%s\tPointer: %p\n", prefix, static_cast<void*>(mBuffer));
     fprintf(stream, "%s\tWriteLock: %s\n", prefix, probe(mWriteLock).c_str());
     fprintf(stream, "%s\tReadLock: %s\n", prefix, probe(mReadLock).c_str());

@@ -2,6 +2,7 @@
 
 #include <utils/RefBase.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <cstdio>
@@ -62,10 +63,13 @@ public:
     void wakeReaders() { mDataAvailable.broadcast(); }
     void wakeWriters() { mSpaceAvailable.broadcast(); }
 
-    // Momentary values, read without a lock: a stale value only under-reports. The space is
-    // given modulo 2^32; capacities are far below.
+    // Momentary values, read without a lock. For the writer and the reader a stale value only
+    // under-reports; for a third thread the two counters are never of quite the same moment, so
+    // the difference is kept within the capacity.
     unsigned int getDataSize() const {
-        return static_cast<unsigned int>(mHead.load() - mTail.load());
+        const uint64_t tail = mTail.load();
+        const uint64_t head = mHead.load();
+        return head > tail ? static_cast<unsigned int>(std::min<uint64_t>(head - tail, mSize)) : 0;
     }
     unsigned int getFreeSpace() const { return mSize - getDataSize(); }
     unsigned int getSize() const { return mSize; }

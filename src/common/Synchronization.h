@@ -21,7 +21,7 @@ namespace OrvPlayer {
 // defines the presentation time:
 //
 //     PCR                            when it is there and agrees with the PTS to within 20 s
-//     video or audio, the later one  when both are there
+//     video or audio                 when both are there: the one that is behind
 //     none                           otherwise: there is no presentation time
 //
 // A base moves only when a value is more than a second away from it, so jitter of the arrival is
