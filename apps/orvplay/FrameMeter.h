@@ -1,0 +1,46 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+#include "Distribution.h"
+
+namespace orvplay {
+
+// What the frame numbers in the picture say: was each shown once, and in order?
+struct FrameNumbers {
+    uint64_t read = 0;
+    uint32_t first = 0;
+    uint32_t last = 0;
+    uint64_t missing = 0;
+    uint64_t repeated = 0;
+    uint64_t backward = 0;
+};
+
+// Measures when pictures arrive at the output against their time stamps.
+//
+// Jitter is the arrival minus where the PTS puts it, counted from the first picture. When the
+// stream's time base jumps, so that a picture is over a second away from its place, counting
+// starts again with that picture. Not thread-safe.
+class FrameMeter {
+public:
+    // ptsNs is on the stream's time line of 33 bits; it may wrap.
+    void onFrame(int64_t ptsNs, int64_t arrivalNs, std::optional<uint32_t> frameNumber);
+
+    const Distribution& jitter() const { return mJitter; }
+    const FrameNumbers& numbers() const { return mNumbers; }
+    // Jitter of the last picture.
+    double lastMs() const { return mLastMs; }
+
+private:
+    void countNumber(uint32_t number);
+
+    Distribution mJitter;
+    FrameNumbers mNumbers;
+    bool mAnchored = false;
+    int64_t mExpectedNs = 0;  // arrival of the previous picture by its PTS
+    uint64_t mLastPts90k = 0;
+    double mLastMs = 0.0;
+};
+
+}  // namespace orvplay

@@ -1,0 +1,133 @@
+#include "PictureOutput.h"
+
+#include <future>
+
+#include "MonotonicTime.h"
+#include "pattern/TestPattern.h"
+
+namespace orvplay {
+
+namespace {
+
+constexpr int POLL_MS = 20;            // how soon a display's events are looked at
+constexpr int HEADLESS_POLL_MS = 100;  // how soon a stop is noticed
+
+struct Marks {
+    std::optional<uint32_t> number;
+    bool flash = false;
+};
+
+Marks readMarks(const orvhost::AcquiredBuffer& picture) {
+    Marks marks;
+    void* luma = nullptr;
+    if (picture.buffer->lock(android::GraphicBuffer::USAGE_SW_READ_OFTEN, &luma) != android::OK) {
+        return marks;
+    }
+    const auto* pixels = static_cast<const uint8_t*>(luma);
+    const auto stride = static_cast<int>(picture.buffer->getStride());
+    const auto width = static_cast<int>(picture.buffer->getWidth());
+    const auto height = static_cast<int>(picture.buffer->getHeight());
+    marks.number = orvtest::readFrameNumber(pixels, stride, width, height);
+    marks.flash = marks.number.has_value() && orvtest::isFlash(pixels, stride, width, height);
+    picture.buffer->unlock();
+    return marks;
+}
+
+}  // namespace
+
+PictureOutput::PictureOutput(const android::sp<orvhost::BufferQueue::Consumer>& consumer,
+                             std::unique_ptr<Display> display, SyncMeter& sync)
+    : mConsumer(consumer), mDisplay(std::move(display)), mSync(sync) {}
+
+PictureOutput::~PictureOutput() {
+    stop();
+}
+
+bool PictureOutput::start() {
+    std::promise<bool> opened;
+    std::future<bool> result = opened.get_future();
+    mThread = std::thread([this, &opened] { run([&opened](bool ok) { opened.set_value(ok); }); });
+    if (!result.get()) {
+        mThread.join();
+        return false;
+    }
+    return true;
+}
+
+void PictureOutput::stop() {
+    mStopRequested = true;
+    mConsumer->abandon();  // wakes the thread
+    if (mThread.joinable()) {
+        mThread.join();
+    }
+}
+
+void PictureOutput::run(std::function<void(bool)> opened) {
+    if (mDisplay != nullptr) {
+        if (!mDisplay->open()) {
+            opened(false);
+            return;
+        }
+        mConsumer->setDisplaySize(mDisplay->width(), mDisplay->height());
+    }
+    opened(true);
+    while (!mStopRequested) {
+        orvhost::AcquiredBuffer picture;
+        const int timeoutMs = mDisplay != nullptr ? POLL_MS : HEADLESS_POLL_MS;
+        if (mConsumer->acquire(&picture, timeoutMs) == android::OK) {
+            onPicture(picture);
+        }
+        if (mDisplay != nullptr) {
+            if (mDisplay->handleEvents() == Display::Request::QUIT) {
+                mQuitRequested = true;
+            }
+            mConsumer->setDisplaySize(mDisplay->width(), mDisplay->height());
+        }
+    }
+    mDisplay = nullptr;  // closed by the thread that opened it
+}
+
+void PictureOutput::onPicture(const orvhost::AcquiredBuffer& picture) {
+    const int64_t now = monotonicNs();
+    const Marks marks = readMarks(picture);
+    {
+        std::lock_guard<std::mutex> guard(mLock);
+        mMeter.onFrame(picture.input.timestamp, now, marks.number);
+        ++mFigures.frames;
+        if (mFigures.frames == 1) {
+            mFigures.firstFrameNs = now;
+        }
+        mFigures.lastFrameNs = now;
+        mFigures.width = picture.input.crop.right - picture.input.crop.left + 1;
+        mFigures.height = picture.input.crop.bottom - picture.input.crop.top + 1;
+        mFigures.interlaced = picture.input.interlaced;
+    }
+    // A flash that was on before the first picture did not begin with it.
+    if (marks.flash && !mFlashOn && mLast.buffer != nullptr) {
+        mSync.onFlash(now);
+    }
+    mFlashOn = marks.flash;
+    if (mDisplay != nullptr) {
+        mDisplay->show(picture);
+    }
+    keepLast(picture);
+}
+
+void PictureOutput::keepLast(const orvhost::AcquiredBuffer& picture) {
+    if (mLast.slot >= 0) {
+        mConsumer->release(mLast.slot);
+    }
+    mLast = picture;
+}
+
+PictureOutput::Figures PictureOutput::figures() const {
+    std::lock_guard<std::mutex> guard(mLock);
+    Figures figures = mFigures;
+    figures.jitterP50Ms = mMeter.jitter().quantileMs(0.50);
+    figures.jitterP99Ms = mMeter.jitter().quantileMs(0.99);
+    figures.jitterMaxMs = mMeter.jitter().maxMs();
+    figures.numbers = mMeter.numbers();
+    return figures;
+}
+
+}  // namespace orvplay
