@@ -16,7 +16,8 @@
 
 namespace orvhost {
 class CodecEngine;
-}
+struct CodecComponent;
+}  // namespace orvhost
 
 namespace android {
 
@@ -102,6 +103,8 @@ protected:
     ~MediaCodec() override;
 
 private:
+    static sp<MediaCodec> create(const sp<ALooper>& looper,
+                                 const orvhost::CodecComponent* component, status_t* error);
     explicit MediaCodec(std::shared_ptr<orvhost::CodecEngine> engine);
 
     const std::shared_ptr<orvhost::CodecEngine> mEngine;

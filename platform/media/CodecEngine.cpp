@@ -1,0 +1,569 @@
+#include "media/CodecEngine.h"
+
+#include <media/stagefright/MediaCodec.h>
+#include <media/stagefright/MediaErrors.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+#include <new>
+
+#include "media/AacDecoder.h"
+#include "media/AudioDecoder.h"
+#include "media/CodecStatistics.h"
+#include "media/PictureRenderer.h"
+#include "media/VideoDecoder.h"
+#include "trace/HostLog.h"
+
+namespace orvhost {
+
+using namespace android;
+
+namespace {
+
+constexpr CodecComponent COMPONENTS[] = {
+    {CodecComponent::Kind::Avc, "OMX.orv.avc.dec", "video/avc"},
+    {CodecComponent::Kind::Aac, "OMX.orv.aac.dec", "audio/mp4a-latm"},
+    {CodecComponent::Kind::MpegAudio, "OMX.QEL.mp3.dec", "audio/mpeg"},
+};
+
+constexpr size_t INPUT_BUFFERS = 4;
+constexpr size_t OUTPUT_BUFFERS = 8;
+constexpr size_t VIDEO_INPUT_BYTES = 4 * 1024 * 1024;
+constexpr size_t AUDIO_INPUT_BYTES = 64 * 1024;
+constexpr size_t FIRST_PCM_BYTES = 2048 * 2 * sizeof(int16_t);  // a stereo block with SBR
+constexpr int32_t COLOR_FORMAT_YUV420_SEMI_PLANAR = 0x105;
+
+static_assert(MediaCodecBuffer::TAIL_BYTES >= AV_INPUT_BUFFER_PADDING_SIZE,
+              "the library reads past the end of a unit");
+
+int64_t monotonicUs() {
+    using namespace std::chrono;
+    return duration_cast<microseconds>(steady_clock::now().time_since_epoch()).count();
+}
+
+}  // namespace
+
+const CodecComponent* CodecComponent::byMime(const char* mime) {
+    const auto* found = std::ranges::find_if(
+        COMPONENTS, [&](const CodecComponent& c) { return strcmp(c.mime, mime) == 0; });
+    return found != std::end(COMPONENTS) ? found : nullptr;
+}
+
+const CodecComponent* CodecComponent::byName(const char* name) {
+    const auto* found = std::ranges::find_if(
+        COMPONENTS, [&](const CodecComponent& c) { return strcmp(c.name, name) == 0; });
+    return found != std::end(COMPONENTS) ? found : nullptr;
+}
+
+CodecEngine::CodecEngine(const CodecComponent& component, const sp<ALooper>& looper)
+    : mComponent(component), mLooper(looper) {
+    routeLibraryMessages();
+}
+
+CodecEngine::~CodecEngine() {
+    release();
+}
+
+status_t CodecEngine::configure(const sp<AMessage>& format, const sp<Surface>& surface) {
+    std::lock_guard control(mControlLock);
+    {
+        Guard guard(mLock);
+        if (mState != State::Created) {
+            return INVALID_OPERATION;
+        }
+    }
+    AString mime;
+    if (format == nullptr || (format->findString("mime", &mime) && !(mime == mComponent.mime))) {
+        return BAD_VALUE;
+    }
+    std::shared_ptr<PictureRenderer> renderer;
+    if (mComponent.isVideo() && surface != nullptr) {
+        renderer = std::make_shared<PictureRenderer>(surface);
+        if (const status_t result = renderer->connect(); result != OK) {
+            HOST_LOGE("[%s] %s: surface refuses the connection: %d", name(), __func__, result);
+            return result;
+        }
+    }
+    int32_t adts = 0;
+    format->findInt32("is-adts", &adts);
+    Guard guard(mLock);
+    mAdts = adts != 0;
+    mRenderer = renderer;
+    mState = State::Configured;
+    return OK;
+}
+
+status_t CodecEngine::start() {
+    std::lock_guard control(mControlLock);
+    Guard guard(mLock);
+    if (mState != State::Configured) {
+        return INVALID_OPERATION;
+    }
+    // Nobody but us touches what belongs to a run before the state says so.
+    guard.unlock();
+    const status_t result = prepareRun();
+    guard.lock();
+    if (result != OK) {
+        clearRun();
+        return result;
+    }
+    mState = State::Started;
+    return OK;
+}
+
+std::unique_ptr<StreamDecoder> CodecEngine::makeStreamDecoder() const {
+    switch (mComponent.kind) {
+        case CodecComponent::Kind::Avc:
+            return std::make_unique<VideoDecoder>();
+        case CodecComponent::Kind::Aac:
+            return std::make_unique<AacDecoder>(mAdts);
+        case CodecComponent::Kind::MpegAudio:
+            // This decoder of the library takes all three layers.
+            return std::make_unique<AudioDecoder>(AV_CODEC_ID_MP3);
+    }
+    return nullptr;
+}
+
+status_t CodecEngine::prepareRun() {
+    mPacket.reset(av_packet_alloc());
+    mDecoder = makeStreamDecoder();
+    if (mPacket == nullptr || mDecoder->open({}) != StreamDecoder::Status::Ok) {
+        return NO_MEMORY;
+    }
+    mInputs = std::vector<InputSlot>(INPUT_BUFFERS);
+    for (InputSlot& slot : mInputs) {
+        slot.engine = this;
+        slot.buffer = MediaCodecBuffer::allocate(mComponent.isVideo() ? VIDEO_INPUT_BYTES
+                                                                      : AUDIO_INPUT_BYTES);
+        if (slot.buffer == nullptr) {
+            return NO_MEMORY;
+        }
+    }
+    mOutputs = std::vector<OutputSlot>(OUTPUT_BUFFERS);
+    for (OutputSlot& slot : mOutputs) {
+        slot.buffer = MediaCodecBuffer::allocate(mComponent.isVideo() ? 0 : FIRST_PCM_BYTES);
+        if (slot.buffer == nullptr) {
+            return NO_MEMORY;
+        }
+    }
+    auto& first =
+        mComponent.isVideo() ? codecStatistics().firstPictureUs : codecStatistics().firstSoundUs;
+    first.store(0, std::memory_order_relaxed);
+    return OK;
+}
+
+void CodecEngine::clearRun() {
+    mPacket.reset();
+    mDecoder.reset();
+    mQueued.clear();
+    mReady.clear();
+    mInputs.clear();
+    mOutputs.clear();
+    mBufferGeneration = 0;
+    mAnnouncedGeneration = 0;
+    mAnnouncedFormat = {};
+    mOutputFormat.clear();
+    mHadOutput = false;
+    mFailed = false;
+}
+
+status_t CodecEngine::stop() {
+    std::lock_guard control(mControlLock);
+    std::shared_ptr<PictureRenderer> renderer;
+    {
+        Guard guard(mLock);
+        if (mState == State::Released) {
+            return INVALID_OPERATION;
+        }
+        if (mState == State::Started) {
+            mState = State::Stopping;
+            mInputChanged.notify_all();
+            mOutputChanged.notify_all();
+            mIdle.wait(guard, [&] { return !mInStep; });
+            // The decoder gives its input back while it goes, which takes the lock.
+            std::unique_ptr<StreamDecoder> decoder = std::move(mDecoder);
+            guard.unlock();
+            decoder.reset();
+            guard.lock();
+        }
+        clearRun();
+        renderer.swap(mRenderer);
+        mState = State::Created;
+    }
+    if (renderer != nullptr) {
+        renderer->disconnect();
+    }
+    return OK;
+}
+
+status_t CodecEngine::release() {
+    stop();
+    Guard guard(mLock);
+    mState = State::Released;
+    return OK;
+}
+
+status_t CodecEngine::getInputBuffers(Vector<sp<MediaCodecBuffer>>* buffers) {
+    Guard guard(mLock);
+    if (!isRunning()) {
+        return INVALID_OPERATION;
+    }
+    buffers->clear();
+    for (const InputSlot& slot : mInputs) {
+        buffers->push_back(slot.buffer);
+    }
+    return OK;
+}
+
+status_t CodecEngine::getOutputBuffers(Vector<sp<MediaCodecBuffer>>* buffers) {
+    Guard guard(mLock);
+    if (!isRunning()) {
+        return INVALID_OPERATION;
+    }
+    buffers->clear();
+    for (const OutputSlot& slot : mOutputs) {
+        buffers->push_back(slot.buffer);
+    }
+    return OK;
+}
+
+// OK when `ready` came true, with the lock held throughout.
+template <typename Ready>
+status_t CodecEngine::waitFor(Guard& guard, std::condition_variable& condition, int64_t timeoutUs,
+                              Ready ready) {
+    const auto done = [&] { return !isRunning() || ready(); };
+    if (timeoutUs < 0) {
+        condition.wait(guard, done);
+    } else if (timeoutUs > 0) {
+        const auto deadline =
+            std::chrono::steady_clock::now() + std::chrono::microseconds(timeoutUs);
+        condition.wait_until(guard, deadline, done);
+    }
+    if (!isRunning()) {
+        return INVALID_OPERATION;
+    }
+    return ready() ? OK : -EAGAIN;
+}
+
+status_t CodecEngine::dequeueInput(size_t* index, int64_t timeoutUs) {
+    Guard guard(mLock);
+    const auto findFree = [&] {
+        return std::ranges::find(mInputs, Owner::Free, &InputSlot::owner);
+    };
+    const status_t result =
+        waitFor(guard, mInputChanged, timeoutUs, [&] { return findFree() != mInputs.end(); });
+    if (result == OK) {
+        const auto slot = findFree();
+        slot->owner = Owner::Client;
+        *index = static_cast<size_t>(slot - mInputs.begin());
+    }
+    return result;
+}
+
+status_t CodecEngine::queueInput(size_t index, size_t offset, size_t size, int64_t timeUs,
+                                 uint32_t flags, AString* errorDetail) {
+    const auto refuse = [&](status_t code, const char* why) {
+        if (errorDetail != nullptr) {
+            errorDetail->setTo(why);
+        }
+        return code;
+    };
+    Guard guard(mLock);
+    if (!isRunning()) {
+        return refuse(INVALID_OPERATION, mFailed ? "the decoder failed" : "not started");
+    }
+    if (index >= mInputs.size()) {
+        return refuse(-ERANGE, "no such buffer");
+    }
+    InputSlot& slot = mInputs[index];
+    if (slot.owner != Owner::Client) {
+        return refuse(-EACCES, "the buffer is not the caller's");
+    }
+    if (slot.buffer->setRange(offset, size) != OK) {
+        return refuse(BAD_VALUE, "the range exceeds the buffer");
+    }
+    if (size > 0) {
+        slot.owner = Owner::Codec;
+        mQueued.push_back({&slot, timeUs, (flags & MediaCodec::BUFFER_FLAG_CODECCONFIG) != 0});
+    } else {
+        slot.owner = Owner::Free;
+        mInputChanged.notify_one();
+    }
+    if (flags & MediaCodec::BUFFER_FLAG_EOS) {
+        mQueued.push_back({nullptr, timeUs, false});
+    }
+    if (!mQueued.empty()) {
+        schedule();
+    }
+    return OK;
+}
+
+status_t CodecEngine::dequeueOutput(size_t* index, size_t* offset, size_t* size, int64_t* timeUs,
+                                    uint32_t* flags, int64_t timeoutUs) {
+    Guard guard(mLock);
+    const status_t result =
+        waitFor(guard, mOutputChanged, timeoutUs, [&] { return !mReady.empty(); });
+    if (result != OK) {
+        return result;
+    }
+    OutputSlot& slot = mOutputs[mReady.front()];
+    if (slot.bufferGeneration > mAnnouncedGeneration) {
+        mAnnouncedGeneration = mBufferGeneration;
+        return INFO_OUTPUT_BUFFERS_CHANGED;
+    }
+    const bool end = (slot.flags & MediaCodec::BUFFER_FLAG_EOS) != 0;
+    if (!end && !(slot.output.format == mAnnouncedFormat)) {
+        announce(slot.output.format);
+        return INFO_FORMAT_CHANGED;
+    }
+    *index = mReady.front();
+    mReady.pop_front();
+    slot.owner = Owner::Client;
+    *offset = 0;
+    *size = slot.buffer->size();
+    *timeUs = slot.output.timeUs;
+    *flags = slot.flags;
+    return OK;
+}
+
+void CodecEngine::announce(const StreamFormat& format) {
+    mAnnouncedFormat = format;
+    mOutputFormat = new AMessage;
+    if (mComponent.isVideo()) {
+        mOutputFormat->setString("mime", "video/raw");
+        mOutputFormat->setInt32("width", format.width);
+        mOutputFormat->setInt32("height", format.height);
+        mOutputFormat->setInt32("stride", format.width + (format.width & 1));
+        mOutputFormat->setInt32("slice-height", format.height);
+        mOutputFormat->setInt32("color-format", COLOR_FORMAT_YUV420_SEMI_PLANAR);
+        mOutputFormat->setRect("crop", 0, 0, format.width - 1, format.height - 1);
+    } else {
+        mOutputFormat->setString("mime", "audio/raw");
+        mOutputFormat->setInt32("sample-rate", format.sampleRate);
+        mOutputFormat->setInt32("channel-count", format.channels);
+    }
+}
+
+status_t CodecEngine::getOutputFormat(sp<AMessage>* format) {
+    Guard guard(mLock);
+    if (!isRunning() || mOutputFormat == nullptr) {
+        return INVALID_OPERATION;
+    }
+    *format = mOutputFormat;
+    return OK;
+}
+
+status_t CodecEngine::releaseOutput(size_t index, bool render) {
+    Guard guard(mLock);
+    if (!isRunning()) {
+        return INVALID_OPERATION;
+    }
+    if (index >= mOutputs.size()) {
+        return -ERANGE;
+    }
+    OutputSlot& slot = mOutputs[index];
+    if (slot.owner != Owner::Client) {
+        return -EACCES;
+    }
+    const AvFrame picture = std::move(slot.output.picture);
+    const int64_t timeUs = slot.output.timeUs;
+    slot.output = {};
+    slot.owner = Owner::Free;
+    schedule();
+    if (!render || picture == nullptr) {
+        return OK;
+    }
+    // The picture is ours now: the codec goes on, and may even stop, while it is being copied.
+    const std::shared_ptr<PictureRenderer> renderer = mRenderer;
+    guard.unlock();
+    const bool shown = renderer != nullptr && renderer->render(*picture, timeUs);
+    auto& counter =
+        shown ? codecStatistics().picturesRendered : codecStatistics().picturesDroppedAtWindow;
+    counter.fetch_add(1, std::memory_order_relaxed);
+    return OK;
+}
+
+void CodecEngine::schedule() {
+    if (!mScheduled && mLooper != nullptr) {
+        mScheduled = true;
+        mLooper->post(weak_from_this());
+    }
+}
+
+void CodecEngine::fail(const char* reason) {
+    HOST_LOGE("[%s] %s: %s", name(), __func__, reason);
+    mFailed = true;
+    mInputChanged.notify_all();
+    mOutputChanged.notify_all();
+}
+
+void CodecEngine::run() {
+    Guard guard(mLock);
+    mScheduled = false;
+    if (!isRunning()) {
+        return;
+    }
+    mInStep = true;
+    bool more = false;
+    try {
+        more = step(guard);
+    } catch (const std::bad_alloc&) {
+        if (!guard.owns_lock()) {
+            guard.lock();
+        }
+        fail("out of memory");
+    }
+    mInStep = false;
+    if (mState == State::Stopping) {
+        mIdle.notify_all();
+    } else if (more) {
+        schedule();
+    }
+}
+
+bool CodecEngine::step(Guard& guard) {
+    const auto free = std::ranges::find(mOutputs, Owner::Free, &OutputSlot::owner);
+    if (free == mOutputs.end()) {
+        return false;  // releaseOutput() goes on
+    }
+    OutputSlot& slot = *free;
+    slot.owner = Owner::Codec;
+    guard.unlock();
+    const StreamDecoder::Status status = mDecoder->take(slot.output);
+    guard.lock();
+    switch (status) {
+        case StreamDecoder::Status::Ok:
+            slot.flags = 0;
+            return deliver(guard, slot);
+        case StreamDecoder::Status::EndOfStream:
+            slot.flags = MediaCodec::BUFFER_FLAG_EOS;
+            slot.output = {};
+            slot.buffer->setRange(0, 0);
+            mReady.push_back(static_cast<size_t>(free - mOutputs.begin()));
+            mOutputChanged.notify_one();
+            return true;
+        case StreamDecoder::Status::Failed:
+            fail("the decoder failed");
+            return false;
+        case StreamDecoder::Status::Damaged:
+            countDamage();
+            break;
+        case StreamDecoder::Status::Again:
+            break;
+    }
+    slot.owner = Owner::Free;
+    return feedNext(guard);
+}
+
+bool CodecEngine::deliver(Guard& guard, OutputSlot& slot) {
+    if (!mComponent.isVideo()) {
+        if (!reserve(slot, slot.output.pcmBytes)) {
+            fail("no memory for the samples");
+            return false;
+        }
+        guard.unlock();
+        mDecoder->writePcm(slot.buffer->base());
+        guard.lock();
+        slot.buffer->setRange(0, slot.output.pcmBytes);
+    }
+    countOutput();
+    mReady.push_back(static_cast<size_t>(&slot - mOutputs.data()));
+    mOutputChanged.notify_one();
+    return true;
+}
+
+// Larger blocks than before (more channels, SBR) want larger buffers: all that are not in use are
+// replaced at once, so that the client hears about it as rarely as possible.
+bool CodecEngine::reserve(OutputSlot& slot, size_t bytes) {
+    if (slot.buffer->capacity() >= bytes) {
+        return true;
+    }
+    ++mBufferGeneration;
+    for (OutputSlot& other : mOutputs) {
+        if (&other != &slot && other.owner != Owner::Free) {
+            continue;
+        }
+        sp<MediaCodecBuffer> buffer = MediaCodecBuffer::allocate(bytes);
+        if (buffer == nullptr) {
+            return false;
+        }
+        other.buffer = buffer;
+        other.bufferGeneration = mBufferGeneration;
+    }
+    return true;
+}
+
+bool CodecEngine::feedNext(Guard& guard) {
+    if (mQueued.empty()) {
+        return false;  // queueInput() goes on
+    }
+    const QueuedUnit unit = mQueued.front();
+    mQueued.pop_front();
+    guard.unlock();
+    const StreamDecoder::Status status = feed(unit);
+    guard.lock();
+    if (status == StreamDecoder::Status::Failed) {
+        fail("the decoder failed");
+        return false;
+    }
+    if (status == StreamDecoder::Status::Damaged) {
+        countDamage();
+    }
+    return true;
+}
+
+StreamDecoder::Status CodecEngine::feed(const QueuedUnit& unit) {
+    if (unit.slot == nullptr) {
+        return mDecoder->feed(nullptr);
+    }
+    MediaCodecBuffer& buffer = *unit.slot->buffer;
+    if (unit.configuration) {
+        const StreamDecoder::Status status = mDecoder->open({buffer.data(), buffer.size()});
+        giveBack(*unit.slot);
+        return status;
+    }
+    memset(buffer.data() + buffer.size(), 0, MediaCodecBuffer::TAIL_BYTES);
+    mPacket->buf = av_buffer_create(
+        buffer.base(), buffer.capacity() + MediaCodecBuffer::TAIL_BYTES,
+        [](void* slot, uint8_t*) {
+            auto* input = static_cast<InputSlot*>(slot);
+            input->engine->giveBack(*input);
+        },
+        unit.slot, AV_BUFFER_FLAG_READONLY);
+    if (mPacket->buf == nullptr) {
+        return StreamDecoder::Status::Failed;
+    }
+    mPacket->data = buffer.data();
+    mPacket->size = static_cast<int>(buffer.size());
+    mPacket->pts = unit.timeUs;
+    const StreamDecoder::Status status = mDecoder->feed(mPacket.get());
+    av_packet_unref(mPacket.get());
+    return status;
+}
+
+// From whatever thread drops the last reference to the unit's bytes.
+void CodecEngine::giveBack(InputSlot& slot) {
+    Guard guard(mLock);
+    slot.owner = Owner::Free;
+    mInputChanged.notify_one();
+}
+
+void CodecEngine::countOutput() {
+    CodecStatistics& statistics = codecStatistics();
+    auto& count = mComponent.isVideo() ? statistics.picturesDecoded : statistics.audioBlocksDecoded;
+    count.fetch_add(1, std::memory_order_relaxed);
+    if (!mHadOutput) {
+        mHadOutput = true;
+        auto& first = mComponent.isVideo() ? statistics.firstPictureUs : statistics.firstSoundUs;
+        first.store(monotonicUs(), std::memory_order_relaxed);
+    }
+}
+
+void CodecEngine::countDamage() {
+    auto& count = mComponent.isVideo() ? codecStatistics().videoUnitsDamaged
+                                       : codecStatistics().audioUnitsDamaged;
+    count.fetch_add(1, std::memory_order_relaxed);
+}
+
+}  // namespace orvhost

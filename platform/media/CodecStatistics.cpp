@@ -1,0 +1,10 @@
+#include "media/CodecStatistics.h"
+
+namespace orvhost {
+
+CodecStatistics& codecStatistics() {
+    static CodecStatistics statistics;
+    return statistics;
+}
+
+}  // namespace orvhost

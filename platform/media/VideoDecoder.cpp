@@ -1,0 +1,103 @@
+#include "media/VideoDecoder.h"
+
+#include <utility>
+
+#include "media/CodecStatistics.h"
+
+namespace orvhost {
+
+namespace {
+
+// Frame threads would keep a picture in flight each and hand everything out one frame later for
+// each; slice threads work only where the encoder cut its pictures, and never cost memory.
+constexpr int SLICE_THREADS = 2;
+
+// Frame size of the highest H.264 level that a broadcast uses (5.1: 36,864 macroblocks). A forged
+// parameter set must not make us allocate more.
+constexpr int64_t MAX_PIXELS = 36864 * 256;
+
+// A stream refreshed bit by bit never has a picture that stands by itself: it starts anyway.
+constexpr int MAX_HELD_BACK = 60;
+
+}  // namespace
+
+StreamDecoder::Status VideoDecoder::open(std::span<const uint8_t> configuration) {
+    mContext = makeDecoder(AV_CODEC_ID_H264);
+    if (mContext == nullptr || !setExtradata(mContext.get(), configuration)) {
+        mContext.reset();
+        return Status::Failed;
+    }
+    mContext->thread_type = FF_THREAD_SLICE;
+    mContext->thread_count = SLICE_THREADS;
+    mContext->max_pixels = MAX_PIXELS;
+    // Cropping exact to the sample, and pictures shown in spite of damage.
+    mContext->flags |= AV_CODEC_FLAG_UNALIGNED | AV_CODEC_FLAG_OUTPUT_CORRUPT;
+    // Without this the decoder finds out about reordering by giving out pictures too early.
+    mContext->strict_std_compliance = FF_COMPLIANCE_STRICT;
+    mSynchronized = false;
+    mHeldBack = 0;
+    if (avcodec_open2(mContext.get(), nullptr, nullptr) < 0) {
+        mContext.reset();
+        return configuration.empty() ? Status::Failed : Status::Damaged;
+    }
+    return Status::Ok;
+}
+
+StreamDecoder::Status VideoDecoder::feed(AVPacket* packet) {
+    if (mContext == nullptr) {
+        return Status::Damaged;
+    }
+    const int result = avcodec_send_packet(mContext.get(), packet);
+    if (result == AVERROR(ENOMEM)) {
+        return Status::Failed;
+    }
+    return result < 0 ? Status::Damaged : Status::Ok;
+}
+
+StreamDecoder::Status VideoDecoder::take(DecodedOutput& output) {
+    if (mContext == nullptr) {
+        return Status::Again;
+    }
+    AvFrame picture(av_frame_alloc());
+    if (picture == nullptr) {
+        return Status::Failed;
+    }
+    do {
+        const int result = avcodec_receive_frame(mContext.get(), picture.get());
+        if (result == AVERROR_EOF) {
+            avcodec_flush_buffers(mContext.get());
+            mSynchronized = false;
+            mHeldBack = 0;
+            return Status::EndOfStream;
+        }
+        if (result == AVERROR(EAGAIN)) {
+            return Status::Again;
+        }
+        if (result < 0) {
+            return result == AVERROR(ENOMEM) ? Status::Failed : Status::Damaged;
+        }
+    } while (isHeldBack(*picture));
+
+    if (picture->pts != AV_NOPTS_VALUE) {
+        mLastTimeUs = picture->pts;
+    } else if (picture->best_effort_timestamp != AV_NOPTS_VALUE) {
+        mLastTimeUs = picture->best_effort_timestamp;
+    }
+    output.timeUs = mLastTimeUs;
+    output.format = {.width = picture->width, .height = picture->height};
+    output.picture = std::move(picture);
+    return Status::Ok;
+}
+
+bool VideoDecoder::isHeldBack(const AVFrame& picture) {
+    if (!mSynchronized) {
+        mSynchronized = picture.key_frame != 0 || picture.pict_type == AV_PICTURE_TYPE_I ||
+                        ++mHeldBack > MAX_HELD_BACK;
+        if (!mSynchronized) {
+            codecStatistics().picturesHeldBack.fetch_add(1, std::memory_order_relaxed);
+        }
+    }
+    return !mSynchronized;
+}
+
+}  // namespace orvhost
