@@ -12,7 +12,6 @@
 #include <mutex>
 #include <vector>
 
-#include "dtv/HostClock.h"
 #include "dtv/TsPacket.h"
 
 namespace orvhost {
@@ -26,7 +25,7 @@ namespace orvhost {
 // Readers are woken once per batch.
 class Demultiplexer {
 public:
-    explicit Demultiplexer(HostClock& clock);
+    Demultiplexer();
     ~Demultiplexer();
     Demultiplexer(const Demultiplexer&) = delete;  // waiting threads know us by address
     Demultiplexer& operator=(const Demultiplexer&) = delete;
@@ -52,24 +51,30 @@ public:
     // Drops what all queues hold.
     void flush();
 
-    // `callback` runs after a filter was started or stopped, without a lock held. Set it before
-    // use; null to take it away, after which it is not running any more.
+    // `callback` runs after a filter was started or stopped, and when readerArrived() turns true,
+    // on the thread that did it. Set it before use.
     void setFilterCallback(std::function<void()> callback);
 
     size_t filterCount() const { return mFilterCount.load(std::memory_order_acquire); }
     uint64_t droppedPackets() const { return mDropped.load(std::memory_order_relaxed); }
 
-    // The PID of a running PCR filter, PID_NONE without one.
+    // True once a reader asked for data since the first of the running filters was started: the
+    // filters that belong together are all there.
+    bool readerArrived() const { return mReaderArrived.load(std::memory_order_acquire); }
+
+    // The PID of the first running PCR filter, PID_NONE without one.
     uint16_t pcrFilterPid() const;
 
 private:
     struct Filter;
 
+    Filter* find(int handle) const;
     int freeHandle();
-    int markReady(DemuxBinder_HandleSet* set) const;
-    void notifyFilterCallback();
+    static bool refuses(const Filter* chain, const uint8_t* packet);
+    void deliver(const uint8_t* packet);
+    int keepReady(DemuxBinder_HandleSet* set) const;
+    void noteReader();
 
-    HostClock& mClock;
     mutable std::mutex mMutex;          // all below that is not atomic
     std::condition_variable mDataWake;  // select()
     std::condition_variable mRoomWake;  // waitForRoom()
@@ -77,11 +82,11 @@ private:
     std::array<Filter*, PID_COUNT> mByPid{};  // filters of one PID are chained
     int mNextHandle = 0;
     int mWaitingReaders = 0;
-    bool mRoom = false;
+    bool mRoom = false;  // for waitForRoom(): something was taken out, or the feeder is wanted
     std::atomic<size_t> mFilterCount{0};
+    std::atomic<bool> mReaderArrived{false};
     std::atomic<uint64_t> mDropped{0};
-    std::mutex mCallbackMutex;
-    std::function<void()> mFilterCallback;
+    std::function<void()> mFilterCallback;  // fixed before use
 };
 
 }  // namespace orvhost

@@ -13,6 +13,7 @@
 
 namespace orvhost {
 
+class ByteSource;
 class TunerSession;
 
 enum class TuneStatus {
@@ -120,17 +121,20 @@ public:
     bool atEnd() const;
 
     // `callback` runs on the feeding thread each time the end is reached, without a lock held. It
-    // must not tune, untune or destroy the tuner. Set it while nothing is tuned.
+    // must not call the tuner; it may stop filters. Set it while nothing is tuned.
     void setEndCallback(std::function<void()> callback);
 
     Demultiplexer& demultiplexer() { return mDemultiplexer; }
 
 private:
-    TuneResult open(int descriptor, const std::string& name, const TuneOptions& options);
+    TuneResult begin(std::unique_ptr<ByteSource> source, const std::string& name,
+                     const TuneOptions& options);
     std::shared_ptr<TunerSession> session() const;
+    std::shared_ptr<TunerSession> replaceSession(std::shared_ptr<TunerSession> next);
 
     HostClock& mClock;
     Demultiplexer mDemultiplexer;
+    std::mutex mChangeMutex;    // held while sessions change; taken before mMutex
     mutable std::mutex mMutex;  // the two below
     std::shared_ptr<TunerSession> mSession;
     std::function<void()> mEndCallback;

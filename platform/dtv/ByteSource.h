@@ -1,0 +1,39 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace orvhost {
+
+struct TuneResult;
+
+// Where the bytes of a stream come from. One thread reads; interrupt() may come from any.
+class ByteSource {
+public:
+    virtual ~ByteSource() = default;
+
+    // Reads what is there, at most `size` bytes. Waits up to timeoutMs for the first one. Returns
+    // their number, 0 at the end, -EAGAIN when nothing came in time, -EINTR after interrupt(), or
+    // another negative errno.
+    virtual ssize_t read(uint8_t* data, size_t size, int timeoutMs) = 0;
+
+    // Back to the beginning; false where there is no way back.
+    virtual bool rewind() = 0;
+
+    // Ends a waiting read() and every later one.
+    virtual void interrupt() = 0;
+};
+
+// Opens a file, a FIFO or "-"; never waits. Null with the reason in `result`.
+std::unique_ptr<ByteSource> openByteSource(const std::string& path, TuneResult& result);
+
+// Reads a descriptor of any such kind through a duplicate of its own. `name` is for messages.
+std::unique_ptr<ByteSource> adoptByteSource(int descriptor, const std::string& name,
+                                            TuneResult& result);
+
+}  // namespace orvhost

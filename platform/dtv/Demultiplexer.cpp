@@ -1,0 +1,345 @@
+#include "dtv/Demultiplexer.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <new>
+#include <utility>
+
+#include "dtv/Services.h"
+
+namespace orvhost {
+
+namespace {
+
+constexpr size_t MAX_FILTERS = 128;
+
+// Depths in packets. Live, a queue covers a reader that is late by a second or two at the highest
+// rates; lossless, a shallow one stays in the processor's cache.
+constexpr size_t PCR_DEPTH = 512;
+constexpr size_t PES_DEPTH = 4096;
+constexpr size_t VIDEO_DEPTH = 24576;
+constexpr size_t LOSSLESS_DEPTH = 2048;
+
+size_t depthOf(int kind) {
+    switch (kind) {
+        case DEMUX_FILTER_PCR:
+            return PCR_DEPTH;
+        case DEMUX_FILTER_VIDEO:
+            return VIDEO_DEPTH;
+        default:
+            return PES_DEPTH;
+    }
+}
+
+// Header and adaptation field of a packet with a PCR, as a packet without payload.
+void cutToPcr(uint8_t* out, const uint8_t* packet) {
+    const size_t fieldBytes = packet[4];
+    out[0] = TS_SYNC_BYTE;
+    out[1] = packet[1] & 0x3F;  // neither error nor start
+    out[2] = packet[2];
+    out[3] = 0x20;  // adaptation field only, clear, counter 0
+    out[4] = 183;
+    std::memcpy(out + 5, packet + 5, fieldBytes);
+    std::memset(out + 5 + fieldBytes, 0xFF, TS_PACKET_BYTES - 5 - fieldBytes);
+}
+
+}  // namespace
+
+// One PID filter and its queue, a ring of whole packets.
+struct Demultiplexer::Filter {
+    int handle = -1;
+    uint16_t pid = PID_NONE;
+    int kind = DEMUX_FILTER_PES;
+    size_t depth = 0;
+    std::unique_ptr<uint8_t[]> ring;
+    size_t first = 0;
+    size_t count = 0;
+    Filter* next = nullptr;  // on the same PID
+
+    bool takes(const uint8_t* packet) const { return kind != DEMUX_FILTER_PCR || hasPcr(packet); }
+
+    // True when the oldest packet had to go.
+    bool push(const uint8_t* packet) {
+        const bool full = count == depth;
+        if (full) {
+            first = first + 1 == depth ? 0 : first + 1;
+            --count;
+        }
+        const size_t free = first + count;
+        uint8_t* slot = ring.get() + (free < depth ? free : free - depth) * TS_PACKET_BYTES;
+        if (kind == DEMUX_FILTER_PCR) {
+            cutToPcr(slot, packet);
+        } else {
+            std::memcpy(slot, packet, TS_PACKET_BYTES);
+        }
+        ++count;
+        return full;
+    }
+
+    size_t pop(uint8_t* out, size_t most) {
+        const size_t taken = std::min(most, count);
+        const size_t straight = std::min(taken, depth - first);
+        std::memcpy(out, ring.get() + first * TS_PACKET_BYTES, straight * TS_PACKET_BYTES);
+        std::memcpy(out + straight * TS_PACKET_BYTES, ring.get(),
+                    (taken - straight) * TS_PACKET_BYTES);
+        count -= taken;
+        first += taken;
+        if (count == 0) {
+            first = 0;  // a queue that is kept empty stays in its first pages
+        } else if (first >= depth) {
+            first -= depth;
+        }
+        return taken;
+    }
+};
+
+Demultiplexer::Demultiplexer() = default;
+Demultiplexer::~Demultiplexer() = default;
+
+void Demultiplexer::setFilterCallback(std::function<void()> callback) {
+    mFilterCallback = std::move(callback);
+}
+
+int Demultiplexer::freeHandle() {
+    for (int i = 0; i < DEMUX_HANDLE_COUNT; ++i) {
+        const int handle = (mNextHandle + i) % DEMUX_HANDLE_COUNT;
+        if (mFilters[static_cast<size_t>(handle)] == nullptr) {
+            mNextHandle = (handle + 1) % DEMUX_HANDLE_COUNT;
+            return handle;
+        }
+    }
+    return -EMFILE;
+}
+
+int Demultiplexer::startFiltering(uint16_t pid, int kind) {
+    if (pid >= PID_COUNT || kind < DEMUX_FILTER_PCR || kind > DEMUX_FILTER_VIDEO) {
+        return -EINVAL;
+    }
+    std::unique_ptr<Filter> filter(new (std::nothrow) Filter);
+    if (filter == nullptr) {
+        return -ENOMEM;
+    }
+    filter->pid = pid;
+    filter->kind = kind;
+    filter->depth = depthOf(kind);
+    // Left untouched: only the pages that packets come to are ever backed.
+    filter->ring.reset(new (std::nothrow) uint8_t[filter->depth * TS_PACKET_BYTES]);
+    if (filter->ring == nullptr) {
+        return -ENOMEM;
+    }
+    int handle = -1;
+    {
+        std::lock_guard lock(mMutex);
+        if (mFilterCount.load(std::memory_order_relaxed) >= MAX_FILTERS) {
+            return -EMFILE;
+        }
+        handle = freeHandle();
+        if (handle < 0) {
+            return handle;
+        }
+        filter->handle = handle;
+        filter->next = std::exchange(mByPid[pid], filter.get());
+        mFilters[static_cast<size_t>(handle)] = std::move(filter);
+        if (mFilterCount.load(std::memory_order_relaxed) == 0) {
+            mReaderArrived.store(false, std::memory_order_release);
+        }
+        mFilterCount.fetch_add(1, std::memory_order_release);
+    }
+    if (mFilterCallback) {
+        mFilterCallback();
+    }
+    return handle;
+}
+
+Demultiplexer::Filter* Demultiplexer::find(int handle) const {
+    return handle < 0 || handle >= DEMUX_HANDLE_COUNT ? nullptr
+                                                      : mFilters[static_cast<size_t>(handle)].get();
+}
+
+int Demultiplexer::stopFiltering(int handle) {
+    std::unique_ptr<Filter> gone;  // its queue is freed outside the lock
+    {
+        std::lock_guard lock(mMutex);
+        Filter* filter = find(handle);
+        if (filter == nullptr) {
+            return -EBADF;
+        }
+        Filter** link = &mByPid[filter->pid];
+        while (*link != filter) {
+            link = &(*link)->next;
+        }
+        *link = filter->next;
+        gone = std::move(mFilters[static_cast<size_t>(handle)]);
+        mFilterCount.fetch_sub(1, std::memory_order_release);
+        mRoom = true;
+    }
+    mRoomWake.notify_all();
+    if (mFilterCallback) {
+        mFilterCallback();
+    }
+    return 0;
+}
+
+int Demultiplexer::keepReady(DemuxBinder_HandleSet* set) const {
+    int ready = 0;
+    for (int word = 0; word < DEMUX_HANDLE_COUNT / 64; ++word) {
+        uint64_t left = set->bits[word];
+        while (left != 0) {
+            const int bit = __builtin_ctzll(left);
+            left &= left - 1;
+            const Filter* filter = find(word * 64 + bit);
+            if (filter != nullptr && filter->count > 0) {
+                ++ready;
+            } else {
+                set->bits[word] &= ~(uint64_t{1} << bit);
+            }
+        }
+    }
+    return ready;
+}
+
+// Readers say by their first request that all their filters are there.
+void Demultiplexer::noteReader() {
+    if (!mReaderArrived.load(std::memory_order_acquire) && filterCount() > 0 &&
+        !mReaderArrived.exchange(true, std::memory_order_acq_rel) && mFilterCallback) {
+        mFilterCallback();
+    }
+}
+
+int Demultiplexer::select(DemuxBinder_HandleSet* set, int timeoutMs) {
+    if (set == nullptr || timeoutMs < 0) {
+        return -EINVAL;
+    }
+    noteReader();
+    const DemuxBinder_HandleSet wanted = *set;
+    std::unique_lock lock(mMutex);
+    int ready = keepReady(set);
+    if (ready > 0 || timeoutMs == 0) {
+        return ready;
+    }
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+    bool timedOut = false;
+    while (ready == 0 && !timedOut) {
+        ++mWaitingReaders;
+        timedOut = mDataWake.wait_until(lock, deadline) == std::cv_status::timeout;
+        --mWaitingReaders;
+        *set = wanted;
+        ready = keepReady(set);
+    }
+    return ready;
+}
+
+int Demultiplexer::readData(int handle, uint8_t* data, int size) {
+    if (data == nullptr || size < static_cast<int>(TS_PACKET_BYTES)) {
+        return -EINVAL;
+    }
+    noteReader();
+    size_t taken = 0;
+    {
+        std::lock_guard lock(mMutex);
+        Filter* filter = find(handle);
+        if (filter == nullptr) {
+            return -EBADF;
+        }
+        taken = filter->pop(data, static_cast<size_t>(size) / TS_PACKET_BYTES);
+        if (taken == 0 || mRoom) {
+            return static_cast<int>(taken * TS_PACKET_BYTES);
+        }
+        mRoom = true;
+    }
+    mRoomWake.notify_all();
+    return static_cast<int>(taken * TS_PACKET_BYTES);
+}
+
+void Demultiplexer::deliver(const uint8_t* packet) {
+    for (Filter* f = mByPid[pidOf(packet)]; f != nullptr; f = f->next) {
+        if (f->takes(packet) && f->push(packet)) {
+            mDropped.fetch_add(1, std::memory_order_relaxed);
+        }
+    }
+}
+
+void Demultiplexer::feedLive(const uint8_t* packets, size_t count) {
+    bool wake = false;
+    {
+        std::lock_guard lock(mMutex);
+        for (size_t i = 0; i < count; ++i) {
+            deliver(packets + i * TS_PACKET_BYTES);
+        }
+        wake = mWaitingReaders > 0;
+    }
+    if (wake) {
+        mDataWake.notify_all();
+    }
+}
+
+bool Demultiplexer::refuses(const Filter* chain, const uint8_t* packet) {
+    for (const Filter* f = chain; f != nullptr; f = f->next) {
+        if (f->count >= std::min(f->depth, LOSSLESS_DEPTH) && f->takes(packet)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+size_t Demultiplexer::feedLossless(const uint8_t* packets, size_t count) {
+    bool wake = false;
+    size_t taken = 0;
+    {
+        std::lock_guard lock(mMutex);
+        for (; taken < count; ++taken) {
+            const uint8_t* packet = packets + taken * TS_PACKET_BYTES;
+            if (refuses(mByPid[pidOf(packet)], packet)) {
+                mRoom = false;
+                break;
+            }
+            deliver(packet);
+        }
+        wake = mWaitingReaders > 0;
+    }
+    if (wake) {
+        mDataWake.notify_all();
+    }
+    return taken;
+}
+
+void Demultiplexer::waitForRoom() {
+    std::unique_lock lock(mMutex);
+    mRoomWake.wait(lock, [this] { return mRoom; });
+}
+
+void Demultiplexer::wakeFeeder() {
+    {
+        std::lock_guard lock(mMutex);
+        mRoom = true;
+    }
+    mRoomWake.notify_all();
+}
+
+void Demultiplexer::flush() {
+    {
+        std::lock_guard lock(mMutex);
+        for (const auto& filter : mFilters) {
+            if (filter != nullptr) {
+                filter->first = 0;
+                filter->count = 0;
+            }
+        }
+        mRoom = true;
+    }
+    mRoomWake.notify_all();
+}
+
+uint16_t Demultiplexer::pcrFilterPid() const {
+    std::lock_guard lock(mMutex);
+    for (const auto& filter : mFilters) {
+        if (filter != nullptr && filter->kind == DEMUX_FILTER_PCR) {
+            return filter->pid;
+        }
+    }
+    return PID_NONE;
+}
+
+}  // namespace orvhost

@@ -1,0 +1,205 @@
+#include "dtv/PcrPacer.h"
+
+#include <algorithm>
+
+#include "dtv/TsPacket.h"
+
+namespace orvhost {
+
+namespace {
+
+// ISO/IEC 13818-1 allows 100 ms between PCRs; some streams take more, and a lost stretch looks the
+// same. Above this an interval must agree with the rate before it.
+constexpr int64_t TRUSTED_INTERVAL_NS = 500'000'000;
+constexpr int64_t LONGEST_INTERVAL_NS = 5'000'000'000;
+
+// So much without a PCR is paced by the last rate: half a second at 12 Mbit/s.
+constexpr size_t MAX_OPEN_PACKETS = 4096;
+
+// How long the end of a known stretch may lie back before the open packets behind it go out.
+constexpr int64_t STARVED_NS = 100'000'000;
+
+// For a stream that never brings a PCR: 12 Mbit/s.
+constexpr int64_t DEFAULT_PACKET_NS = 188LL * 8 * 1'000'000'000 / 12'000'000;
+
+// No interval above a gigabit a second is believed: it would be a burst.
+constexpr int64_t QUICKEST_PACKET_NS = 188 * 8;
+
+// No rate below 60 kbit/s is believed where there is only a rate to go by.
+constexpr int64_t SLOWEST_PACKET_NS = 188LL * 8 * 1'000'000'000 / 60'000;
+
+constexpr int64_t RATE_WINDOW_PACKETS = 8192;
+
+}  // namespace
+
+void PcrPacer::setPcrPid(uint16_t pid) {
+    if (pid != mPcrPid) {
+        mPcrPid = pid;
+        mLastPcr = -1;
+    }
+}
+
+int64_t PcrPacer::durationAtLastRate(size_t packets) const {
+    const int64_t packetNs =
+        mRatePackets == 0 ? DEFAULT_PACKET_NS : std::min(mRateNs / mRatePackets, SLOWEST_PACKET_NS);
+    return static_cast<int64_t>(packets) * packetNs;
+}
+
+void PcrPacer::close(int64_t durationNs) {
+    if (mOpen == 0) {
+        return;
+    }
+    mSegments.push_back({mOpen, durationNs});
+    mBufferedNs += durationNs;
+    mOpen = 0;
+}
+
+void PcrPacer::closeAtLastRate() {
+    mOpen += mUnrated;
+    mUnrated = 0;
+    close(durationAtLastRate(mOpen));
+}
+
+bool PcrPacer::isPlausible(int64_t durationNs) const {
+    const int64_t quickest = static_cast<int64_t>(mOpen) * QUICKEST_PACKET_NS;
+    if (durationNs < quickest || durationNs > LONGEST_INTERVAL_NS) {
+        return false;
+    }
+    if (durationNs <= TRUSTED_INTERVAL_NS) {
+        return true;
+    }
+    const int64_t expected = durationAtLastRate(mOpen);
+    return mRatePackets != 0 && durationNs > expected / 2 && durationNs < expected * 2;
+}
+
+// An average that fades: one odd interval must not set the pace of what follows.
+void PcrPacer::learnRate(int64_t durationNs) {
+    mRatePackets += static_cast<int64_t>(mOpen);
+    mRateNs += durationNs;
+    if (mRatePackets > RATE_WINDOW_PACKETS) {
+        mRatePackets /= 2;
+        mRateNs /= 2;
+    }
+}
+
+void PcrPacer::onPcr(const uint8_t* packet) {
+    const int64_t pcr = pcrOf(packet);
+    const bool measurable = mLastPcr >= 0 && mOpen > 0 && !hasDiscontinuityIndicator(packet);
+    const int64_t duration = measurable ? pcrToNs(pcrDistance(mLastPcr, pcr)) : 0;
+    mLastPcr = pcr;
+    if (measurable && isPlausible(duration)) {
+        learnRate(duration);
+        if (mUnrated > 0) {
+            const size_t open = mOpen;
+            mOpen = mUnrated;
+            mUnrated = 0;
+            close(durationAtLastRate(mOpen));
+            mOpen = open;
+        }
+        close(duration);
+    } else if (mRatePackets != 0) {
+        close(durationAtLastRate(mOpen));
+    } else {
+        mUnrated += mOpen;
+        mOpen = 0;
+    }
+}
+
+void PcrPacer::add(const uint8_t* packets, size_t count) {
+    for (size_t i = 0; i < count; ++i) {
+        const uint8_t* packet = packets + i * TS_PACKET_BYTES;
+        if (hasPcr(packet) && (mPcrPid == PID_NONE || pidOf(packet) == mPcrPid)) {
+            mPcrPid = pidOf(packet);
+            onPcr(packet);
+        }
+        ++mOpen;
+        if (mOpen + mUnrated >= MAX_OPEN_PACKETS) {
+            closeAtLastRate();
+            mLastPcr = -1;
+            mPcrPid = PID_NONE;
+        }
+    }
+}
+
+void PcrPacer::finish() {
+    closeAtLastRate();
+    mLastPcr = -1;
+}
+
+bool PcrPacer::waitedLongEnough(int64_t nowNs) {
+    if (mOpen + mUnrated == 0) {
+        return false;
+    }
+    if (mWaitingSinceNs < 0) {
+        mWaitingSinceNs = nowNs;
+    }
+    return nowNs - mWaitingSinceNs > STARVED_NS;
+}
+
+size_t PcrPacer::takeDue(int64_t nowNs) {
+    if (!mStarted) {
+        if (mSegments.empty()) {
+            if (!waitedLongEnough(nowNs)) {
+                return 0;  // the pace begins with the first packet whose time is known
+            }
+            closeAtLastRate();
+            mLastPcr = -1;
+        }
+        mWaitingSinceNs = -1;
+        mStarted = true;
+        const Segment& first = mSegments.front();
+        mStartNs = nowNs - first.durationNs * static_cast<int64_t>(mTaken) /
+                               static_cast<int64_t>(first.packets);
+    }
+    if (mSegments.empty() && mOpen + mUnrated > 0 && nowNs - mStartNs > STARVED_NS) {
+        closeAtLastRate();
+        mLastPcr = -1;
+    }
+    const int64_t lateNs = nowNs - nextDueNs(nowNs);
+    if (lateNs > MAX_LATE_NS) {
+        mStartNs += lateNs;
+    }
+    size_t due = 0;
+    while (!mSegments.empty() && mStartNs <= nowNs) {
+        const Segment& segment = mSegments.front();
+        const int64_t elapsed = nowNs - mStartNs;
+        if (elapsed < segment.durationNs) {
+            const auto packets = static_cast<int64_t>(segment.packets);
+            const auto target =
+                static_cast<size_t>(std::min(elapsed * packets / segment.durationNs + 1, packets));
+            if (target > mTaken) {
+                due += target - mTaken;
+                mTaken = target;
+            }
+            break;
+        }
+        due += segment.packets - mTaken;
+        mTaken = 0;
+        mStartNs += segment.durationNs;
+        mBufferedNs -= segment.durationNs;
+        mSegments.pop_front();
+    }
+    return due;
+}
+
+int64_t PcrPacer::nextDueNs(int64_t unknown) const {
+    if (!mStarted || mSegments.empty()) {
+        return unknown;
+    }
+    const Segment& first = mSegments.front();
+    // The first packet that is due after the ones taken; at the segment's end, the next segment.
+    return mStartNs +
+           first.durationNs * static_cast<int64_t>(mTaken) / static_cast<int64_t>(first.packets);
+}
+
+void PcrPacer::clear() {
+    mSegments.clear();
+    mLastPcr = -1;
+    mOpen = 0;
+    mUnrated = 0;
+    mTaken = 0;
+    mBufferedNs = 0;
+    mStarted = false;
+}
+
+}  // namespace orvhost

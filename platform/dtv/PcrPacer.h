@@ -1,0 +1,82 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+
+#include "dtv/Services.h"
+
+namespace orvhost {
+
+// Says when each packet of a recorded stream is due, from its programme clock reference.
+//
+//   packets   x x x P x x x x x x P x x x x P        P: carries the PCR
+//             \pre/ \-- 40 ms ---/ \ 40 ms /         a segment: so many packets in so much time
+//
+// Inside a segment packets are spread evenly. A jump of the PCR (either way, announced or not)
+// carries on at the rate of the segment before it, and so does a stretch without PCR. The first
+// packets, before there is any rate, get the first rate found. Not thread-safe; knows no clock:
+// times are handed in.
+class PcrPacer {
+public:
+    // The PID whose PCR counts; PID_NONE takes the first PID that carries one. Also what happens
+    // when the chosen PID brings none for a long stretch.
+    void setPcrPid(uint16_t pid);
+    uint16_t pcrPid() const { return mPcrPid; }
+
+    // Adds `count` packets behind those that are not due yet.
+    void add(const uint8_t* packets, size_t count);
+
+    // No more packets will come: those that wait for their segment's end get the last rate.
+    void finish();
+
+    // How many more packets are due at nowNs; they are done with. The first call after restart()
+    // that finds a packet sets its time. More than MAX_LATE_NS behind, the pace shifts instead of
+    // bursting.
+    size_t takeDue(int64_t nowNs);
+
+    // When the next packet is due; `unknown` when that is not known yet.
+    int64_t nextDueNs(int64_t unknown) const;
+
+    // After a pause: the next packet is due at the next takeDue().
+    void restart() { mStarted = false; }
+
+    // After a jump in the source: forgets all packets, not the rate.
+    void clear();
+
+    // Stream time that is known and not due yet.
+    int64_t bufferedNs() const { return mBufferedNs; }
+
+    static constexpr int64_t MAX_LATE_NS = 500'000'000;
+
+private:
+    struct Segment {
+        size_t packets;
+        int64_t durationNs;
+    };
+
+    bool waitedLongEnough(int64_t nowNs);
+    void learnRate(int64_t durationNs);
+    void onPcr(const uint8_t* packet);
+    void close(int64_t durationNs);
+    void closeAtLastRate();
+    bool isPlausible(int64_t durationNs) const;
+    int64_t durationAtLastRate(size_t packets) const;
+
+    uint16_t mPcrPid = PID_NONE;
+    int64_t mLastPcr = -1;  // -1: none to measure from
+    size_t mOpen = 0;       // packets of the segment that no PCR has closed yet
+    size_t mUnrated = 0;    // packets before them that wait for the first rate
+    // Over the good segments of late: the rate.
+    int64_t mRatePackets = 0;
+    int64_t mRateNs = 0;
+
+    std::deque<Segment> mSegments;
+    size_t mTaken = 0;     // packets of the first segment that are done with
+    int64_t mStartNs = 0;  // when the first segment began
+    int64_t mBufferedNs = 0;
+    bool mStarted = false;
+    int64_t mWaitingSinceNs = -1;  // first asked while only packets of unknown time were there
+};
+
+}  // namespace orvhost

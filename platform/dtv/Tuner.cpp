@@ -1,0 +1,120 @@
+#include "dtv/Tuner.h"
+
+#include <utility>
+
+#include "dtv/ByteSource.h"
+#include "dtv/TunerSession.h"
+
+namespace orvhost {
+
+Tuner& Tuner::instance() {
+    // Never destroyed: its thread may run until the process is gone.
+    static Tuner* tuner = new Tuner;
+    return *tuner;
+}
+
+Tuner::Tuner(HostClock& clock) : mClock(clock) {
+    mDemultiplexer.setFilterCallback([this] {
+        if (const auto present = session()) {
+            present->wake();
+        }
+    });
+}
+
+Tuner::~Tuner() {
+    untune();
+}
+
+std::shared_ptr<TunerSession> Tuner::session() const {
+    std::lock_guard lock(mMutex);
+    return mSession;
+}
+
+std::shared_ptr<TunerSession> Tuner::replaceSession(std::shared_ptr<TunerSession> next) {
+    std::lock_guard lock(mMutex);
+    return std::exchange(mSession, std::move(next));
+}
+
+TuneResult Tuner::tune(const std::string& source, const TuneOptions& options) {
+    untune();
+    TuneResult result;
+    auto opened = openByteSource(source, result);
+    return opened == nullptr
+               ? result
+               : begin(std::move(opened), source == "-" ? "standard input" : source, options);
+}
+
+TuneResult Tuner::tune(int descriptor, const TuneOptions& options) {
+    untune();
+    const std::string name = "descriptor " + std::to_string(descriptor);
+    TuneResult result;
+    auto opened = adoptByteSource(descriptor, name, result);
+    return opened == nullptr ? result : begin(std::move(opened), name, options);
+}
+
+TuneResult Tuner::begin(std::unique_ptr<ByteSource> source, const std::string& name,
+                        const TuneOptions& options) {
+    std::shared_ptr<TunerSession> mine;
+    {
+        std::lock_guard changing(mChangeMutex);
+        std::function<void()> endCallback;
+        {
+            std::lock_guard lock(mMutex);
+            endCallback = mEndCallback;
+        }
+        mine = std::make_shared<TunerSession>(mClock, mDemultiplexer, std::move(source), name,
+                                              options, std::move(endCallback));
+        if (const auto old = replaceSession(mine)) {
+            old->close();  // two never feed at once
+        }
+        mine->start();
+    }
+    const TuneResult result = mine->waitForPackets();
+    if (!result.ok()) {
+        std::lock_guard changing(mChangeMutex);
+        if (session() == mine) {
+            replaceSession(nullptr);
+        }
+        mine->close();
+    }
+    return result;
+}
+
+void Tuner::untune() {
+    std::lock_guard changing(mChangeMutex);
+    if (const auto old = replaceSession(nullptr)) {
+        old->close();
+    }
+}
+
+bool Tuner::rewind() {
+    const auto present = session();
+    return present != nullptr && present->rewind();
+}
+
+ServiceList Tuner::services(int timeoutMs) {
+    const auto present = session();
+    if (present == nullptr) {
+        ServiceList none;
+        none.result = {TuneStatus::NotTuned, "nothing is tuned; tune to a source first"};
+        return none;
+    }
+    return present->services(timeoutMs);
+}
+
+TunerStatistics Tuner::statistics() const {
+    const auto present = session();
+    return present == nullptr ? TunerStatistics() : present->statistics();
+}
+
+bool Tuner::atEnd() const {
+    const auto present = session();
+    return present != nullptr && present->atEnd();
+}
+
+void Tuner::setEndCallback(std::function<void()> callback) {
+    std::lock_guard lock(mMutex);
+    mEndCallback = std::move(callback);
+}
+
+}  // namespace orvhost

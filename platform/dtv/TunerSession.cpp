@@ -1,0 +1,409 @@
+#include "dtv/TunerSession.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <utility>
+
+#include "trace/HostLog.h"
+
+namespace orvhost {
+
+namespace {
+
+constexpr int64_t MS = 1'000'000;
+
+constexpr size_t READ_BYTES = 256 << 10;
+constexpr size_t HEAD_BYTES = 8 << 20;    // the look at the head ends here
+constexpr uint64_t SYNC_BYTES = 1 << 20;  // so much without a packet is no transport stream
+constexpr int POLL_MS = 20;               // how soon a waiting read sees that filters came
+constexpr int64_t TICK_NS = 20 * MS;      // one batch
+constexpr int64_t LOOK_AHEAD_NS = 100 * MS;
+constexpr int64_t LONGEST_SLEEP_NS = 100 * MS;
+constexpr int64_t SETTLE_NS = 100 * MS;  // for filters whose reader asks for nothing
+constexpr size_t LOSSLESS_BATCH = 350;   // packets, 64 KiB
+
+}  // namespace
+
+TunerSession::TunerSession(HostClock& clock, Demultiplexer& demultiplexer,
+                           std::unique_ptr<ByteSource> source, std::string name,
+                           const TuneOptions& options, std::function<void()> endCallback)
+    : mClock(clock),
+      mDemultiplexer(demultiplexer),
+      mSource(std::move(source)),
+      mName(std::move(name)),
+      mOptions(options),
+      mEndCallback(std::move(endCallback)) {}
+
+TunerSession::~TunerSession() {
+    close();
+}
+
+void TunerSession::start() {
+    std::lock_guard lock(mThreadMutex);
+    if (!isCancelled()) {
+        mDemultiplexer.flush();
+        mDroppedBefore = mDemultiplexer.droppedPackets();
+        mThread = std::thread(&TunerSession::run, this);
+    }
+}
+
+void TunerSession::close() {
+    {
+        std::lock_guard lock(mMutex);
+        mCancelled.store(true, std::memory_order_relaxed);
+    }
+    mSource->interrupt();
+    mDemultiplexer.wakeFeeder();
+    mFeederWake.notify_all();
+    mCallerWake.notify_all();
+    std::lock_guard lock(mThreadMutex);
+    if (mThread.joinable()) {
+        mThread.join();
+    }
+}
+
+void TunerSession::wake() {
+    {
+        std::lock_guard lock(mMutex);  // a feeder about to wait has looked already or will
+    }
+    mFeederWake.notify_all();
+}
+
+void TunerSession::run() {
+    lookAtHead();
+    while (waitForWork()) {
+        if (mOptions.paced) {
+            feedPaced();
+        } else {
+            feedLossless();
+        }
+    }
+}
+
+// ---- the head --------------------------------------------------------------------------------
+
+void TunerSession::lookAtHead() {
+    bool wanted = true;
+    while (wanted && !isCancelled()) {
+        const ssize_t got = fill(POLL_MS);
+        settleOpening(got);
+        std::lock_guard lock(mMutex);
+        mHeadCut = mayFeed() && mWindow.count() > 0;
+        wanted = !mHeadCut && !mSourceEnded && !(mOpened && !mOpening.ok()) &&
+                 !mTables.isComplete() && mWindow.count() * TS_PACKET_BYTES < HEAD_BYTES &&
+                 !mRewindWanted;
+    }
+    {
+        std::lock_guard lock(mMutex);
+        mHeadDone = true;
+    }
+    mCallerWake.notify_all();
+}
+
+// Decides whether this is a transport stream at all.
+void TunerSession::settleOpening(ssize_t lastRead) {
+    std::lock_guard lock(mMutex);
+    if (mOpened) {
+        return;
+    }
+    const bool failed = lastRead < 0 && lastRead != -EAGAIN && lastRead != -EINTR;
+    if (mWindow.count() > 0) {
+        mOpening = {};
+    } else if (failed) {
+        mOpening = {TuneStatus::ReadError,
+                    mName + ": read error: " + std::strerror(static_cast<int>(-lastRead))};
+    } else if (mSourceEnded && mBytes == 0) {
+        mOpening = {TuneStatus::EmptySource, mName + ": is empty; nothing to play in it"};
+    } else if (mSourceEnded || mSkippedBytes >= SYNC_BYTES) {
+        mOpening = {TuneStatus::NoSync,
+                    mName + ": not an MPEG transport stream (no sync bytes found)"};
+    } else {
+        return;
+    }
+    mOpened = true;
+    mCallerWake.notify_all();
+}
+
+TuneResult TunerSession::waitForPackets() {
+    std::unique_lock lock(mMutex);
+    mCallerWake.wait_for(lock, std::chrono::milliseconds(std::max(mOptions.timeoutMs, 0)),
+                         [this] { return mOpened || isCancelled(); });
+    if (isCancelled()) {
+        return {TuneStatus::Cancelled, mName + ": given up"};
+    }
+    if (mOpened) {
+        return mOpening;
+    }
+    return mBytes == 0
+               ? TuneResult{TuneStatus::NoData, mName + ": no data came; is its sender running?"}
+               : TuneResult{TuneStatus::NoSync,
+                            mName + ": not an MPEG transport stream (no sync bytes found)"};
+}
+
+ServiceList TunerSession::services(int timeoutMs) {
+    std::unique_lock lock(mMutex);
+    mCallerWake.wait_for(lock, std::chrono::milliseconds(std::max(timeoutMs, 0)), [this] {
+        const bool idle = mHeadDone && !mHeadCut && !mFeeding;
+        return mTables.isComplete() || mAllRead || idle || isCancelled();
+    });
+    ServiceList list;
+    list.services = mTables.services();
+    list.networkName = mTables.networkName();
+    if (isCancelled()) {
+        list.result = {TuneStatus::Cancelled, mName + ": given up"};
+    } else if (list.services.empty()) {
+        list.result = {TuneStatus::NoTables,
+                       mName + ": no programme tables found; name the PIDs to play it"};
+    }
+    return list;
+}
+
+// ---- reading ---------------------------------------------------------------------------------
+
+// Reads once; what is new is counted and its tables are read.
+ssize_t TunerSession::fill(int timeoutMs) {
+    const ssize_t got = mWindow.fill(*mSource, READ_BYTES, timeoutMs);
+    if (got == -EAGAIN || got == -EINTR) {
+        return got;
+    }
+    if (got < 0) {
+        HOST_LOGE("%s: %s: read error: %s", __func__, mName.c_str(),
+                  std::strerror(static_cast<int>(-got)));
+    }
+    mSourceEnded = got <= 0;
+    bool answered = false;
+    {
+        std::lock_guard lock(mMutex);
+        const bool wereDone = mTables.isComplete();
+        const uint8_t* packet = mWindow.fresh();
+        for (size_t i = 0; i < mWindow.freshCount(); ++i, packet += TS_PACKET_BYTES) {
+            mCounter.count(packet);
+            if (mTables.wants(pidOf(packet))) {
+                mTables.push(packet);
+            }
+        }
+        mBytes += got > 0 ? static_cast<uint64_t>(got) : 0;
+        mSyncLosses = mWindow.synchronizer().syncLosses();
+        mSkippedBytes = mWindow.synchronizer().skippedBytes();
+        mAllRead = mAllRead || mSourceEnded;
+        answered = mSourceEnded || (!wereDone && mTables.isComplete());
+    }
+    if (answered) {
+        mCallerWake.notify_all();
+    }
+    return got;
+}
+
+// ---- feeding ---------------------------------------------------------------------------------
+
+// Whether filters want data now. With mMutex held.
+bool TunerSession::mayFeed() const {
+    return mOptions.freeRunning ||
+           (mDemultiplexer.filterCount() > 0 && (mDemultiplexer.readerArrived() || mSettled));
+}
+
+// Waits until there is something to feed. False when the session is over.
+bool TunerSession::waitForWork() {
+    std::unique_lock lock(mMutex);
+    int64_t settledNs = mSettled ? 0 : -1;  // from when on filters alone are reason enough
+    for (;;) {
+        if (isCancelled() || (mOpened && !mOpening.ok())) {
+            return false;
+        }
+        if (mRewindWanted) {
+            lock.unlock();
+            doRewind();
+            lock.lock();
+            continue;
+        }
+        mSettled = settledNs >= 0 && mClock.nowNs() >= settledNs;
+        if (!mEnded && mayFeed()) {
+            if (!mFeeding) {
+                mFeeding = true;
+                lock.unlock();
+                beginFeeding();
+            }
+            return true;
+        }
+        mFeeding = false;
+        if (mEnded || !mOptions.paced || mDemultiplexer.filterCount() == 0) {
+            settledNs = -1;
+            mFeederWake.wait(lock);
+        } else {
+            settledNs = settledNs < 0 ? mClock.nowNs() + SETTLE_NS : settledNs;
+            mClock.waitUntil(lock, mFeederWake, settledNs);
+        }
+    }
+}
+
+uint16_t TunerSession::choosePcrPid() const {
+    if (mOptions.pcrPid != PID_NONE) {
+        return mOptions.pcrPid;
+    }
+    std::vector<Service> services;
+    {
+        std::lock_guard lock(mMutex);
+        services = mTables.services();
+    }
+    const auto pcrOfService = [&services](auto wanted) {
+        const auto found = std::find_if(services.begin(), services.end(), wanted);
+        return found == services.end() ? PID_NONE : found->pcrPid;
+    };
+    const uint16_t named =
+        pcrOfService([this](const Service& s) { return s.serviceId == mOptions.serviceId; });
+    if (mOptions.serviceId != 0 && named != PID_NONE) {
+        return named;
+    }
+    const uint16_t filtered = mDemultiplexer.pcrFilterPid();
+    return filtered != PID_NONE
+               ? filtered
+               : pcrOfService([](const Service& s) { return s.pcrPid != PID_NONE; });
+}
+
+void TunerSession::beginFeeding() {
+    if (mOptions.paced) {
+        mPacer.setPcrPid(choosePcrPid());
+        mPacer.restart();
+        mNextTickNs = mClock.nowNs();
+    }
+}
+
+void TunerSession::feedPaced() {
+    if (!mPacerKnowsWindow) {
+        mPacer.add(mWindow.packets(), mWindow.count());
+        mPacerKnowsWindow = true;
+    }
+    while (!mSourceEnded && mPacer.bufferedNs() < LOOK_AHEAD_NS &&
+           mWindow.count() * TS_PACKET_BYTES < HEAD_BYTES) {
+        const ssize_t got = fill(0);
+        if (got < 0 && !mSourceEnded) {
+            break;
+        }
+        mPacer.add(mWindow.fresh(), mWindow.freshCount());
+    }
+    if (mSourceEnded) {
+        mPacer.finish();
+    }
+    const int64_t nowNs = mClock.nowNs();
+    const size_t due = mPacer.takeDue(nowNs);
+    if (due > 0) {
+        mDemultiplexer.feedLive(mWindow.packets(), due);
+        mWindow.release(due);
+        mFedThisLap += due;
+    }
+    if (mSourceEnded && mWindow.count() == 0) {
+        reachEnd();
+        return;
+    }
+    mNextTickNs = std::max(mNextTickNs + TICK_NS, nowNs);
+    const int64_t wakeNs = std::max(mNextTickNs, mPacer.nextDueNs(mNextTickNs));
+    sleepUntil(std::min(wakeNs, nowNs + LONGEST_SLEEP_NS));
+}
+
+// Also ends when the session is closed or rewound, or the last filter stops.
+void TunerSession::sleepUntil(int64_t deadlineNs) {
+    std::unique_lock lock(mMutex);
+    while (!isCancelled() && !mRewindWanted && mayFeed() && mClock.nowNs() < deadlineNs) {
+        mClock.waitUntil(lock, mFeederWake, deadlineNs);
+    }
+}
+
+// Asked after a queue refused: who sets either flag wakes the feeder only afterwards, so that the
+// wait that follows cannot miss it.
+bool TunerSession::isWantedElsewhere() const {
+    std::lock_guard lock(mMutex);
+    return isCancelled() || mRewindWanted;
+}
+
+void TunerSession::feedLossless() {
+    if (mWindow.count() == 0) {
+        if (mSourceEnded) {
+            reachEnd();
+        } else {
+            fill(POLL_MS);
+        }
+        return;
+    }
+    const size_t batch = std::min(mWindow.count(), LOSSLESS_BATCH);
+    const size_t taken = mDemultiplexer.feedLossless(mWindow.packets(), batch);
+    mWindow.release(taken);
+    mFedThisLap += taken;
+    if (taken < batch && !isWantedElsewhere()) {
+        mDemultiplexer.waitForRoom();
+    }
+}
+
+void TunerSession::reachEnd() {
+    const bool again = mOptions.loop && mFedThisLap > 0;
+    if (again && startOver()) {
+        return;
+    }
+    {
+        std::lock_guard lock(mMutex);
+        mEnded = true;
+    }
+    mCallerWake.notify_all();
+    if (mEndCallback) {
+        mEndCallback();
+    }
+}
+
+// ---- going back ------------------------------------------------------------------------------
+
+bool TunerSession::startOver() {
+    if (!mSource->rewind()) {
+        return false;
+    }
+    mWindow.clear();
+    mPacer.clear();
+    mPacerKnowsWindow = true;
+    mSourceEnded = false;
+    mFedThisLap = 0;
+    std::lock_guard lock(mMutex);
+    mCounter.forgetContinuity();
+    return true;
+}
+
+void TunerSession::doRewind() {
+    const bool done = startOver();
+    if (done) {
+        mDemultiplexer.flush();
+    }
+    {
+        std::lock_guard lock(mMutex);
+        mRewindWanted = false;
+        mRewindResult = done;
+        mEnded = mEnded && !done;
+    }
+    mCallerWake.notify_all();
+}
+
+bool TunerSession::rewind() {
+    std::unique_lock lock(mMutex);
+    mRewindWanted = true;
+    mDemultiplexer.wakeFeeder();
+    mFeederWake.notify_all();
+    mCallerWake.wait(lock, [this] { return !mRewindWanted || isCancelled(); });
+    return !isCancelled() && mRewindResult;
+}
+
+bool TunerSession::atEnd() const {
+    std::lock_guard lock(mMutex);
+    return mEnded;
+}
+
+TunerStatistics TunerSession::statistics() const {
+    std::lock_guard lock(mMutex);
+    TunerStatistics all;
+    all.packets = mCounter.packets();
+    all.bytes = mBytes;
+    all.syncLosses = mSyncLosses;
+    all.skippedBytes = mSkippedBytes;
+    all.droppedPackets = mDemultiplexer.droppedPackets() - mDroppedBefore;
+    all.pids = mCounter.pids();
+    return all;
+}
+
+}  // namespace orvhost

@@ -1,0 +1,109 @@
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "dtv/ByteSource.h"
+#include "dtv/PacketCounter.h"
+#include "dtv/PacketWindow.h"
+#include "dtv/PcrPacer.h"
+#include "dtv/ServiceTables.h"
+#include "dtv/Tuner.h"
+
+namespace orvhost {
+
+// One source on the tuner, from tune() to untune(), with the thread that feeds it.
+//
+//   look at the head  ->  idle  <->  feeding  ->  ended
+//                          ^------- rewind --------'
+//
+// The head is read until the tables are known, a bound is reached or filters wait; it stays in the
+// window and is fed like the rest. Feeding begins when a filter runs and its reader has asked for
+// data (filters that belong together then all get the first packet), paced also 100 ms after the
+// filter.
+class TunerSession {
+public:
+    TunerSession(HostClock& clock, Demultiplexer& demultiplexer, std::unique_ptr<ByteSource> source,
+                 std::string name, const TuneOptions& options, std::function<void()> endCallback);
+    ~TunerSession();
+    TunerSession(const TunerSession&) = delete;  // the thread knows us by address
+    TunerSession& operator=(const TunerSession&) = delete;
+
+    void start();
+
+    // Ends every wait here and joins the thread. Any thread but the feeding one, more than once.
+    void close();
+
+    // Filters changed.
+    void wake();
+
+    TuneResult waitForPackets();
+    ServiceList services(int timeoutMs);
+    TunerStatistics statistics() const;
+    bool atEnd() const;
+    bool rewind();
+
+private:
+    void run();
+    void lookAtHead();
+    void settleOpening(ssize_t lastRead);
+    bool waitForWork();
+    void beginFeeding();
+    void feedPaced();
+    void feedLossless();
+    void reachEnd();
+    void doRewind();
+    bool startOver();
+    ssize_t fill(int timeoutMs);
+    void sleepUntil(int64_t deadlineNs);
+    uint16_t choosePcrPid() const;
+    bool isCancelled() const { return mCancelled.load(std::memory_order_relaxed); }
+    bool mayFeed() const;
+    bool isWantedElsewhere() const;
+
+    HostClock& mClock;
+    Demultiplexer& mDemultiplexer;
+    const std::unique_ptr<ByteSource> mSource;
+    const std::string mName;
+    const TuneOptions mOptions;
+    const std::function<void()> mEndCallback;
+
+    // Feeding thread only.
+    PacketWindow mWindow;
+    PcrPacer mPacer;
+    bool mPacerKnowsWindow = false;  // the head is handed to the pacer when feeding begins
+    bool mSourceEnded = false;
+    uint64_t mFedThisLap = 0;
+    int64_t mNextTickNs = 0;
+
+    mutable std::mutex mMutex;  // all below
+    std::condition_variable mFeederWake;
+    std::condition_variable mCallerWake;
+    std::atomic<bool> mCancelled{false};
+    bool mOpened = false;  // mOpening is final
+    TuneResult mOpening;
+    bool mHeadDone = false;
+    bool mHeadCut = false;  // ... because filters wanted data
+    bool mAllRead = false;  // the source's end was seen
+    bool mFeeding = false;
+    bool mSettled = false;  // filters run long enough to feed them unasked
+    bool mEnded = false;
+    bool mRewindWanted = false;
+    bool mRewindResult = false;
+    uint64_t mBytes = 0;
+    uint64_t mSyncLosses = 0;
+    uint64_t mSkippedBytes = 0;
+    uint64_t mDroppedBefore = 0;
+    ServiceTables mTables;
+    PacketCounter mCounter;
+
+    std::mutex mThreadMutex;  // start() and close()
+    std::thread mThread;
+};
+
+}  // namespace orvhost

@@ -1,0 +1,239 @@
+#include "dtv/Demultiplexer.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <chrono>
+#include <future>
+#include <thread>
+
+#include "support/TsBuilder.h"
+
+namespace {
+
+using namespace orvtest;
+using orvhost::Demultiplexer;
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+constexpr unsigned VIDEO = 0x111;
+constexpr unsigned AUDIO = 0x112;
+
+DemuxBinder_HandleSet setOf(std::initializer_list<int> handles) {
+    DemuxBinder_HandleSet set;
+    DemuxBinder_HandleZERO(&set);
+    for (int handle : handles) {
+        DemuxBinder_HandleSET(handle, &set);
+    }
+    return set;
+}
+
+class DemultiplexerTest : public testing::Test {
+protected:
+    void feedLive(const Bytes& bytes) { mDemux.feedLive(bytes.data(), bytes.size() / 188); }
+
+    Bytes readAll(int handle) {
+        Bytes all;
+        Bytes part(188 * 7 + 100);  // not a whole number of packets
+        int got = 0;
+        while ((got = mDemux.readData(handle, part.data(), static_cast<int>(part.size()))) > 0) {
+            EXPECT_EQ(got % 188, 0);
+            all.insert(all.end(), part.begin(), part.begin() + got);
+        }
+        EXPECT_EQ(got, 0);
+        return all;
+    }
+
+    int selectNow(DemuxBinder_HandleSet& set) { return mDemux.select(&set, 0); }
+
+    Demultiplexer mDemux;
+};
+
+TEST_F(DemultiplexerTest, EachFilterGetsItsPidWhole) {
+    const int video = mDemux.startFiltering(VIDEO, DEMUX_FILTER_VIDEO);
+    const int audio = mDemux.startFiltering(AUDIO, DEMUX_FILTER_PES);
+    const int videoAgain = mDemux.startFiltering(VIDEO, DEMUX_FILTER_PES);
+    const Bytes v = TsBuilder().pes(VIDEO, 0xE0, 90'000, Bytes(5000, 1)).build();
+    const Bytes a = TsBuilder().pes(AUDIO, 0xC0, 90'000, Bytes(100, 2)).build();
+    feedLive(v + a + TsBuilder().nulls(3).build());
+
+    auto set = setOf({video, audio, videoAgain});
+    EXPECT_EQ(selectNow(set), 3);
+    EXPECT_EQ(readAll(video), v);
+    EXPECT_EQ(readAll(audio), a);
+    set = setOf({video, audio, videoAgain});
+    EXPECT_EQ(selectNow(set), 1);
+    EXPECT_FALSE(DemuxBinder_HandleISSET(video, &set));
+    EXPECT_TRUE(DemuxBinder_HandleISSET(videoAgain, &set));
+    EXPECT_EQ(readAll(videoAgain), v);
+}
+
+TEST_F(DemultiplexerTest, StoppedAndMissingHandlesAreHarmless) {
+    const int stopped = mDemux.startFiltering(VIDEO, DEMUX_FILTER_VIDEO);
+    feedLive(TsBuilder().packet(VIDEO, Bytes(184, 1)).build());
+    EXPECT_EQ(mDemux.stopFiltering(stopped), 0);
+    EXPECT_EQ(mDemux.stopFiltering(stopped), -EBADF);
+    const int running = mDemux.startFiltering(VIDEO, DEMUX_FILTER_VIDEO);
+    EXPECT_NE(running, stopped);  // an old set must not name the new filter
+    feedLive(TsBuilder().packet(VIDEO, Bytes(184, 2)).build());
+
+    auto set = setOf({-1, stopped, running, 100'000});
+    EXPECT_EQ(selectNow(set), 1);
+    EXPECT_TRUE(DemuxBinder_HandleISSET(running, &set));
+    EXPECT_FALSE(DemuxBinder_HandleISSET(stopped, &set));
+    EXPECT_FALSE(DemuxBinder_HandleISSET(-1, &set));
+    uint8_t packet[188];
+    for (int handle : {-1, stopped, 100'000}) {
+        EXPECT_EQ(mDemux.readData(handle, packet, sizeof(packet)), -EBADF);
+    }
+}
+
+TEST_F(DemultiplexerTest, RefusesWhatItCannotDo) {
+    uint8_t packet[188];
+    const int handle = mDemux.startFiltering(0x1FFF, DEMUX_FILTER_PES);
+    EXPECT_GE(handle, 0);
+    EXPECT_EQ(mDemux.startFiltering(0x2000, DEMUX_FILTER_PES), -EINVAL);
+    EXPECT_EQ(mDemux.startFiltering(VIDEO, 3), -EINVAL);
+    EXPECT_EQ(mDemux.startFiltering(VIDEO, -1), -EINVAL);
+    EXPECT_EQ(mDemux.select(nullptr, 0), -EINVAL);
+    auto set = setOf({handle});
+    EXPECT_EQ(mDemux.select(&set, -1), -EINVAL);
+    EXPECT_EQ(mDemux.readData(handle, nullptr, 188), -EINVAL);
+    EXPECT_EQ(mDemux.readData(handle, packet, 187), -EINVAL);
+    EXPECT_EQ(mDemux.readData(handle, packet, -5), -EINVAL);
+    int last = 0;
+    for (int i = 0; i < DEMUX_HANDLE_COUNT && last >= 0; ++i) {
+        last = mDemux.startFiltering(VIDEO, DEMUX_FILTER_PCR);
+    }
+    EXPECT_EQ(last, -EMFILE);
+}
+
+// What a PCR filter delivers has the PCR and nothing that could upset a packet parser.
+TEST_F(DemultiplexerTest, PcrFilterCutsToHeaderAndAdaptationField) {
+    const int pcr = mDemux.startFiltering(VIDEO, DEMUX_FILTER_PCR);
+    feedLive(TsBuilder()
+                 .packet(VIDEO, Bytes(184, 7), true)              // no adaptation field
+                 .packet(VIDEO, Bytes(176, 7), true, 27'000'000)  // PCR beside payload
+                 .packet(VIDEO, Bytes(100, 7))                    // stuffing only
+                 .pcr(VIDEO, 54'000'123, true)                    // PCR alone, announced jump
+                 .packet(AUDIO, Bytes(176, 7), true, 81'000'000)  // another PID
+                 .build());
+    const Bytes out = readAll(pcr);
+    ASSERT_EQ(out.size(), 2 * 188u);
+    for (size_t at : {0, 188}) {
+        const uint8_t* p = out.data() + at;
+        EXPECT_EQ(p[1] & 0xC0, 0);  // neither error nor start
+        EXPECT_EQ(orvhost::pidOf(p), VIDEO);
+        EXPECT_EQ(p[3], 0x20);  // adaptation field only; the counter repeats
+        EXPECT_EQ(p[4], 183);
+        EXPECT_EQ(Bytes(p + 12, p + 188), Bytes(176, 0xFF));  // no payload came through
+    }
+    EXPECT_EQ(orvhost::pcrOf(out.data()), 27'000'000);
+    EXPECT_EQ(orvhost::pcrOf(out.data() + 188), 54'000'123);
+    EXPECT_TRUE(orvhost::hasDiscontinuityIndicator(out.data() + 188));
+}
+
+TEST_F(DemultiplexerTest, FullLiveQueueLosesItsOldestPackets) {
+    const int handle = mDemux.startFiltering(AUDIO, DEMUX_FILTER_PES);
+    TsBuilder one;
+    constexpr uint64_t FED = 10'000;
+    for (uint64_t i = 0; i < FED; ++i) {
+        one.packet(AUDIO, Bytes{static_cast<uint8_t>(i >> 8), static_cast<uint8_t>(i)});
+    }
+    feedLive(one.build());
+    const Bytes kept = readAll(handle);
+    EXPECT_EQ(mDemux.droppedPackets(), FED - kept.size() / 188);
+    EXPECT_GT(mDemux.droppedPackets(), 0u);
+    // The newest ones, in order and whole.
+    EXPECT_TRUE(std::equal(kept.rbegin(), kept.rend(), one.build().rbegin()));
+}
+
+TEST_F(DemultiplexerTest, LosslessFeedStallsUntilTheSlowFilterIsReadOrStopped) {
+    const int slow = mDemux.startFiltering(AUDIO, DEMUX_FILTER_PES);
+    const int other = mDemux.startFiltering(VIDEO, DEMUX_FILTER_VIDEO);
+    TsBuilder builder;
+    for (int i = 0; i < 5000; ++i) {
+        builder.packet(AUDIO, Bytes{static_cast<uint8_t>(i >> 8), static_cast<uint8_t>(i)});
+    }
+    const Bytes& bytes = builder.build();
+    Bytes got;
+    auto feeder = std::async(std::launch::async, [&] {
+        for (size_t at = 0; at < 5000;) {
+            at += mDemux.feedLossless(bytes.data() + at * 188, 5000 - at);
+            if (at < 5000) {
+                mDemux.waitForRoom();
+            }
+        }
+        // Refused for ever by the filter that nobody reads: stopping it lets go.
+        while (mDemux.feedLossless(bytes.data(), 5000) < 5000) {
+            mDemux.waitForRoom();
+        }
+    });
+    const auto set = setOf({slow, other});
+    while (got.size() < bytes.size()) {
+        auto ready = set;
+        ASSERT_EQ(mDemux.select(&ready, 5000), 1);
+        Bytes part(188 * 1000);
+        const int n = mDemux.readData(slow, part.data(), static_cast<int>(part.size()));
+        ASSERT_GT(n, 0);
+        got.insert(got.end(), part.begin(), part.begin() + n);
+    }
+    got.resize(bytes.size());
+    EXPECT_EQ(got, bytes);
+    EXPECT_EQ(mDemux.droppedPackets(), 0u);
+    EXPECT_EQ(mDemux.stopFiltering(slow), 0);
+    EXPECT_EQ(feeder.wait_for(milliseconds(5000)), std::future_status::ready);
+}
+
+TEST_F(DemultiplexerTest, SelectWakesWithTheBatchAndTimesOutWithoutOne) {
+    const int handle = mDemux.startFiltering(AUDIO, DEMUX_FILTER_PES);
+    auto set = setOf({handle});
+    const auto before = steady_clock::now();
+    EXPECT_EQ(mDemux.select(&set, 30), 0);
+    EXPECT_GE(steady_clock::now() - before, milliseconds(30));
+    EXPECT_FALSE(DemuxBinder_HandleISSET(handle, &set));
+
+    auto reader = std::async(std::launch::async, [&] {
+        auto ready = setOf({handle});
+        return mDemux.select(&ready, 10'000);
+    });
+    feedLive(TsBuilder().packet(VIDEO, Bytes(184, 1)).build());  // nobody's PID
+    feedLive(TsBuilder().packet(AUDIO, Bytes(184, 1)).build());
+    EXPECT_EQ(reader.get(), 1);
+    EXPECT_LT(steady_clock::now() - before, milliseconds(5000));
+}
+
+// A reader that waits for a filter which another thread stops gets its time-out, nothing worse.
+TEST_F(DemultiplexerTest, FiltersComeAndGoUnderAReader) {
+    std::atomic<bool> over{false};
+    std::thread feeder([&] {
+        const Bytes bytes = TsBuilder().nulls(50).build();
+        while (!over) {
+            mDemux.feedLive(bytes.data(), 50);
+        }
+    });
+    std::atomic<int> handle{-1};
+    std::thread reader([&] {
+        Bytes part(188 * 64);
+        while (!over) {
+            const int now = handle;
+            auto set = setOf({now});
+            if (mDemux.select(&set, 2) > 0) {
+                EXPECT_EQ(
+                    mDemux.readData(now, part.data(), static_cast<int>(part.size())) % 188 > 0,
+                    false);
+            }
+        }
+    });
+    for (int i = 0; i < 300; ++i) {
+        handle = mDemux.startFiltering(0x1FFF, i % 3);
+        ASSERT_GE(handle, 0);
+        EXPECT_EQ(mDemux.stopFiltering(handle), 0);
+    }
+    over = true;
+    feeder.join();
+    reader.join();
+    EXPECT_EQ(mDemux.filterCount(), 0u);
+}
+
+}  // namespace

@@ -1,0 +1,124 @@
+#include "dtv/ServiceTables.h"
+
+#include <gtest/gtest.h>
+
+#include "support/TsBuilder.h"
+
+namespace {
+
+using namespace orvtest;
+using orvhost::Service;
+using orvhost::ServiceTables;
+using orvhost::StreamKind;
+
+void push(ServiceTables& tables, const Bytes& bytes) {
+    for (size_t at = 0; at < bytes.size(); at += 188) {
+        if (tables.wants(orvhost::pidOf(bytes.data() + at))) {
+            tables.push(bytes.data() + at);
+        }
+    }
+}
+
+const Bytes FULL_SEGMENT =
+    pmt(101, 0x1FF,
+        {{0x1B, 0x111, descriptor(0x52, {0x00})},
+         {0x11, 0x112,
+          descriptor(0x52, {0x10}) +
+              descriptor(0xC4, bytesOf("\xF2\x03\x10\x11\xFF\x7F") + bytesOf("por"))},
+         {0x0F, 0x113, descriptor(0x0A, bytesOf("eng") + Bytes{0})},
+         {0x06, 0x114, descriptor(0x52, {0x30}) + descriptor(0xFD, {0x00, 0x08, 0x3D})},
+         {0x03, 0x115, {}},
+         {0x0D, 0x116, {}}});
+
+TEST(ServiceTablesTest, CollectsProgrammesStreamsAndNames) {
+    ServiceTables tables;
+    TsBuilder builder;
+    builder.section(0, pat({{0, 0x10}, {101, 0x100}, {0x0458, 0x1FC8}}));
+    push(tables, builder.build());
+    EXPECT_FALSE(tables.isComplete());
+    builder.section(0x100, FULL_SEGMENT)
+        .section(0x1FC8, pmt(0x0458, 0x211, {{0x1B, 0x211, {}}, {0x0F, 0x212, {}}}))
+        .section(0x10, nit(bytesOf("Rede Um")))
+        .section(0x11, sdt({{101, 1, bytesOf("Rede"), bytesOf("TV \xC9\x1B Um")},
+                            {0x0458, 0xC0, {}, bytesOf("Um 1seg")}}));
+    push(tables, builder.build());
+    EXPECT_TRUE(tables.isComplete());
+    EXPECT_EQ(tables.networkName(), "Rede Um");
+
+    const std::vector<Service> services = tables.services();
+    ASSERT_EQ(services.size(), 2u);
+    const Service& tv = services[0];
+    EXPECT_EQ(tv.serviceId, 101);
+    EXPECT_EQ(tv.pmtPid, 0x100);
+    EXPECT_EQ(tv.pcrPid, 0x1FF);
+    EXPECT_EQ(tv.name, "TV \xC3\x89 Um");  // the escape byte is not text
+    EXPECT_EQ(tv.rawName, bytesOf("TV \xC9\x1B Um"));
+    EXPECT_EQ(tv.provider, "Rede");
+    EXPECT_EQ(services[1].name, "Um 1seg");
+    EXPECT_EQ(services[1].serviceType, 0xC0);
+
+    const StreamKind kinds[] = {StreamKind::Video,   StreamKind::AudioLatm, StreamKind::AudioAdts,
+                                StreamKind::Caption, StreamKind::AudioMpeg, StreamKind::Unknown};
+    const int tags[] = {0x00, 0x10, -1, 0x30, -1, -1};
+    const char* languages[] = {"", "por", "eng", "", "", ""};
+    ASSERT_EQ(tv.streams.size(), std::size(kinds));
+    for (size_t i = 0; i < std::size(kinds); ++i) {
+        EXPECT_EQ(tv.streams[i].pid, 0x111 + i);
+        EXPECT_EQ(tv.streams[i].kind, kinds[i]);
+        EXPECT_EQ(tv.streams[i].componentTag, tags[i]);
+        EXPECT_EQ(tv.streams[i].language, languages[i]);
+    }
+    ASSERT_EQ(tv.streams[3].descriptors.size(), 2u);
+    EXPECT_EQ(tv.streams[3].descriptors[1].tag, 0xFD);
+    EXPECT_EQ(tv.streams[3].descriptors[1].data, (std::vector<uint8_t>{0x00, 0x08, 0x3D}));
+}
+
+TEST(ServiceTablesTest, NewVersionsReplaceOldOnes) {
+    ServiceTables tables;
+    TsBuilder builder;
+    builder.section(0, pat({{1, 0x100}, {2, 0x200}}))
+        .section(0x100, pmt(1, 0x111, {{0x1B, 0x111, {}}}))
+        .section(0x200, pmt(2, 0x211, {{0x1B, 0x211, {}}}))
+        .section(0x100, pmt(1, 0x121, {{0x1B, 0x121, {}}}, {}, 1));
+    push(tables, builder.build());
+    ASSERT_EQ(tables.services().size(), 2u);
+    EXPECT_EQ(tables.services()[0].pcrPid, 0x121);
+    EXPECT_TRUE(tables.wants(0x200));
+    push(tables, builder.section(0, pat({{1, 0x300}}, 1)).build());
+    EXPECT_EQ(tables.services().size(), 1u);
+    EXPECT_FALSE(tables.wants(0x200));
+    EXPECT_TRUE(tables.wants(0x300));
+}
+
+// A stream of one-segment services alone has no PAT: the PIDs of its PMTs are fixed.
+TEST(ServiceTablesTest, OneSegmentServicesNeedNoPat) {
+    ServiceTables tables;
+    TsBuilder builder;
+    builder.section(0x1FC8, pmt(0x0458, 0x211, {{0x1B, 0x211, {}}}));
+    push(tables, builder.build());
+    ASSERT_EQ(tables.services().size(), 1u);
+    EXPECT_EQ(tables.services()[0].serviceId, 0x0458);
+    EXPECT_EQ(tables.services()[0].pmtPid, 0x1FC8);
+}
+
+// Each byte of the tables hit in turn: a damaged section is dropped, whatever was hit, and the next
+// good one counts.
+TEST(ServiceTablesTest, DamagedSectionsAreDropped) {
+    const Bytes good = TsBuilder()
+                           .section(0, pat({{101, 0x100}}))
+                           .section(0x100, FULL_SEGMENT)
+                           .section(0x11, sdt({{101, 1, {}, bytesOf("TV")}}))
+                           .build();
+    for (size_t at = 4; at < good.size(); ++at) {
+        Bytes bad = good;
+        bad[at] ^= static_cast<uint8_t>(1 << at % 8);
+        ServiceTables tables;
+        push(tables, bad);
+        for (const Service& service : tables.services()) {
+            EXPECT_EQ(service.serviceId, 101);
+            EXPECT_EQ(service.streams.size(), 6u);
+        }
+    }
+}
+
+}  // namespace
