@@ -5,6 +5,7 @@ extern "C" {
 }
 
 #include <algorithm>
+#include <string>
 
 namespace mksample {
 namespace {
@@ -70,7 +71,8 @@ void AudioEncoder::open(const AVCodec* codec) {
     context->flags |= AV_CODEC_FLAG_GLOBAL_HEADER | AV_CODEC_FLAG_BITEXACT;
     const int error = avcodec_open2(context, codec, nullptr);
     if (error < 0) {
-        throw Failure("the audio encoder refuses the settings: " + libavError(error));
+        throw Failure("the audio encoder refuses " + std::to_string(mSettings.bitRate) +
+                      " bit/s: " + libavError(error));
     }
     if (context->frame_size <= 0) {
         throw Failure("the audio encoder has no fixed frame size");

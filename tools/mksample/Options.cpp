@@ -5,6 +5,7 @@
 #include <array>
 #include <cerrno>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <iterator>
 #include <string_view>
@@ -83,9 +84,9 @@ double parseSeconds(const char* name, const char* text, double low, double high)
     char* end = nullptr;
     const double value = std::strtod(text, &end);
     if (end == text || *end != '\0' || !std::isfinite(value) || value < low || value > high) {
-        const std::string range =
-            "seconds from " + std::to_string(low) + " to " + std::to_string(high);
-        refuseValue(name, text, range.c_str());
+        char range[64];
+        std::snprintf(range, sizeof(range), "seconds from %g to %g", low, high);
+        refuseValue(name, text, range);
     }
     return value;
 }

@@ -93,9 +93,11 @@ std::vector<uint8_t> pesHeader(uint8_t streamId, uint64_t pts, uint64_t dts, boo
 }
 
 std::vector<TsPacket> sectionPackets(uint16_t pid, const std::vector<uint8_t>& section) {
-    std::vector<uint8_t> bytes{0};  // pointer_field: the section starts at once
-    bytes.insert(bytes.end(), section.begin(), section.end());
-    bytes.resize((bytes.size() + kBodySize - 1) / kBodySize * kBodySize, 0xFF);
+    // A pointer field of 0 (the section starts at once), the section, and stuffing.
+    const size_t size = 1 + section.size();
+    std::vector<uint8_t> bytes((size + kBodySize - 1) / kBodySize * kBodySize, 0xFF);
+    bytes[0] = 0;
+    std::copy(section.begin(), section.end(), bytes.begin() + 1);
     std::vector<TsPacket> packets;
     for (size_t at = 0; at < bytes.size(); at += kBodySize) {
         TsPacketFields fields;

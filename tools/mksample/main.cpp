@@ -83,7 +83,8 @@ public:
 
 private:
     [[noreturn]] void fail() const {
-        throw Failure("cannot write " + mPath + ": " + std::strerror(errno));
+        const std::string name = mPath == "-" ? "standard output" : mPath;
+        throw Failure("cannot write " + name + ": " + std::strerror(errno));
     }
 
     const std::string mPath;
