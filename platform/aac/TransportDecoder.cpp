@@ -16,7 +16,9 @@ struct FDK_BITSTREAM : orvhost::AacBitReader {
 //
 // In sync the next frame must start where the last one ended. Out of sync a frame start counts only
 // if another one follows it, as far as the bytes to tell are there: a stream of single frames
-// loses nothing by that, and chance matches in other data seldom pass.
+// loses nothing by that, and chance matches in other data seldom pass. While the end of a frame
+// has not arrived, a chain of frames behind its start shows that its length is wrong: waiting for
+// 8 KiB that it never had would cost a second of low-rate sound.
 struct TRANSPORTDEC {
 public:
     explicit TRANSPORTDEC(std::unique_ptr<orvhost::AacFraming> framing)
@@ -48,7 +50,10 @@ private:
     const uint8_t* front() const { return mBuffer.get() + mBegin; }
 
     TRANSPORTDEC_ERROR locateFrame();
+    TRANSPORTDEC_ERROR followFrame();
     TRANSPORTDEC_ERROR searchFrame();
+    bool startsChain(size_t at) const;
+    bool findChain(size_t from, size_t* at) const;
     TRANSPORTDEC_ERROR takeFrame();
     bool announceConfig();
     void openUnit(size_t index);
@@ -96,7 +101,7 @@ TRANSPORTDEC_ERROR TRANSPORTDEC::readAccessUnit() {
         passFrame();
     }
     for (;;) {
-        TRANSPORTDEC_ERROR result = mInSync ? locateFrame() : searchFrame();
+        TRANSPORTDEC_ERROR result = mInSync ? followFrame() : searchFrame();
         if (result == TRANSPORTDEC_OK) {
             result = takeFrame();
         }
@@ -112,6 +117,7 @@ TRANSPORTDEC_ERROR TRANSPORTDEC::readAccessUnit() {
     }
 }
 
+// A complete frame at the front, or why there is none.
 TRANSPORTDEC_ERROR TRANSPORTDEC::locateFrame() {
     const size_t size = available();
     if (size == 0) {
@@ -130,6 +136,17 @@ TRANSPORTDEC_ERROR TRANSPORTDEC::locateFrame() {
     return size < mFrameSize ? TRANSPORTDEC_NOT_ENOUGH_BITS : TRANSPORTDEC_OK;
 }
 
+// In sync.
+TRANSPORTDEC_ERROR TRANSPORTDEC::followFrame() {
+    const TRANSPORTDEC_ERROR result = locateFrame();
+    size_t chain;
+    if (result == TRANSPORTDEC_NOT_ENOUGH_BITS && findChain(mBegin + 1, &chain)) {
+        return loseSync();
+    }
+    return result;
+}
+
+// Out of sync.
 TRANSPORTDEC_ERROR TRANSPORTDEC::searchFrame() {
     const size_t from = mBegin;
     while (mBegin < mEnd) {
@@ -139,19 +156,59 @@ TRANSPORTDEC_ERROR TRANSPORTDEC::searchFrame() {
             break;
         }
         mBegin = static_cast<size_t>(static_cast<const uint8_t*>(found) - mBuffer.get());
-        if (mFraming->startsFrame(front(), available())) {
-            const TRANSPORTDEC_ERROR result = locateFrame();
-            if (result != TRANSPORTDEC_OK) {
-                return result;
-            }
-            const size_t behind = available() - mFrameSize;
-            if (behind == 0 || mFraming->follows(front(), front() + mFrameSize, behind)) {
-                return TRANSPORTDEC_OK;
-            }
+        if (!mFraming->startsFrame(front(), available())) {
+            mBegin++;
+            continue;
+        }
+        const TRANSPORTDEC_ERROR result = locateFrame();
+        if (result == TRANSPORTDEC_NOT_ENOUGH_BITS && findChain(mBegin + 1, &mBegin)) {
+            continue;
+        }
+        if (result != TRANSPORTDEC_OK) {
+            return result;
+        }
+        const size_t behind = available() - mFrameSize;
+        if (behind == 0 || mFraming->follows(front(), front() + mFrameSize, behind)) {
+            return TRANSPORTDEC_OK;
         }
         mBegin++;
     }
     return mBegin != from ? TRANSPORTDEC_SYNC_ERROR : TRANSPORTDEC_NOT_ENOUGH_BITS;
+}
+
+// Whether two complete frames stand at `at` and a third starts behind them: three matches in a row
+// are not chance.
+bool TRANSPORTDEC::startsChain(size_t at) const {
+    for (int frames = 0; frames < 2; frames++) {
+        const uint8_t* frame = mBuffer.get() + at;
+        const size_t left = mEnd - at;
+        if (left < mFraming->headerSize() || !mFraming->startsFrame(frame, left)) {
+            return false;
+        }
+        const size_t size = mFraming->frameSize(frame);
+        if (size == 0 || left < size + 2 || !mFraming->follows(frame, frame + size, left - size)) {
+            return false;
+        }
+        at += size;
+    }
+    return true;
+}
+
+// `*at` is written only on success.
+bool TRANSPORTDEC::findChain(size_t from, size_t* at) const {
+    while (from < mEnd) {
+        const void* found = memchr(mBuffer.get() + from, mFraming->syncByte(), mEnd - from);
+        if (found == nullptr) {
+            return false;
+        }
+        from = static_cast<size_t>(static_cast<const uint8_t*>(found) - mBuffer.get());
+        if (startsChain(from)) {
+            *at = from;
+            return true;
+        }
+        from++;
+    }
+    return false;
 }
 
 // Reads the complete frame at the front and makes it the frame in hand.

@@ -45,11 +45,14 @@ private:
     size_t mBits = 0;
 };
 
-// `size` bytes that differ from unit to unit and hold neither sync word at any bit offset.
+// `size` bytes that differ from unit to unit and hold neither sync word at any bit offset: never
+// more than two ones in a row.
 inline Bytes aacUnit(unsigned seed, size_t size) {
     Bytes unit(size);
-    for (size_t i = 0; i < size; i++) {
-        unit[i] = static_cast<uint8_t>(((seed * 7 + i * 3) & 0x03) << 4 | ((seed + i) & 0x01));
+    uint32_t state = seed * 2654435761u + 12345;
+    for (uint8_t& byte : unit) {
+        state = state * 1103515245u + 12345;
+        byte = static_cast<uint8_t>((state >> 16 & 0x03) << 4 | (state >> 24 & 0x01));
     }
     return unit;
 }

@@ -349,6 +349,29 @@ TEST(LoasTransportTest, FindsTheFramesInsideATooLongOne) {
     EXPECT_THAT(receiver.units, ElementsAre(aacUnit(1, 30), aacUnit(3, 30), aacUnit(4, 30)));
 }
 
+// A start whose end never comes, out of sync or in sync with a damaged length, must not hold up the
+// frames behind it.
+TEST(LoasTransportTest, DoesNotWaitForTheEndOfAFalseStart) {
+    const LoasMux mux;
+    Bytes tooLong = mux.frame({aacUnit(9, 30)});
+    tooLong[1] |= 0x1F;
+    Bytes stream;
+    std::vector<Bytes> units;
+    for (unsigned i = 0; i < 4; i++) {
+        units.push_back(aacUnit(i, 30));
+        stream = stream + mux.frame({units[i]});
+    }
+    Receiver outOfSync(TT_MP4_LOAS);
+    outOfSync.feed(Bytes{0x56, 0xFF, 0xFF, 0x00} + stream);
+    EXPECT_EQ(outOfSync.units, units);
+    Receiver inSync(TT_MP4_LOAS);
+    inSync.feed(stream + tooLong + stream);
+    const std::vector<Bytes> again = units;
+    units.insert(units.end(), again.begin(), again.end());
+    EXPECT_EQ(inSync.units, units);
+    EXPECT_THAT(inSync.errors, ElementsAre(TRANSPORTDEC_SYNC_ERROR));
+}
+
 // Chance matches in other data must not become a configuration.
 TEST(LoasTransportTest, BelievesAFrameOnlyWhenAnotherFollows) {
     const LoasMux other{.asc = plainAsc(2, 4, 1)};
