@@ -18,8 +18,12 @@ public:
     // caller keeps the slot of the last three pictures shown acquired.
     virtual void show(const orvhost::AcquiredBuffer& picture) = 0;
 
-    // Handles what came from the user; never waits. Called between pictures, at least every 20 ms.
+    // Handles what came from the user and shows what is due; never waits. Called after each
+    // picture, and when none came for as long as waitMs() said.
     virtual Request handleEvents() = 0;
+
+    // How long the caller may wait for a picture before it calls handleEvents() again.
+    virtual int waitMs() const { return 20; }
 
     // Size of the window in pixels.
     virtual int width() const = 0;

@@ -9,7 +9,6 @@ namespace orvplay {
 
 namespace {
 
-constexpr int POLL_MS = 20;            // how soon a display's events are looked at
 constexpr int HEADLESS_POLL_MS = 100;  // how soon a stop is noticed
 
 struct Marks {
@@ -73,7 +72,7 @@ void PictureOutput::run(std::function<void(bool)> opened) {
     opened(true);
     while (!mStopRequested) {
         orvhost::AcquiredBuffer picture;
-        const int timeoutMs = mDisplay != nullptr ? POLL_MS : HEADLESS_POLL_MS;
+        const int timeoutMs = mDisplay != nullptr ? mDisplay->waitMs() : HEADLESS_POLL_MS;
         if (mConsumer->acquire(&picture, timeoutMs) == android::OK) {
             onPicture(picture);
         }

@@ -1,0 +1,342 @@
+#include "WindowDisplay.h"
+
+#include <SDL.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+
+#include "MonotonicTime.h"
+
+namespace orvplay {
+
+namespace {
+
+constexpr int POLL_MS = 20;  // how soon the user's events are looked at
+constexpr int WINDOW_WIDTH = 1280;
+constexpr int WINDOW_HEIGHT = 720;
+constexpr int64_t USUAL_PERIOD_NS = 33'366'667;  // 30000 / 1001 pictures a second
+constexpr int64_t LONGEST_PERIOD_NS = 100'000'000;
+
+// Broadcasts mix both kinds; the deinterlacer is left only when no interlaced picture came for so
+// many, for the step costs one picture.
+constexpr int PROGRESSIVE_TO_LEAVE = 60;
+
+bool isSet(const char* variable) {
+    const char* value = getenv(variable);
+    return value != nullptr && *value != '\0';
+}
+
+SDL_YUV_CONVERSION_MODE conversionFor(const PictureView& picture) {
+    if (hasFullRange(picture)) {
+        return SDL_YUV_CONVERSION_JPEG;  // the only one of full range
+    }
+    return colourMatrixOf(picture) == ColourMatrix::BT601 ? SDL_YUV_CONVERSION_BT601
+                                                          : SDL_YUV_CONVERSION_BT709;
+}
+
+double aspectRatioOf(const PictureView& picture, const EvenCrop& area) {
+    const auto& input = picture.input;
+    double ratio = static_cast<double>(area.cropWidth()) / area.cropHeight();
+    if (input.sampleAspectWidth != 0 && input.sampleAspectHeight != 0) {
+        ratio *= static_cast<double>(input.sampleAspectWidth) / input.sampleAspectHeight;
+    }
+    return ratio;
+}
+
+// Adds the time that a scope took.
+class CostTimer {
+public:
+    explicit CostTimer(double& sumMs) : mSumMs(sumMs) {}
+    ~CostTimer() { mSumMs += static_cast<double>(monotonicNs() - mStartNs) * 1e-6; }
+    CostTimer(const CostTimer&) = delete;
+    CostTimer& operator=(const CostTimer&) = delete;
+
+private:
+    double& mSumMs;
+    const int64_t mStartNs = monotonicNs();
+};
+
+}  // namespace
+
+WindowDisplay::WindowDisplay(std::string title, Deinterlacing best)
+    : mTitle(std::move(title)),
+      mGuard(static_cast<int>(best)),
+      mDeinterlacer(best == Deinterlacing::PER_FIELD ? Deinterlacer::Rate::FIELD
+                                                     : Deinterlacer::Rate::FRAME) {}
+
+WindowDisplay::~WindowDisplay() {
+    destroyWindow();
+    if (mInitialised) {
+        SDL_QuitSubSystem(SDL_INIT_VIDEO);
+    }
+}
+
+bool WindowDisplay::isDisplayAvailable() {
+    return isSet("DISPLAY") || isSet("WAYLAND_DISPLAY");
+}
+
+bool WindowDisplay::open() {
+    SDL_SetHint(SDL_HINT_NO_SIGNAL_HANDLERS, "1");  // an interrupt ends the program, not the window
+    SDL_SetHint(SDL_HINT_APP_NAME, "OrvPlayer");
+    // Without a graphics card, pixels go to the display directly and not through OpenGL.
+    SDL_SetHint(SDL_HINT_FRAMEBUFFER_ACCELERATION, "0");
+    SDL_SetHint(SDL_HINT_VIDEO_X11_NET_WM_BYPASS_COMPOSITOR, "0");
+
+    // Left to itself, SDL would draw into nothing where there is no display.
+    if (!isDisplayAvailable() && !isSet("SDL_VIDEODRIVER")) {
+        fprintf(stderr, "orvplay: there is no display for a window; use --headless\n");
+        return false;
+    }
+    mInitialised = SDL_InitSubSystem(SDL_INIT_VIDEO) == 0;
+    bool opened = mInitialised && createWindow(true);
+    if (mInitialised && (!opened || drawsWithProcessor())) {
+        destroyWindow();
+        opened = createWindow(false);
+    }
+    if (!opened) {
+        fprintf(stderr, "orvplay: no window can be opened (%s); use --headless\n", SDL_GetError());
+        return false;
+    }
+    SDL_ShowWindow(mWindow);
+    updateSize();
+    draw();
+    return true;
+}
+
+bool WindowDisplay::createWindow(bool accelerated) {
+    int width = WINDOW_WIDTH;
+    int height = WINDOW_HEIGHT;
+    SDL_Rect usable;
+    if (SDL_GetDisplayUsableBounds(0, &usable) == 0 && (usable.w < width || usable.h < height)) {
+        width = std::min(usable.w, usable.h * 16 / 9);
+        height = width * 9 / 16;
+    }
+    mWindow = SDL_CreateWindow(mTitle.c_str(), SDL_WINDOWPOS_UNDEFINED, SDL_WINDOWPOS_UNDEFINED,
+                               width, height, SDL_WINDOW_RESIZABLE | SDL_WINDOW_HIDDEN);
+    if (mWindow == nullptr) {
+        return false;
+    }
+    // Not bound to the display's refresh: the player's clock says when pictures come, and a wait
+    // here would hold up the next.
+    mRenderer = SDL_CreateRenderer(mWindow, -1,
+                                   accelerated ? SDL_RENDERER_ACCELERATED : SDL_RENDERER_SOFTWARE);
+    return mRenderer != nullptr;
+}
+
+void WindowDisplay::destroyWindow() {
+    if (mTexture != nullptr) {
+        SDL_DestroyTexture(mTexture);
+        mTexture = nullptr;
+    }
+    if (mRenderer != nullptr) {
+        SDL_DestroyRenderer(mRenderer);
+        mRenderer = nullptr;
+    }
+    if (mWindow != nullptr) {
+        SDL_DestroyWindow(mWindow);
+        mWindow = nullptr;
+    }
+}
+
+// An OpenGL without a graphics card behind it takes four times the processor time of SDL's own
+// drawing.
+bool WindowDisplay::drawsWithProcessor() const {
+    using GetString = const unsigned char* (*)(unsigned);
+    constexpr unsigned GL_RENDERER_NAME = 0x1F01;  // GL_RENDERER
+    SDL_RendererInfo info;
+    if (SDL_GetRendererInfo(mRenderer, &info) != 0 || strncmp(info.name, "opengl", 6) != 0) {
+        return false;
+    }
+    const auto getString = reinterpret_cast<GetString>(SDL_GL_GetProcAddress("glGetString"));
+    const auto* name = getString != nullptr ? getString(GL_RENDERER_NAME) : nullptr;
+    if (name == nullptr) {
+        return false;
+    }
+    const std::string renderer(reinterpret_cast<const char*>(name));
+    return renderer.find("llvmpipe") != std::string::npos ||
+           renderer.find("softpipe") != std::string::npos ||
+           renderer.find("Software Rasterizer") != std::string::npos;
+}
+
+void WindowDisplay::updateSize() {
+    SDL_GetRendererOutputSize(mRenderer, &mWidth, &mHeight);
+}
+
+void WindowDisplay::toggleFullScreen() {
+    const bool isFull = (SDL_GetWindowFlags(mWindow) & SDL_WINDOW_FULLSCREEN_DESKTOP) != 0;
+    if (SDL_SetWindowFullscreen(mWindow, isFull ? 0 : SDL_WINDOW_FULLSCREEN_DESKTOP) == 0) {
+        SDL_ShowCursor(isFull ? SDL_ENABLE : SDL_DISABLE);
+    }
+}
+
+Display::Request WindowDisplay::handleEvents() {
+    Request request = Request::NONE;
+    bool damaged = false;
+    SDL_Event event;
+    while (SDL_PollEvent(&event) != 0) {
+        if (event.type == SDL_QUIT) {
+            request = Request::QUIT;
+        } else if (event.type == SDL_WINDOWEVENT) {
+            damaged |= event.window.event == SDL_WINDOWEVENT_EXPOSED ||
+                       event.window.event == SDL_WINDOWEVENT_SIZE_CHANGED;
+        } else if (event.type == SDL_KEYDOWN && event.key.repeat == 0) {
+            const SDL_Keycode key = event.key.keysym.sym;
+            if (key == SDLK_q || key == SDLK_ESCAPE) {
+                request = Request::QUIT;
+            } else if (key == SDLK_f) {
+                toggleFullScreen();
+            }
+        }
+    }
+    if (damaged) {
+        updateSize();
+    }
+    if (mSecondFieldDueNs != 0 && monotonicNs() >= mSecondFieldDueNs) {
+        showSecondField();
+    } else if (damaged) {
+        draw();
+    }
+    return request;
+}
+
+int WindowDisplay::waitMs() const {
+    if (mSecondFieldDueNs == 0) {
+        return POLL_MS;
+    }
+    // Rounded up: too early would mean to be called again for the rest of a millisecond.
+    const int64_t leftNs = std::max<int64_t>(mSecondFieldDueNs - monotonicNs(), 0);
+    return static_cast<int>(std::min<int64_t>((leftNs + 999'999) / 1'000'000, POLL_MS));
+}
+
+void WindowDisplay::show(const orvhost::AcquiredBuffer& picture) {
+    const LockedPicture locked(picture);
+    if (!locked.isValid() || mRenderer == nullptr) {
+        return;
+    }
+    int64_t periodNs = picture.input.timestamp - mLastTimestampNs;
+    if (periodNs <= 0 || periodNs > LONGEST_PERIOD_NS) {
+        periodNs = USUAL_PERIOD_NS;
+    }
+    mLastTimestampNs = picture.input.timestamp;
+    mGuard.onPicture(mCostMs, static_cast<double>(periodNs) * 1e-6);
+    mCostMs = 0.0;
+    const CostTimer timer(mCostMs);
+
+    const int64_t startNs = monotonicNs();
+    mSecondFieldDueNs = 0;
+    mProgressiveInRow = picture.input.interlaced ? 0 : mProgressiveInRow + 1;
+    const auto level = static_cast<Deinterlacing>(mGuard.level());
+    const bool wanted =
+        level != Deinterlacing::NONE &&
+        (picture.input.interlaced || (mDeinterlacing && mProgressiveInRow < PROGRESSIVE_TO_LEAVE));
+    if (!wanted && mDeinterlacing) {
+        mDeinterlacer.reset();
+    }
+    mDeinterlacing = wanted;
+    if (!wanted || !showDeinterlaced(locked.view())) {
+        present(locked.view());
+        return;
+    }
+    if (level == Deinterlacing::PER_FIELD) {
+        mSecondFieldDueNs = startNs + periodNs / 2;
+    }
+}
+
+bool WindowDisplay::showDeinterlaced(const PictureView& picture) {
+    const bool perField = mGuard.level() == static_cast<int>(Deinterlacing::PER_FIELD);
+    mDeinterlacer.setRate(perField ? Deinterlacer::Rate::FIELD : Deinterlacer::Rate::FRAME);
+    if (!mDeinterlacer.push(picture)) {
+        return false;
+    }
+    // A second field in front of it has missed its time.
+    PictureView result;
+    Deinterlacer::Result kind = Deinterlacer::Result::NONE;
+    do {
+        kind = mDeinterlacer.pull(&result);
+    } while (kind == Deinterlacer::Result::SECOND_FIELD);
+    if (kind == Deinterlacer::Result::NONE) {
+        return false;
+    }
+    present(result);
+    return true;
+}
+
+void WindowDisplay::showSecondField() {
+    const CostTimer timer(mCostMs);
+    mSecondFieldDueNs = 0;
+    PictureView result;
+    if (mDeinterlacer.pull(&result) == Deinterlacer::Result::SECOND_FIELD) {
+        present(result);
+    }
+}
+
+void WindowDisplay::present(const PictureView& picture) {
+    EvenCrop area = evenCropOf(picture);
+    if (!provideTexture(area)) {
+        return;
+    }
+    SDL_SetYUVConversionMode(conversionFor(picture));
+    const uint8_t* luma =
+        picture.luma + static_cast<ptrdiff_t>(area.y) * picture.lumaStride + area.x;
+    const uint8_t* chroma =
+        picture.chroma + static_cast<ptrdiff_t>(area.y / 2) * picture.chromaStride + area.x;
+    SDL_UpdateNVTexture(mTexture, nullptr, luma, picture.lumaStride, chroma, picture.chromaStride);
+    mArea = area;
+    mAspectRatio = aspectRatioOf(picture, area);
+    draw();
+}
+
+bool WindowDisplay::provideTexture(const EvenCrop& area) {
+    if (area.width == mTextureWidth && area.height == mTextureHeight) {
+        return mTexture != nullptr;
+    }
+    if (mTexture != nullptr) {
+        SDL_DestroyTexture(mTexture);
+    }
+    mTextureWidth = area.width;
+    mTextureHeight = area.height;
+    mTexture = SDL_CreateTexture(mRenderer, SDL_PIXELFORMAT_NV12, SDL_TEXTUREACCESS_STREAMING,
+                                 area.width, area.height);
+    if (mTexture == nullptr) {
+        if (!std::exchange(mTextureRefused, true)) {
+            fprintf(stderr, "orvplay: pictures of %d x %d cannot be shown (%s); use --headless\n",
+                    area.width, area.height, SDL_GetError());
+        }
+        return false;
+    }
+    SDL_SetTextureScaleMode(mTexture, SDL_ScaleModeLinear);
+    return true;
+}
+
+WindowDisplay::Placement WindowDisplay::placement() const {
+    Placement place;
+    place.width = mWidth;
+    place.height = static_cast<int>(std::lround(mWidth / mAspectRatio));
+    if (place.height > mHeight) {
+        place.height = mHeight;
+        place.width = static_cast<int>(std::lround(mHeight * mAspectRatio));
+    }
+    place.width = std::clamp(place.width, 1, std::max(mWidth, 1));
+    place.height = std::clamp(place.height, 1, std::max(mHeight, 1));
+    place.x = (mWidth - place.width) / 2;
+    place.y = (mHeight - place.height) / 2;
+    return place;
+}
+
+void WindowDisplay::draw() {
+    SDL_SetRenderDrawColor(mRenderer, 0, 0, 0, SDL_ALPHA_OPAQUE);
+    SDL_RenderClear(mRenderer);
+    if (mTexture != nullptr) {
+        const Placement place = placement();
+        const SDL_Rect from{mArea.insetX, mArea.insetY, mArea.cropWidth(), mArea.cropHeight()};
+        const SDL_Rect to{place.x, place.y, place.width, place.height};
+        SDL_RenderCopy(mRenderer, mTexture, &from, &to);
+    }
+    SDL_RenderPresent(mRenderer);
+}
+
+}  // namespace orvplay
