@@ -9,9 +9,9 @@ namespace OrvPlayer {
 // armed.
 //
 // The callback never runs after the destructor has returned, and the destructor waits for one that
-// is running: deleting a POSIX timer alone promises neither. So neither the destructor nor
-// disarm() may be called from the callback. The callback may still run once shortly after
-// disarm(): it must look for itself whether it is wanted.
+// is running: deleting a POSIX timer alone promises neither. So the destructor must not run in the
+// callback. The callback may still run once shortly after disarm(): it must look for itself
+// whether it is wanted.
 class OneShotTimer {
 public:
     using Callback = void (*)(void* owner);
