@@ -1,0 +1,63 @@
+#include "support/TraceCapture.h"
+
+#include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+#include <mutex>
+#include <utility>
+
+#include "trace/OneSegPGL.h"
+
+namespace {
+
+std::mutex gMutex;
+bool gCapturing = false;
+std::vector<std::string> gLines;
+
+}  // namespace
+
+extern "C" {
+
+void __real_OneSegPGL_TraceOut(uint32_t mask, const char* format, ...)
+    __attribute__((format(printf, 2, 3)));
+void __wrap_OneSegPGL_TraceOut(uint32_t mask, const char* format, ...)
+    __attribute__((format(printf, 2, 3)));
+
+void __wrap_OneSegPGL_TraceOut(uint32_t mask, const char* format, ...) {
+    char text[1024];
+    va_list arguments;
+    va_start(arguments, format);
+    vsnprintf(text, sizeof text, format, arguments);
+    va_end(arguments);
+    std::string line(text);
+    while (!line.empty() && line.back() == '\n') {
+        line.pop_back();
+    }
+    const std::scoped_lock lock(gMutex);
+    if (gCapturing) {
+        gLines.push_back(std::move(line));
+    } else {
+        __real_OneSegPGL_TraceOut(mask, "%s", line.c_str());
+    }
+}
+}
+
+namespace orvtest {
+
+TraceCapture::TraceCapture() {
+    const std::scoped_lock lock(gMutex);
+    gCapturing = true;
+    gLines.clear();
+}
+
+TraceCapture::~TraceCapture() {
+    const std::scoped_lock lock(gMutex);
+    gCapturing = false;
+}
+
+std::vector<std::string> TraceCapture::take() {
+    const std::scoped_lock lock(gMutex);
+    return std::exchange(gLines, {});
+}
+
+}  // namespace orvtest
