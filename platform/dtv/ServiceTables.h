@@ -1,12 +1,14 @@
 #pragma once
 
 #include <array>
+#include <bitset>
 #include <cstdint>
 #include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "dtv/SectionCollector.h"
 #include "dtv/Services.h"
 #include "dtv/TsPacket.h"
 
@@ -14,15 +16,15 @@ namespace orvhost {
 
 // Collects the services of a transport stream from its tables: PAT, PMT (ISO/IEC 13818-1), SDT and
 // NIT (ETSI EN 300 468, ARIB STD-B10). Without a PAT, as in a stream of one-segment services alone,
-// the PIDs kept for their PMTs (0x1FC8 to 0x1FCF, ARIB STD-B10) are looked at.
+// the PIDs kept for their PMTs (0x1FC8 to 0x1FCF) are looked at.
 //
-// Feed it the packets that wants() names, in order; newer versions replace what it knows. Not
-// thread-safe.
-class ServiceTables {
+// Feed it the packets that wants() names, in order; newer versions replace what it knows. Tables
+// that contradict themselves give what fits into them. Not thread-safe.
+class ServiceTables : private SectionSink {
 public:
     ServiceTables();
-    ~ServiceTables();
-    ServiceTables(const ServiceTables&) = delete;  // the table decoders know us by address
+    ~ServiceTables() override;
+    ServiceTables(const ServiceTables&) = delete;  // the collectors know us by address
     ServiceTables& operator=(const ServiceTables&) = delete;
 
     bool wants(uint16_t pid) const { return mWanted[pid] != 0; }
@@ -36,7 +38,16 @@ public:
     const std::string& networkName() const { return mNetworkName; }
 
 private:
-    struct Decoders;  // hides the table library
+    // Which sections of a table of several were seen.
+    struct Progress {
+        int version = -1;
+        std::bitset<256> seen;
+        size_t wanted = 0;
+
+        bool isNewVersion(const Section& section);  // and begins it
+        void note(const Section& section);
+        bool isWhole() const { return version >= 0 && seen.count() >= wanted; }
+    };
 
     struct Label {
         uint8_t type = 0;
@@ -44,14 +55,23 @@ private:
         std::vector<uint8_t> provider;
     };
 
+    void onSection(const Section& section) override;
+    void takePat(const Section& section);
+    void takePmt(const Section& section);
+    void takeSdt(const Section& section);
+    void takeNit(const Section& section);
+    void follow(uint16_t pid);
+    void followPat();
+
     std::array<uint8_t, PID_COUNT> mWanted{};
-    bool mHasPat = false;
-    bool mHasSdt = false;
+    std::map<uint16_t, std::unique_ptr<SectionCollector>> mCollectors;  // by PID
+    Progress mPat;
+    Progress mSdt;
     std::map<uint16_t, uint16_t> mPmtPids;    // by service id, from the PAT
     std::map<uint16_t, Service> mProgrammes;  // by service id, from the PMTs
     std::map<uint16_t, Label> mLabels;        // by service id, from the SDT
     std::string mNetworkName;
-    std::unique_ptr<Decoders> mpDecoders;
+    bool mPatChanged = false;  // collectors follow after the packet, not inside their own call
 };
 
 // The part of a broadcast text that can be told without its own character coding: ASCII and Latin-1

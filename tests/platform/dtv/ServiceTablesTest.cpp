@@ -85,9 +85,38 @@ TEST(ServiceTablesTest, NewVersionsReplaceOldOnes) {
     EXPECT_EQ(tables.services()[0].pcrPid, 0x121);
     EXPECT_TRUE(tables.wants(0x200));
     push(tables, builder.section(0, pat({{1, 0x300}}, 1)).build());
-    EXPECT_EQ(tables.services().size(), 1u);
+    EXPECT_TRUE(tables.services().empty());  // the PMT of the new PID is not known yet
     EXPECT_FALSE(tables.wants(0x200));
-    EXPECT_TRUE(tables.wants(0x300));
+    push(tables, builder.section(0x300, pmt(1, 0x121, {{0x1B, 0x121, {}}})).build());
+    ASSERT_EQ(tables.services().size(), 1u);
+    EXPECT_EQ(tables.services()[0].pmtPid, 0x300);
+}
+
+// A good CRC does not make lengths true: each is cut where what holds it ends.
+TEST(ServiceTablesTest, LengthsThatRunOverTheirSectionAreCut) {
+    const Bytes bodies[] = {
+        {0xE1, 0x11, 0xFF, 0xFF, 0x1B, 0xE1, 0x11},                          // programme loop
+        {0xE1, 0x11, 0xF0, 0x00, 0x1B, 0xE1, 0x11, 0xFF, 0xFF, 0x52, 0xFF},  // stream loop
+        {0xE1, 0x11, 0xF0, 0x00, 0x1B, 0xE1},                                // half a stream
+        {0xE1, 0x11},
+    };
+    const size_t streams[] = {0, 1, 0, 0};
+    for (size_t i = 0; i < std::size(bodies); ++i) {
+        SCOPED_TRACE(i);
+        TsBuilder builder;
+        builder.section(0, pat({{1, 0x100}})).section(0x100, section(0x02, 1, bodies[i]));
+        builder.section(0x11,
+                        section(0x42, 1, {0, 1, 0xFF, 0, 1, 0xFC, 0x8F, 0xFF, 0x48, 9, 1, 9}));
+        ServiceTables tables;
+        push(tables, builder.build());
+        const auto services = tables.services();
+        ASSERT_EQ(services.size(), bodies[i].size() < 4 ? 0u : 1u);
+        if (!services.empty()) {
+            EXPECT_EQ(services[0].streams.size(), streams[i]);
+            EXPECT_EQ(services[0].serviceType, 1);
+            EXPECT_EQ(services[0].name, "");
+        }
+    }
 }
 
 // A stream of one-segment services alone has no PAT: the PIDs of its PMTs are fixed.
