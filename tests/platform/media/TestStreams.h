@@ -36,6 +36,10 @@ constexpr int64_t FRAME_US = 33366;
 int lumaOfFrame(int frame);
 Stream encodeVideo(const VideoOptions& options);
 
+// Interlaced frames of 64 x 64 as two field pictures each, a field a unit and half a frame apart in
+// time; all macroblocks are raw samples. The top field has lumaOfFrame(), the bottom field 20 more.
+Stream makeFieldPairs(int frames);
+
 struct AudioOptions {
     std::string encoder = "aac";
     int sampleRate = 48000;

@@ -106,6 +106,41 @@ INSTANTIATE_TEST_SUITE_P(
         VideoCase{"Cropped", {.width = 318, .height = 234}}),
     [](const auto& tested) { return tested.param.name; });
 
+// Two fields make one picture with the time of the first, whether they come as one unit or as two.
+TEST(VideoCodecTest, JoinsFieldPictures) {
+    const Stream fields = makeFieldPairs(30);
+    Stream pairs;
+    for (size_t i = 0; i < fields.units.size(); i += 2) {
+        Unit pair = fields.units[i];
+        const auto& second = fields.units[i + 1].bytes;
+        pair.bytes.insert(pair.bytes.end(), second.begin(), second.end());
+        pairs.units.push_back(pair);
+    }
+    for (const Stream& stream : {fields, pairs}) {
+        Window window;
+        CodecDriver driver("video/avc", window.surface);
+        ASSERT_EQ(driver.configureAndStart(), OK);
+        driver.render = true;
+        int shown = 0;
+        driver.onOutput = [&](const Output&) {
+            AcquiredBuffer picture;
+            ASSERT_EQ(window.consumer->acquire(&picture, 0), OK);
+            EXPECT_TRUE(picture.input.interlaced);
+            EXPECT_TRUE(picture.input.topFieldFirst);
+            android_ycbcr planes;
+            ASSERT_EQ(picture.buffer->lockYCbCr(GraphicBuffer::USAGE_SW_READ_OFTEN, &planes), OK);
+            const auto* y = static_cast<uint8_t*>(planes.y);
+            EXPECT_EQ(y[62 * planes.ystride], lumaOfFrame(shown));
+            EXPECT_EQ(y[63 * planes.ystride], lumaOfFrame(shown) + 20);
+            picture.buffer->unlock();
+            window.consumer->release(picture.slot);
+            ++shown;
+        };
+        driver.play(stream);
+        EXPECT_EQ(driver.times(), pairs.timesInOrder());
+    }
+}
+
 // The last picture of one size and the first of the next have the announcement between them.
 TEST(VideoCodecTest, AnnouncesEachSize) {
     const Stream small = encodeVideo({.frames = 12});
@@ -133,36 +168,35 @@ TEST(VideoCodecTest, StallsWhileAllPicturesAreOut) {
     std::vector<size_t> held;
     std::vector<int64_t> times;
     size_t fed = 0;
-    const auto takeUntilStall = [&] {
-        while (true) {
-            if (fed < stream.units.size() && driver.feed(&stream.units[fed], 0, 0)) {
+    // Feeds and keeps what comes until `count` pictures came, then looks that there are no more.
+    const auto takeAndHold = [&](size_t count) {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        status_t result = OK;
+        while (times.size() < count + (result == -EAGAIN ? 0 : 1)) {
+            while (fed < stream.units.size() && driver.feed(&stream.units[fed], 0, 0)) {
                 ++fed;
-                continue;
             }
             size_t index, offset, size;
             int64_t timeUs;
             uint32_t flags;
-            const status_t result =
-                driver.codec->dequeueOutputBuffer(&index, &offset, &size, &timeUs, &flags, 200000);
-            if (result == -EAGAIN) {
-                return;
-            }
+            result =
+                driver.codec->dequeueOutputBuffer(&index, &offset, &size, &timeUs, &flags, 50000);
             if (result == OK) {
                 held.push_back(index);
                 times.push_back(timeUs);
             }
+            ASSERT_LT(std::chrono::steady_clock::now(), deadline);
         }
+        EXPECT_EQ(times.size(), count);
     };
-    takeUntilStall();
-    EXPECT_EQ(held.size(), 8u);
+    takeAndHold(8);
     EXPECT_EQ(std::set<size_t>(held.begin(), held.end()).size(), 8u);
     EXPECT_LT(fed, 30u);
     size_t index = 0;
     EXPECT_EQ(driver.codec->dequeueInputBuffer(&index, 1000), -EAGAIN);
 
     ASSERT_EQ(driver.codec->releaseOutputBuffer(held.front()), OK);
-    takeUntilStall();
-    EXPECT_EQ(times.size(), 9u);
+    takeAndHold(9);
 
     for (size_t i = 1; i < held.size(); ++i) {
         ASSERT_EQ(driver.codec->releaseOutputBuffer(held[i]), OK);
@@ -223,6 +257,19 @@ TEST(VideoCodecTest, StartsWithAPictureThatStandsByItself) {
     EXPECT_EQ(driver.outputs.front().timeUs, stream.timesInOrder()[20]);
     EXPECT_EQ(driver.outputs.size(), 30u);
     EXPECT_GT(orvhost::codecStatistics().picturesHeldBack, heldBack);
+}
+
+// A parameter set may claim any size. Beyond what broadcasts use no picture is made at all.
+TEST(VideoCodecTest, RefusesHugePictures) {
+    Stream stream = encodeVideo({.width = 4112, .height = 2304, .frames = 1});
+    const Stream clean = encodeVideo({.frames = 10}).delayed(FRAME_US);
+    stream.units.insert(stream.units.end(), clean.units.begin(), clean.units.end());
+    CodecDriver driver("video/avc");
+    ASSERT_EQ(driver.configureAndStart(), OK);
+    const uint64_t damaged = orvhost::codecStatistics().videoUnitsDamaged;
+    driver.play(stream);
+    EXPECT_EQ(driver.times(), clean.timesInOrder());
+    EXPECT_GT(orvhost::codecStatistics().videoUnitsDamaged, damaged);
 }
 
 // Random bytes, cut and bent units: no crash, and clean units show again afterwards.
