@@ -32,6 +32,7 @@ constexpr size_t OUTPUT_BUFFERS = 8;
 constexpr size_t VIDEO_INPUT_BYTES = 4 * 1024 * 1024;
 constexpr size_t AUDIO_INPUT_BYTES = 64 * 1024;
 constexpr size_t FIRST_PCM_BYTES = 2048 * 2 * sizeof(int16_t);  // a stereo block with SBR
+constexpr int64_t MAX_WAIT_US = 50000;  // a client looks at its exit request at least that often
 constexpr int32_t COLOR_FORMAT_YUV420_SEMI_PLANAR = 0x105;
 
 static_assert(MediaCodecBuffer::TAIL_BYTES >= AV_INPUT_BUFFER_PADDING_SIZE,
@@ -102,10 +103,18 @@ status_t CodecEngine::start() {
     }
     // Nobody but us touches what belongs to a run before the state says so.
     guard.unlock();
-    const status_t result = prepareRun();
+    status_t result;
+    try {
+        result = prepareRun();
+    } catch (const std::bad_alloc&) {
+        result = NO_MEMORY;
+    }
     guard.lock();
     if (result != OK) {
+        // Back to the beginning, so that the caller may try all of it again.
         clearRun();
+        mRenderer.reset();
+        mState = State::Created;
         return result;
     }
     mState = State::Started;
@@ -232,13 +241,16 @@ status_t CodecEngine::getOutputBuffers(Vector<sp<MediaCodecBuffer>>* buffers) {
 template <typename Ready>
 status_t CodecEngine::waitFor(Guard& guard, std::condition_variable& condition, int64_t timeoutUs,
                               Ready ready) {
-    const auto done = [&] { return !isRunning() || ready(); };
-    if (timeoutUs < 0) {
-        condition.wait(guard, done);
-    } else if (timeoutUs > 0) {
-        const auto deadline =
-            std::chrono::steady_clock::now() + std::chrono::microseconds(timeoutUs);
-        condition.wait_until(guard, deadline, done);
+    if (mState != State::Started) {
+        return INVALID_OPERATION;
+    }
+    // A codec that failed answers as slowly as one that has nothing: its clients ask again and
+    // again until someone stops it.
+    const auto done = [&] { return mState != State::Started || (!mFailed && ready()); };
+    const int64_t waitUs = timeoutUs < 0 ? MAX_WAIT_US : std::min(timeoutUs, MAX_WAIT_US);
+    if (waitUs > 0) {
+        condition.wait_until(
+            guard, std::chrono::steady_clock::now() + std::chrono::microseconds(waitUs), done);
     }
     if (!isRunning()) {
         return INVALID_OPERATION;
@@ -394,8 +406,6 @@ void CodecEngine::schedule() {
 void CodecEngine::fail(const char* reason) {
     HOST_LOGE("[%s] %s: %s", name(), __func__, reason);
     mFailed = true;
-    mInputChanged.notify_all();
-    mOutputChanged.notify_all();
 }
 
 void CodecEngine::run() {

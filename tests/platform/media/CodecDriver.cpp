@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstring>
 #include <filesystem>
 #include <thread>
@@ -9,6 +10,21 @@
 namespace orvtest {
 
 using namespace android;
+
+namespace {
+
+// A dequeue comes back with -EAGAIN long before a test gives up.
+template <typename Dequeue>
+status_t await(int64_t timeoutUs, Dequeue dequeue) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::microseconds(timeoutUs);
+    status_t result;
+    do {
+        result = dequeue();
+    } while (result == -EAGAIN && std::chrono::steady_clock::now() < deadline);
+    return result;
+}
+
+}  // namespace
 
 CodecDriver::CodecDriver(const char* mime, const sp<Surface>& surface, bool adts)
     : looper(new ALooper), mMime(mime), mSurface(surface), mAdts(adts) {
@@ -45,7 +61,9 @@ status_t CodecDriver::configureAndStart() {
 
 bool CodecDriver::feed(const Unit* unit, uint32_t flags, int64_t timeoutUs) {
     size_t index = 0;
-    if (codec->dequeueInputBuffer(&index, timeoutUs) != OK) {
+    const status_t result =
+        await(timeoutUs, [&] { return codec->dequeueInputBuffer(&index, timeoutUs); });
+    if (result != OK) {
         return false;
     }
     if (unit == nullptr) {
@@ -76,10 +94,8 @@ void CodecDriver::takeAll() {
     while (true) {
         size_t index = 0;
         Output output = {};
-        size_t offset = 0;
         uint32_t flags = 0;
-        const status_t result = codec->dequeueOutputBuffer(&index, &offset, &output.bytes,
-                                                           &output.timeUs, &flags, WAIT_US);
+        const status_t result = awaitOutput(&index, &output, &flags);
         if (result == INFO_FORMAT_CHANGED) {
             note('F');
             formats.emplace_back();
@@ -99,7 +115,7 @@ void CodecDriver::takeAll() {
         note('.');
         output.pcm.resize(output.bytes / sizeof(int16_t));
         if (output.bytes > 0) {
-            memcpy(output.pcm.data(), mOutputBuffers[index]->base() + offset, output.bytes);
+            memcpy(output.pcm.data(), mOutputBuffers[index]->data(), output.bytes);
         }
         ASSERT_EQ(
             render ? codec->renderOutputBufferAndRelease(index) : codec->releaseOutputBuffer(index),
@@ -109,6 +125,14 @@ void CodecDriver::takeAll() {
         }
         outputs.push_back(std::move(output));
     }
+}
+
+status_t CodecDriver::awaitOutput(size_t* index, Output* output, uint32_t* flags) {
+    return await(WAIT_US, [&] {
+        size_t offset = 0;
+        return codec->dequeueOutputBuffer(index, &offset, &output->bytes, &output->timeUs, flags,
+                                          WAIT_US);
+    });
 }
 
 void CodecDriver::note(char event) {

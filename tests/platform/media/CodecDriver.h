@@ -12,7 +12,7 @@
 
 namespace orvtest {
 
-constexpr int WAIT_US = 5000000;  // nothing takes that long unless it is broken
+constexpr int64_t WAIT_US = 10000000;  // nothing takes that long unless it is broken
 
 struct Output {
     int64_t timeUs;
@@ -49,6 +49,9 @@ public:
     // count as one.
     std::string events;
     std::vector<android::sp<android::AMessage>> formats;
+
+    // dequeueOutputBuffer() again and again until something else than -EAGAIN comes.
+    android::status_t awaitOutput(size_t* index, Output* output, uint32_t* flags);
 
 private:
     void note(char event);

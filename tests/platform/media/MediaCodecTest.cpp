@@ -2,9 +2,11 @@
 
 #include <atomic>
 #include <chrono>
+#include <climits>
 #include <thread>
 
 #include "CodecDriver.h"
+#include "media/Av.h"
 
 using namespace android;
 using namespace orvtest;
@@ -131,15 +133,14 @@ TEST(MediaCodecTest, StopsAndStartsAnyNumberOfTimes) {
                 }
             });
             std::thread taker([&] {
-                size_t index, offset, size;
-                int64_t timeUs;
+                size_t index;
+                Output output;
                 uint32_t flags;
                 status_t result = OK;
                 while (result != INVALID_OPERATION) {
-                    result = driver.codec->dequeueOutputBuffer(&index, &offset, &size, &timeUs,
-                                                               &flags, WAIT_US);
+                    result = driver.awaitOutput(&index, &output, &flags);
                     if (result == OK) {
-                        EXPECT_GE(timeUs, round * 1000000000LL);
+                        EXPECT_GE(output.timeUs, round * 1000000000LL);
                         ++taken;
                         taken.notify_one();
                         if (taken < 20) {
@@ -161,6 +162,29 @@ TEST(MediaCodecTest, StopsAndStartsAnyNumberOfTimes) {
         }
     }
     EXPECT_EQ(threadCount(), threadsBefore);
+}
+
+// Memory that runs out makes a sound codec fail: it says so, slowly enough for clients that keep
+// asking, and is as new after a stop.
+TEST(MediaCodecTest, FailsWithoutMemoryAndRecovers) {
+    const Stream stream = encodeAudio({.encoder = "mp2", .blocks = 10});
+    CodecDriver driver("audio/mpeg");
+    ASSERT_EQ(driver.configureAndStart(), OK);
+    av_max_alloc(100);
+    size_t index;
+    Output output;
+    uint32_t flags;
+    EXPECT_TRUE(driver.feed(&stream.units[0]));
+    EXPECT_EQ(driver.awaitOutput(&index, &output, &flags), -38);
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(driver.codec->dequeueInputBuffer(&index, 250000), -38);
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(40));
+    EXPECT_EQ(driver.codec->stop(), OK);
+    EXPECT_NE(driver.configureAndStart(), OK);
+    av_max_alloc(INT_MAX);
+    ASSERT_EQ(driver.configureAndStart(), OK);
+    driver.play(stream);
+    EXPECT_EQ(driver.times(), stream.timesInOrder());
 }
 
 // The player lets go in this order: the looper may end with the codec's last piece of work.

@@ -36,7 +36,7 @@ class Surface;
 // while all output buffers are out or waiting: nothing decoded is ever dropped for want of one.
 // Damaged units are counted and passed over; only a decoder that cannot be (re)created or memory
 // that runs out makes the codec fail, and then every call but stop() and release() returns
-// INVALID_OPERATION.
+// INVALID_OPERATION, the dequeues after their time-out.
 class MediaCodec : public RefBase {
 public:
     enum BufferFlags {
@@ -73,7 +73,8 @@ public:
     status_t getInputBuffers(Vector<sp<MediaCodecBuffer>>* buffers) const;
     status_t getOutputBuffers(Vector<sp<MediaCodecBuffer>>* buffers) const;
 
-    // -EAGAIN after timeoutUs (0: at once, negative: no limit).
+    // -EAGAIN after timeoutUs (0: at once), or after 50 ms when that is longer or negative: a
+    // client that waits gets to look at its exit request often enough to end quickly.
     status_t dequeueInputBuffer(size_t* index, int64_t timeoutUs = 0);
 
     // Gives the buffer to the codec. An empty buffer without BUFFER_FLAG_EOS comes straight back
