@@ -44,7 +44,10 @@ void TunerSession::start() {
     std::lock_guard lock(mThreadMutex);
     if (!isCancelled()) {
         mDemultiplexer.flush();
-        mDroppedBefore = mDemultiplexer.droppedPackets();
+        {
+            std::lock_guard counting(mMutex);
+            mDroppedBefore = mDemultiplexer.droppedPackets();
+        }
         mThread = std::thread(&TunerSession::run, this);
     }
 }

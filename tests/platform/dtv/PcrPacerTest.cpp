@@ -120,6 +120,16 @@ TEST(PcrPacerTest, GoesOnAtTheLastRateWithoutPcr) {
     EXPECT_EQ(due, 5001u);
 }
 
+// 12 Mbit/s, eight packets a millisecond, when the stream says nothing at all.
+TEST(PcrPacerTest, AStreamWithoutAnyPcrStillHasAPace) {
+    PcrPacer pacer;
+    add(pacer, TsBuilder().nulls(6000));
+    pacer.finish();
+    EXPECT_EQ(pacer.takeDue(0), 1u);
+    EXPECT_NEAR(static_cast<double>(pacer.takeDue(100 * MS)), 798, 1);
+    EXPECT_NEAR(static_cast<double>(pacer.takeDue(200 * MS)), 798, 1);
+}
+
 TEST(PcrPacerTest, StarvedPipeGetsWhatIsThereAfterAMoment) {
     PcrPacer pacer;
     TsBuilder builder;

@@ -290,7 +290,8 @@ TEST_F(TunerTest, UntuneEndsEveryWait) {
         EXPECT_EQ(mTuner.demultiplexer().stopFiltering(video), 0);
         start(VIDEO);
         mTuner.untune();
-        EXPECT_LT(steady_clock::now() - before, milliseconds(500));  // 50 on a machine of its own
+        EXPECT_LT(steady_clock::now() - before,
+                  milliseconds(500));  // with others busy; alone under 1
     }
 }
 
