@@ -14,8 +14,9 @@ namespace OrvPlayer {
 // The unit that brought the configuration gives way to it. Units run over the ends of PES packets,
 // so the transport decoder keeps what is left of one payload and is fed the next when it runs out
 // of bits; the first unit that then comes began in the packet before and takes the time reached
-// so far, the one behind it the new packet's. The rule cannot see a unit that ends exactly with
-// its packet: in such streams every unit is stamped one frame early from the second packet on.
+// so far, the one behind it the new packet's. Deliberate: a unit that ends exactly with its packet
+// looks the same, so where all do, every unit behind the first of the second packet is stamped one
+// frame early.
 // See AACMediaExtractorTest.UnitsAlignedToPESAreStampedOneFrameEarly.
 //
 // Broadcasts declare one framing but may carry the other. Until a configuration was given out the
