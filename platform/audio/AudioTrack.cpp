@@ -3,7 +3,10 @@
 #include <atomic>
 #include <bit>
 
+#include "audio/AudioOutput.h"
 #include "audio/PlaybackTrack.h"
+#include "audio/PulseServer.h"
+#include "audio/PulseStream.h"
 
 namespace android {
 namespace {
@@ -39,6 +42,9 @@ AudioTrack::AudioTrack(audio_stream_type_t /*streamType*/, uint32_t sampleRate,
         return;
     }
     mpTrack = std::make_shared<orvhost::PlaybackTrack>(sampleRate, channelMask, mSessionId);
+    if (orvhost::audioOutput() != orvhost::AudioOutput::SILENT) {
+        mpStream = std::make_unique<orvhost::PulseStream>(orvhost::PulseServer::shared(), mpTrack);
+    }
 }
 
 AudioTrack::~AudioTrack() {
@@ -54,18 +60,27 @@ status_t AudioTrack::start() {
         return NO_INIT;
     }
     mpTrack->start();
+    if (mpStream) {
+        mpStream->start();
+    }
     return NO_ERROR;
 }
 
 void AudioTrack::stop() {
     if (mpTrack) {
         mpTrack->stop();
+        if (mpStream) {
+            mpStream->stop();
+        }
     }
 }
 
 void AudioTrack::flush() {
     if (mpTrack) {
         mpTrack->flush();
+        if (mpStream) {
+            mpStream->flush();
+        }
     }
 }
 

@@ -94,9 +94,12 @@ void PlaybackTrack::setVolume(float left, float right) {
     }
 }
 
-void PlaybackTrack::setDeviceLatency(int64_t latencyNs, bool isBluetooth) {
+void PlaybackTrack::setDeviceLatency(int64_t latencyNs) {
     mDeviceLatencyNs.store(std::clamp<int64_t>(latencyNs, 0, MAX_DEVICE_LATENCY_NS),
                            std::memory_order_relaxed);
+}
+
+void PlaybackTrack::setBluetooth(bool isBluetooth) {
     mIsBluetooth.store(isBluetooth, std::memory_order_relaxed);
 }
 

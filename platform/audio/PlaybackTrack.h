@@ -57,7 +57,8 @@ public:
 
     // What the device adds, used from the next start or flush on. A device slower than the nominal
     // latency makes the track as late as it has to be: late sound is better than none.
-    void setDeviceLatency(int64_t latencyNs, bool isBluetooth);
+    void setDeviceLatency(int64_t latencyNs);
+    void setBluetooth(bool isBluetooth);
 
     uint32_t sampleRate() const { return mSampleRate; }
     audio_channel_mask_t channelMask() const { return mChannelMask; }

@@ -9,6 +9,7 @@
 
 namespace orvhost {
 class PlaybackTrack;
+class PulseStream;
 }  // namespace orvhost
 
 namespace android {
@@ -77,7 +78,9 @@ protected:
 
 private:
     const audio_session_t mSessionId;
-    std::shared_ptr<orvhost::PlaybackTrack> mpTrack;  // null when initCheck() fails
+    // Both null when initCheck() fails; the stream also when sound is switched off.
+    std::shared_ptr<orvhost::PlaybackTrack> mpTrack;
+    std::unique_ptr<orvhost::PulseStream> mpStream;
 };
 
 }  // namespace android

@@ -106,7 +106,8 @@ TEST_F(PlaybackTrackTest, SlowAndBluetoothOutputsAreLaterFromTheNextFlushOn) {
     for (const auto& output : outputs) {
         writeSilence(BLOCK_BYTES);
         const PlaybackTrack::Position before = mTrack.positionAt(mClock.nowNs());
-        mTrack.setDeviceLatency(output.deviceMs * MS, output.isBluetooth);
+        mTrack.setDeviceLatency(output.deviceMs * MS);
+        mTrack.setBluetooth(output.isBluetooth);
         EXPECT_EQ(mTrack.positionAt(mClock.nowNs()).frame, before.frame);
         mTrack.flush();
         mTap.blocks.clear();
@@ -334,7 +335,8 @@ TEST(PlaybackTrackThreadsTest, WritersDeviceAndControlsDoNotDisturbEachOther) {
     const auto play = [&](std::atomic<int>& pass) {
         std::vector<int16_t> heard(960);
         for (; !isDone; pass++) {
-            track.setDeviceLatency(50 * MS, true);
+            track.setDeviceLatency(50 * MS);
+            track.setBluetooth(true);
             const auto position = track.positionAt(track.clock().nowNs() + 50 * MS);
             track.read(position.run, position.frame, heard.data(), 480);
         }
