@@ -8,6 +8,7 @@
 
 #include "decoder/ASCParser.h"
 #include "support/AacFrames.h"
+#include "support/TraceCapture.h"
 
 namespace {
 
@@ -110,6 +111,7 @@ protected:
         return held;
     }
 
+    TraceCapture mTrace;
     android::sp<RingBuffer> mRing;
     android::sp<AACMediaExtractor> mExtractor;
     std::vector<Unit> mUnits;
@@ -367,6 +369,37 @@ TEST_F(AACMediaExtractorTest, StaysWithTheFramingThatGaveAConfiguration) {
     ASSERT_EQ(mUnits.size(), 3u);
     EXPECT_EQ(mUnits[1].bytes, kStereo48);
     EXPECT_EQ(mUnits[2].bytes, aacUnit(3, 20));
+}
+
+TEST_F(AACMediaExtractorTest, SaysWhatIsWrong) {
+    open(LOAS);
+    feed(kT, kAdts.frame({aacUnit(0, 20)}));
+    EXPECT_THAT(mTrace.take(),
+                ElementsAre("getNextFragment: transportDec_ReadAccessUnit: Sync Error 0x102 "
+                            "mErrorCnt(1)",
+                            "getDecodableUnit: ADTS supect count : 1"));
+    LoasMux twoPrograms;
+    twoPrograms.numProgram = 1;
+    feed(kT, twoPrograms.frame({aacUnit(0, 20)}) + twoPrograms.frame({aacUnit(0, 20)}));
+    EXPECT_THAT(
+        mTrace.take(),
+        ElementsAre("getNextFragment: transportDec_ReadAccessUnit() failed with code 1026"));
+    open(ADTS);
+    feed(kT, kLoas.frame({aacUnit(0, 20)}));
+    EXPECT_THAT(mTrace.take(),
+                ElementsAre("getNextFragment: transportDec_ReadAccessUnit: Sync Error 0x102 "
+                            "mErrorCnt(1)",
+                            "getDecodableUnit: LOAS supect count : 1"));
+    mCapacity = 5;
+    feed(kT, kAdts.frame({aacUnit(0, 20)}));
+    EXPECT_THAT(mTrace.take(), ElementsAre("getASC: Not enough space on output buffer. (10 > 5)",
+                                           "getNextFragment: Error creating ASC"));
+    write(kT, kRubbish);  // 254 bytes, in 256 of the ring
+    auto* record = reinterpret_cast<PESData*>(mRing->read(1, RingBuffer::NON_BLOCKING));
+    record->mSize = 300;
+    mRing->readAdvance(0);
+    EXPECT_EQ(next(), MediaExtractor::STATUS_FAULT);
+    EXPECT_THAT(mTrace.take(), ElementsAre("getDecodableUnit: RingBuffer fatal errror: 256 340"));
 }
 
 TEST(ASCParserTest, WritesEveryForm) {
