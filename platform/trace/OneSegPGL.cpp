@@ -14,8 +14,8 @@
 #include <mutex>
 #include <string>
 
-thread_local const char* OneSegPGL_TraceFile = "";
-thread_local int OneSegPGL_TraceLine = 0;
+constinit thread_local const char* OneSegPGL_TraceFile = "";
+constinit thread_local int OneSegPGL_TraceLine = 0;
 
 namespace {
 
