@@ -384,6 +384,9 @@ status_t CodecEngine::releaseOutput(size_t index, bool render) {
     slot.owner = Owner::Free;
     schedule();
     if (!render || picture == nullptr) {
+        if (picture != nullptr) {
+            ++codecStatistics().picturesReleasedUnseen;
+        }
         return OK;
     }
     // The picture is ours now: the codec goes on, and may even stop, while it is being copied.

@@ -12,6 +12,7 @@ struct CodecStatistics {
     // Decoded before the first picture that stands by itself, and therefore never handed out.
     std::atomic<uint64_t> picturesHeldBack{0};
     std::atomic<uint64_t> picturesRendered{0};         // queued to a surface
+    std::atomic<uint64_t> picturesReleasedUnseen{0};   // given back without being rendered
     std::atomic<uint64_t> picturesDroppedAtWindow{0};  // no free window buffer, or no surface
     std::atomic<uint64_t> videoUnitsDamaged{0};
     std::atomic<uint64_t> audioBlocksDecoded{0};
