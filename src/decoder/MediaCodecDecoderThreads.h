@@ -1,0 +1,57 @@
+#pragma once
+
+#include <utils/Thread.h>
+
+#include "decoder/MediaCodecDecoder.h"
+
+namespace OrvPlayer {
+
+// The decoder's workers. Each is joined before the decoder goes, hence the plain pointers.
+
+class MediaCodecDecoder::InputThread : public android::Thread {
+public:
+    explicit InputThread(MediaCodecDecoder* decoder) : mDecoder(decoder) {}
+    bool isExiting() const { return exitPending(); }
+
+    // The input buffer that found no unit on the last pass and waits for the next.
+    uint32_t keptIndex = NO_INDEX;
+
+private:
+    bool threadLoop() override { return !exitPending() && mDecoder->feedCodec(*this); }
+
+    MediaCodecDecoder* const mDecoder;
+};
+
+class MediaCodecDecoder::OutputThread : public android::Thread {
+public:
+    explicit OutputThread(MediaCodecDecoder* decoder) : mDecoder(decoder) {}
+
+private:
+    bool threadLoop() override {
+        if (exitPending()) {
+            return false;
+        }
+        mDecoder->takeOutput();
+        return true;
+    }
+
+    MediaCodecDecoder* const mDecoder;
+};
+
+class MediaCodecDecoder::RestartThread : public android::Thread {
+public:
+    explicit RestartThread(MediaCodecDecoder* decoder) : mDecoder(decoder) {}
+
+private:
+    bool threadLoop() override {
+        std::lock_guard<std::mutex> guard(mDecoder->mLock);
+        if (!exitPending()) {
+            mDecoder->restartInternal();
+        }
+        return false;
+    }
+
+    MediaCodecDecoder* const mDecoder;
+};
+
+}  // namespace OrvPlayer
