@@ -1,0 +1,295 @@
+#include "service/MainController.h"
+
+#include <string>
+
+#include "common/Trace.h"
+
+using android::sp;
+
+namespace OrvPlayer {
+
+namespace {
+
+constexpr int LIVE = 0;
+
+constexpr unsigned int LIVE_TIMEOUT_S = 17;
+constexpr unsigned int RECORDED_TIMEOUT_S = 10;
+constexpr int LIVE_OFFSET_MS = 2000;
+constexpr int RECORDED_OFFSET_MS = 500;
+constexpr int PCR_OFFSET_MS = 1500;
+
+}  // namespace
+
+MainController::MainController() : mSynchronization(new Synchronization) {
+    mReceiver = addModule(sp<TSReceiver>(new TSReceiver));
+    mPCRTS = addRingBuffer();
+    mPCRParser = addModule(sp<TSParser>(new TSParser(PID_TYPE_PCR)));
+    mVideoTS = addRingBuffer();
+    mVideoParser = addModule(sp<TSParser>(new TSParser(PID_TYPE_VIDEO)));
+    mVideoPES = addRingBuffer();
+    mVideoDecoder = addModule(sp<MediaCodecDecoder>(new MediaCodecDecoder("VideoDecoder")));
+    mVideoRaw = addRingBuffer();
+    mVideoRenderer = addModule(sp<VideoRenderer>(new VideoRenderer(mSynchronization)));
+    mAudioTS = addRingBuffer();
+    mAudioParser = addModule(sp<TSParser>(new TSParser(PID_TYPE_AUDIO)));
+    mAudioPES = addRingBuffer();
+    mAudioDecoder = addModule(sp<MediaCodecDecoder>(new MediaCodecDecoder("AudioDecoder")));
+    mAudioRaw = addRingBuffer();
+    mAudioRenderer = addModule(sp<AudioRenderer>(new AudioRenderer(mSynchronization)));
+    mSynchronization->addListener(mAudioRenderer.get());
+    mVideoDecoder->setDecoderInfoListenerListener(this);
+    mVideoRenderer->setFrameRenderedListener(this);
+    mAudioRenderer->setAudioRenderedListener(this);
+    mPlaybackTimer = std::make_unique<OneShotTimer>(playbackTimerCallback, this);
+    if (const int error = mPlaybackTimer->creationError(); error != 0) {
+        ORV_LOGE("%s: Error creating timer (%d)\n", __func__, error);
+        mPlaybackTimer = nullptr;
+    }
+}
+
+MainController::~MainController() {
+    if (mPlaybackTimer != nullptr) {
+        if (const int error = mPlaybackTimer->remove(); error != 0) {
+            ORV_LOGE("%s: Error deleting timer (%d)\n", __func__, error);
+        }
+    }
+    // Whatever became of the last start or stop, no module thread outlives the controller.
+    for (const sp<Module>& module : mModules) {
+        module->stop();
+    }
+}
+
+sp<RingBuffer> MainController::addRingBuffer() {
+    mRingBuffers.push_back(new RingBuffer);
+    return mRingBuffers.back();
+}
+
+template <typename ModuleType>
+sp<ModuleType> MainController::addModule(const sp<ModuleType>& module) {
+    mModules.push_back(module);
+    return module;
+}
+
+int MainController::start() {
+    {
+        std::lock_guard<std::mutex> guard(mGateLock);
+        mStarted = true;
+    }
+    setClockOffsets();
+    armPlaybackTimer(mSourceType == LIVE ? LIVE_TIMEOUT_S : RECORDED_TIMEOUT_S);
+    for (const sp<Module>& module : mModules) {
+        if (const int status = module->start(); status != 0) {
+            ORV_LOGE("%s: Error starting module %s", __func__, module->getModuleName().c_str());
+            return status;
+        }
+    }
+    return 0;
+}
+
+// A source's clock runs that much behind what arrives: decoders have that long.
+void MainController::setClockOffsets() {
+    const int offsetMs = mSourceType == LIVE ? LIVE_OFFSET_MS : RECORDED_OFFSET_MS;
+    mSynchronization->setOffsetTime(offsetMs, Synchronization::VIDEO);
+    mSynchronization->setOffsetTime(offsetMs, Synchronization::AUDIO);
+    mSynchronization->setOffsetTime(PCR_OFFSET_MS, Synchronization::REAL_PCR);
+}
+
+void MainController::armPlaybackTimer(unsigned int seconds) {
+    const int error = mPlaybackTimer != nullptr ? mPlaybackTimer->arm(seconds) : 0;
+    if (error != 0) {
+        ORV_LOGE("%s: Error enabling playack timer (%d)\n", "start", error);
+    }
+}
+
+int MainController::stop() {
+    {
+        std::lock_guard<std::mutex> guard(mGateLock);
+        mStarted = false;
+        if (mPlaybackTimer != nullptr) {
+            mPlaybackTimer->disarm();
+        }
+    }
+    mReceiver->stop();  // nothing new enters from here on
+    for (const sp<Module>& module : mModules) {
+        if (const int status = module->stop(); status != 0) {
+            ORV_LOGE("%s: Error stopping module %s", __func__, module->getModuleName().c_str());
+            return status;
+        }
+    }
+    for (const sp<RingBuffer>& buffer : mRingBuffers) {
+        buffer->reset();
+    }
+    mSynchronization->resetPCR();
+    mVideoRendered = false;
+    mAudioRendered = false;
+    mAudioRenderer->setOutputEnable(false);
+    mVideoRenderer->setOutputEnabled(false);
+    return 0;
+}
+
+int MainController::pause() {
+    ORV_LOGV("%s\n", __func__);
+    if (const int status = mAudioRenderer->stop(); status != 0) {
+        return status;
+    }
+    const int status = mVideoRenderer->stop();
+    mSynchronization->pause();
+    return status;
+}
+
+int MainController::resume() {
+    ORV_LOGV("%s\n", __func__);
+    mSynchronization->resume();
+    if (const int status = mAudioRenderer->start(); status != 0) {
+        return status;
+    }
+    return mVideoRenderer->start();
+}
+
+// Opens the outputs once the first picture and the first sound have come, or by force.
+void MainController::checkEnableOutputs(bool force) {
+    std::lock_guard<std::mutex> guard(mGateLock);
+    if (mStarted && (force || (mVideoRendered && mAudioRendered))) {
+        openGate();
+    }
+}
+
+void MainController::openGate() {
+    mAudioRenderer->setOutputEnable(mAudioEnabled != 0);
+    mVideoRenderer->setOutputEnabled(true);
+    const int error = mPlaybackTimer != nullptr ? mPlaybackTimer->disarm() : 0;
+    if (error != 0) {
+        ORV_LOGE("%s: Error disabling playack timer (%d)\n", "checkEnableOutputs", error);
+    }
+}
+
+void MainController::playbackTimerCallback(void* controller) {
+    ORV_LOGI("%s: Playback timer timeout. Enabling audio and video.\n", __func__);
+    static_cast<MainController*>(controller)->checkEnableOutputs(true);
+}
+
+void MainController::onFrameRendered(int width, int height, Uint33 pts) {
+    if (VideoRenderer::FrameRenderedListener* listener = mVideoRenderedListener;
+        listener != nullptr) {
+        listener->onFrameRendered(width, height, pts);
+    }
+    if (!mVideoRendered.exchange(true)) {
+        checkEnableOutputs(false);
+    }
+}
+
+void MainController::onAudioRendered() {
+    if (!mAudioRendered.exchange(true)) {
+        checkEnableOutputs(false);
+    }
+}
+
+void MainController::onAudioReady(long msec) {
+    if (AudioRenderer::AudioRenderedListener* listener = mAudioRenderedListener;
+        listener != nullptr) {
+        listener->onAudioReady(msec);
+    }
+}
+
+void MainController::onAudioSessionId(int id) {
+    if (AudioRenderer::AudioRenderedListener* listener = mAudioRenderedListener;
+        listener != nullptr) {
+        listener->onAudioSessionId(id);
+    }
+}
+
+int MainController::setSurface(sp<android::Surface>& surface) {
+    mVideoDecoder->setSurface(surface);
+    return 0;
+}
+
+int MainController::getFrame(int count, int intervalMs) {
+    return mVideoRenderer->getFrame(count, intervalMs);
+}
+
+int MainController::cancelCaptureFrame() {
+    return mVideoRenderer->cancelCaptureFrame();
+}
+
+void MainController::setCaptureFrameListener(CaptureFrameListener* listener) {
+    mVideoRenderer->setCaptureFrameListener(listener);
+}
+
+void MainController::setErrorListener(ErrorListener* listener) {
+    for (const sp<Module>& module : mModules) {
+        module->addErrorListener(*listener);
+    }
+}
+
+void MainController::setAudioRenderedListener(AudioRenderer::AudioRenderedListener* listener) {
+    mAudioRenderedListener = listener;
+}
+
+void MainController::setVideoRenderedListener(VideoRenderer::FrameRenderedListener* listener) {
+    mVideoRenderedListener = listener;
+}
+
+int MainController::setSoundEffect(int effect) {
+    mAudioRenderer->setSoundEffect(effect);
+    return 0;
+}
+
+int MainController::setAVSync(int offsetMs) {
+    mVideoRenderer->setAVSyncOffset(offsetMs);
+    return 0;
+}
+
+int MainController::setAudioEnable(int on) {
+    if (mVideoRendered && mAudioRendered) {
+        mAudioRenderer->setOutputEnable(on != 0);
+    }
+    mAudioEnabled = on;
+    return 0;
+}
+
+int MainController::setAudioOnlyMode(int on) {
+    return mVideoDecoder->setAudioOnlyMode(on);
+}
+
+int64_t MainController::getPCRValue() {
+    return static_cast<int64_t>(mSynchronization->getPCRValue());
+}
+
+int MainController::setAudioPID(int pid) {
+    const auto newPID = static_cast<unsigned short>(pid);
+    if (mReceiver->changePID(PID_TYPE_AUDIO, mPIDs[PID_TYPE_AUDIO], newPID) != 0) {
+        return 1;
+    }
+    mPIDs[PID_TYPE_AUDIO] = newPID;
+    return 0;
+}
+
+int MainController::stopTSReceiver() {
+    return static_cast<int>(mReceiver->stop());
+}
+
+int MainController::setCropRect(int left, int top, int right, int bottom, int useOriginal) {
+    return mVideoDecoder->setCropRect(left, top, right, bottom, useOriginal);
+}
+
+int MainController::dump(FILE* stream, const android::Vector<android::String16>&, int indent) {
+    if (stream == nullptr) {
+        return 0;
+    }
+    const std::string start(static_cast<size_t>(indent), '\t');
+    const char* prefix = start.c_str();
+    fprintf(stream, "%sMainControler:\n", prefix);
+    fprintf(stream, "%s+ Ring Buffers:\n", prefix);
+    for (const sp<RingBuffer>& buffer : mRingBuffers) {
+        buffer->dump(stream, indent + 2);
+    }
+    fprintf(stream, "\n%s+ Modules:\n", prefix);
+    for (const sp<Module>& module : mModules) {
+        module->dump(stream, indent + 2);
+    }
+    fprintf(stream, "\n%s+ Synchronization:\n", prefix);
+    mSynchronization->dump(stream, indent + 2);
+    return 0;
+}
+
+}  // namespace OrvPlayer
