@@ -1,0 +1,38 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+#include <nlohmann/json.hpp>
+#include <string>
+
+namespace orvplay {
+
+// The program's events, one JSON object a line on standard output, when that was asked for:
+//     {"event":"startComplete","t":0.004,"result":0}
+// `t` is in seconds since begin(). Any thread.
+class EventLog {
+public:
+    explicit EventLog(bool enabled) : mEnabled(enabled) {}
+
+    // The start of playback was commanded: time counts from here.
+    void begin();
+    int64_t beginNs() const { return mBeginNs; }
+
+    void write(const std::string& event,
+               nlohmann::ordered_json fields = nlohmann::ordered_json::object());
+    // For a line that carries no time: the summary.
+    void writeLine(const nlohmann::ordered_json& line);
+
+    bool enabled() const { return mEnabled; }
+    // Whoever read standard output is gone.
+    bool closed() const { return mClosed; }
+
+private:
+    const bool mEnabled;
+    std::atomic<int64_t> mBeginNs{0};
+    std::atomic<bool> mClosed{false};
+    std::mutex mLock;  // one line at a time
+};
+
+}  // namespace orvplay

@@ -1,0 +1,240 @@
+#include "PlayRun.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <thread>
+
+#include "Interrupt.h"
+#include "MonotonicTime.h"
+#include "StillWriter.h"
+#include "WindowDisplay.h"
+#include "dtv/Tuner.h"
+
+namespace orvplay {
+
+namespace {
+
+constexpr auto LOOK_PERIOD = std::chrono::milliseconds(20);
+constexpr int64_t DRAIN_NS = 500'000'000;
+// A source that ended without a picture: the player's own delay must pass before that is certain.
+constexpr int64_t NOTHING_NS = 5'000'000'000;
+constexpr int64_t RESTART_NS = 10'000'000'000;
+constexpr unsigned int SCRAMBLED = 0x21003;
+
+nlohmann::ordered_json result(int code) {
+    return {{"result", code}};
+}
+
+}  // namespace
+
+PlayRun::PlayRun(const PlayOptions& options, const StreamSelection& selection)
+    : mOptions(options), mSelection(selection), mEvents(options.json) {}
+
+int PlayRun::run() {
+    if (!openOutputs()) {
+        return fail(EXIT_FAILED, "no window could be opened; try --headless");
+    }
+    if (const int status = open(); status != 0) {
+        return fail(EXIT_PLAYBACK, "the player cannot set up these streams (code " +
+                                       std::to_string(status) + "); run with ORV_TRACE=error");
+    }
+    if (const int status = start(); status != 0) {
+        return fail(EXIT_PLAYBACK, "the player cannot start (code " + std::to_string(status) + ")");
+    }
+    watch();
+    return finish();
+}
+
+bool PlayRun::openOutputs() {
+    android::sp<android::IGraphicBufferProducer> producer;
+    orvhost::BufferQueue::create(&producer, &mConsumer);
+    std::unique_ptr<Display> display;
+    if (!mOptions.headless) {
+        const std::string name =
+            mSelection.serviceName.empty() ? mOptions.source : mSelection.serviceName;
+        display = std::make_unique<WindowDisplay>(name + " - OrvPlayer");
+    }
+    mPictures = std::make_unique<PictureOutput>(mConsumer, std::move(display), mSync);
+    if (!mPictures->start()) {
+        return false;
+    }
+    PlayerSession::Events events;
+    events.onError = [this](unsigned int code, const std::string& module) {
+        mEvents.write("onError", {{"code", code}, {"module", module}});
+        mError = code;
+    };
+    events.onAudioSessionId = [this](int id) { mEvents.write("onAudioSessionId", {{"id", id}}); };
+    events.onAudioReady = [this](long earlyMs) { mSound.onAudioReady(earlyMs); };
+    mSession = std::make_unique<PlayerSession>(producer, std::move(events));
+    return true;
+}
+
+int PlayRun::open() {
+    const int status = mSession->open(mSelection.configuration());
+    mEvents.write("openUriComplete", result(status));
+    if (status == 0 && !mOptions.audio) {
+        mSession->setAudioEnabled(false);
+    }
+    return status;
+}
+
+int PlayRun::start() {
+    mEvents.begin();
+    mSummary.begin();
+    const int status = mSession->start();
+    mEvents.write("startComplete", result(status));
+    return status;
+}
+
+void PlayRun::watch() {
+    while ((mOutcome = look()) == Outcome::GO_ON) {
+        std::this_thread::sleep_for(LOOK_PERIOD);
+    }
+    mStatus.clear();
+}
+
+PlayRun::Outcome PlayRun::look() {
+    const PictureOutput::Figures figures = mPictures->figures();
+    reportFirstPicture(figures);
+    updateStatus(figures);
+    if (Interrupt::requested()) {
+        return Outcome::INTERRUPTED;
+    }
+    if (mPictures->quitRequested() || mEvents.closed()) {
+        return Outcome::FINISHED;
+    }
+    const int64_t now = monotonicNs();
+    if (mOptions.durationS > 0.0 && figures.firstFrameNs != 0 &&
+        static_cast<double>(now - figures.firstFrameNs) * 1e-9 >= mOptions.durationS) {
+        return Outcome::FINISHED;
+    }
+    if (const Outcome outcome = lookAtErrors(); outcome != Outcome::GO_ON) {
+        return outcome;
+    }
+    if (sourceDrained(now)) {
+        mEvents.write("onEndOfContent");
+        return Outcome::FINISHED;
+    }
+    return Outcome::GO_ON;
+}
+
+// A scrambled picture stops the player's video. Bit errors look the same: after a stretch of good
+// pictures it is started again.
+PlayRun::Outcome PlayRun::lookAtErrors() {
+    const unsigned int code = mError.exchange(0);
+    if (code != SCRAMBLED) {
+        return Outcome::GO_ON;
+    }
+    const int64_t now = monotonicNs();
+    const uint64_t frames = mSession->framesTimed();
+    if (frames == mFramesAtRestart || (mLastRestartNs != 0 && now - mLastRestartNs < RESTART_NS)) {
+        mStatus.clear();
+        fprintf(stderr,
+                "orvplay: the service is scrambled; choose a clear one (orvplay probe %s)\n",
+                mOptions.source.c_str());
+        mFailure = EXIT_PLAYBACK;
+        return Outcome::FAILED;
+    }
+    mLastRestartNs = now;
+    mFramesAtRestart = frames;
+    mSession->stop();
+    if (const int status = mSession->start(); status != 0) {
+        mFailure = EXIT_PLAYBACK;
+        fprintf(stderr, "orvplay: the player cannot start again (code %d)\n", status);
+        return Outcome::FAILED;
+    }
+    return Outcome::GO_ON;
+}
+
+// The source has nothing more, and the player has shown what it held.
+bool PlayRun::sourceDrained(int64_t nowNs) {
+    if (!orvhost::Tuner::instance().atEnd()) {
+        mSourceEndNs = 0;
+        return false;
+    }
+    if (mSourceEndNs == 0) {
+        mSourceEndNs = nowNs;
+    }
+    const int64_t lastFrameNs = mSession->lastFrameTimedNs();
+    const int64_t quietSinceNs = std::max(mSourceEndNs, lastFrameNs);
+    return nowNs - quietSinceNs >= (lastFrameNs != 0 ? DRAIN_NS : NOTHING_NS);
+}
+
+void PlayRun::reportFirstPicture(const PictureOutput::Figures& figures) {
+    if (mFirstPictureReported || figures.frames == 0) {
+        return;
+    }
+    mFirstPictureReported = true;
+    mSummary.outputsOpened();
+    mEvents.write("onStartVideoTask", {{"width", figures.width}, {"height", figures.height}});
+}
+
+void PlayRun::updateStatus(const PictureOutput::Figures& figures) {
+    if (figures.frames == 0) {
+        mStatus.show("waiting for the first picture ...");
+        return;
+    }
+    const auto seconds =
+        static_cast<int>((figures.lastFrameNs - figures.firstFrameNs) / 1'000'000'000);
+    char text[160];
+    snprintf(text, sizeof text, "%02d:%02d:%02d  %dx%d%c  %llu pictures  skew %+.0f ms",
+             seconds / 3600, seconds / 60 % 60, seconds % 60, figures.width, figures.height,
+             figures.interlaced ? 'i' : 'p', static_cast<unsigned long long>(figures.frames),
+             mSync.skew().meanMs());
+    mStatus.show(text);
+}
+
+int PlayRun::finish() {
+    mSummary.end();
+    if (const int status = mSession->stop(); status != 0 && mFailure == EXIT_OK) {
+        fprintf(stderr, "orvplay: the player did not stop cleanly (code %d)\n", status);
+        mFailure = EXIT_PLAYBACK;
+    }
+    mPictures->stop();
+    const PictureOutput::Figures figures = mPictures->figures();
+    bool stillSaved = true;
+    if (!mOptions.snapshot.empty()) {
+        stillSaved = saveStill();
+    }
+    mEvents.writeLine(mSummary.toJson(figures, mSound, mSync));
+    if (!mEvents.enabled()) {
+        fputs(mSummary.toText(figures, mSound, mSync).c_str(), stdout);
+    }
+    if (mOutcome == Outcome::FAILED) {
+        return mFailure;
+    }
+    if (mOutcome == Outcome::INTERRUPTED) {
+        return EXIT_INTERRUPTED;
+    }
+    if (mSourceEndNs != 0 && figures.frames == 0 && mSession->framesTimed() == 0 &&
+        mSound.frames() == 0) {
+        return fail(EXIT_NO_DATA, mOptions.source +
+                                      ": it ended before anything could be shown or heard; see: "
+                                      "orvplay probe " +
+                                      mOptions.source);
+    }
+    return mFailure != EXIT_OK ? mFailure : stillSaved ? EXIT_OK : EXIT_FAILED;
+}
+
+bool PlayRun::saveStill() {
+    std::string error = "there was no picture";
+    if (mPictures->lastPicture().buffer == nullptr ||
+        !writeStill(mPictures->lastPicture(), mOptions.snapshot, &error)) {
+        fprintf(stderr, "orvplay: no still in %s: %s\n", mOptions.snapshot.c_str(), error.c_str());
+        return false;
+    }
+    mEvents.write("snapshot", {{"path", mOptions.snapshot}});
+    if (!mEvents.enabled()) {
+        printf("Still:    %s\n", mOptions.snapshot.c_str());
+    }
+    return true;
+}
+
+int PlayRun::fail(ExitCode code, const std::string& message) {
+    mStatus.clear();
+    fprintf(stderr, "orvplay: %s\n", message.c_str());
+    return code;
+}
+
+}  // namespace orvplay

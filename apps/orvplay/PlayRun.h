@@ -1,0 +1,65 @@
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <string>
+
+#include "EventLog.h"
+#include "ExitCode.h"
+#include "Options.h"
+#include "PictureOutput.h"
+#include "PlayerSession.h"
+#include "RunSummary.h"
+#include "SoundMeter.h"
+#include "StatusLine.h"
+#include "StreamSelection.h"
+#include "SyncMeter.h"
+
+namespace orvplay {
+
+// One run of `orvplay play`, from the selected streams to the summary.
+class PlayRun {
+public:
+    PlayRun(const PlayOptions& options, const StreamSelection& selection);
+    PlayRun(const PlayRun&) = delete;  // the player's threads call it
+    PlayRun& operator=(const PlayRun&) = delete;
+
+    int run();
+
+private:
+    enum class Outcome { GO_ON, FINISHED, INTERRUPTED, FAILED };
+
+    bool openOutputs();
+    int open();
+    int start();
+    void watch();
+    Outcome look();
+    Outcome lookAtErrors();
+    bool sourceDrained(int64_t nowNs);
+    void reportFirstPicture(const PictureOutput::Figures& figures);
+    void updateStatus(const PictureOutput::Figures& figures);
+    int finish();
+    bool saveStill();
+    int fail(ExitCode code, const std::string& message);
+
+    const PlayOptions mOptions;
+    const StreamSelection mSelection;
+    EventLog mEvents;
+    SyncMeter mSync;
+    SoundMeter mSound{mSync};
+    RunSummary mSummary;
+    StatusLine mStatus;
+    android::sp<orvhost::BufferQueue::Consumer> mConsumer;
+    std::unique_ptr<PictureOutput> mPictures;
+    std::unique_ptr<PlayerSession> mSession;
+
+    Outcome mOutcome = Outcome::GO_ON;
+    ExitCode mFailure = EXIT_OK;
+    bool mFirstPictureReported = false;
+    int64_t mSourceEndNs = 0;    // when the end of the source was noticed
+    int64_t mLastRestartNs = 0;  // of the player, after it gave up on a scrambled stream
+    uint64_t mFramesAtRestart = 0;
+    std::atomic<unsigned int> mError{0};  // the last code reported by a module; 0 once looked at
+};
+
+}  // namespace orvplay

@@ -1,0 +1,61 @@
+#include "PlayerSession.h"
+
+#include "MonotonicTime.h"
+
+namespace orvplay {
+
+PlayerSession::PlayerSession(const android::sp<android::IGraphicBufferProducer>& producer,
+                             Events events)
+    : mEvents(std::move(events)), mSurface(new android::Surface(producer)) {}
+
+PlayerSession::~PlayerSession() {
+    stop();
+    mController = nullptr;  // its threads call this object
+}
+
+int PlayerSession::open(const std::map<std::string, std::string>& configuration) {
+    mController = new OrvPlayer::MainController;
+    if (const int status = mController->configure(configuration); status != 0) {
+        return status;
+    }
+    mController->setErrorListener(this);
+    mController->setAudioRenderedListener(this);
+    mController->setVideoRenderedListener(this);
+    return mController->setSurface(mSurface);
+}
+
+int PlayerSession::start() {
+    mStarted = true;
+    return mController->start();
+}
+
+int PlayerSession::stop() {
+    if (!mStarted) {
+        return 0;
+    }
+    mStarted = false;
+    return mController->stop();
+}
+
+void PlayerSession::setAudioEnabled(bool enabled) {
+    mController->setAudioEnable(enabled ? 1 : 0);
+}
+
+void PlayerSession::onFrameRendered(int, int, OrvPlayer::Uint33) {
+    ++mFramesTimed;
+    mLastFrameTimedNs = monotonicNs();
+}
+
+void PlayerSession::onAudioReady(long msec) {
+    mEvents.onAudioReady(msec);
+}
+
+void PlayerSession::onAudioSessionId(int id) {
+    mEvents.onAudioSessionId(id);
+}
+
+void PlayerSession::onError(unsigned int code, const OrvPlayer::Module* module) const {
+    mEvents.onError(code, module != nullptr ? module->getModuleName() : std::string());
+}
+
+}  // namespace orvplay

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <gui/IGraphicBufferProducer.h>
+
+#include <atomic>
+#include <functional>
+#include <map>
+#include <string>
+
+#include "common/ErrorListener.h"
+#include "service/MainController.h"
+
+namespace orvplay {
+
+// One source played by the player in this process.
+//
+//   PlayerSession session(producer, events);
+//   session.open(selection.configuration());  session.start();  ...  session.stop();
+//
+// open() builds the pipeline once; start() and stop() may alternate any number of times. Commands
+// come from one thread; events come on the player's threads and must not wait.
+class PlayerSession : private OrvPlayer::VideoRenderer::FrameRenderedListener,
+                      private OrvPlayer::AudioRenderer::AudioRenderedListener,
+                      private OrvPlayer::ErrorListener {
+public:
+    struct Events {
+        // An asynchronous failure: its code and the module that reports it.
+        std::function<void(unsigned int code, const std::string& module)> onError;
+        std::function<void(int id)> onAudioSessionId;
+        // How far ahead of the sound clock the sound at hand is.
+        std::function<void(long earlyMs)> onAudioReady;
+    };
+
+    PlayerSession(const android::sp<android::IGraphicBufferProducer>& producer, Events events);
+    ~PlayerSession();
+    PlayerSession(const PlayerSession&) = delete;  // the player knows it by address
+    PlayerSession& operator=(const PlayerSession&) = delete;
+
+    // 0, or the player's code.
+    int open(const std::map<std::string, std::string>& configuration);
+    int start();
+    int stop();
+
+    void setAudioEnabled(bool enabled);
+    int64_t streamTime90k() { return mController->getPCRValue(); }
+
+    // Pictures whose time came, with the outputs shut or open.
+    uint64_t framesTimed() const { return mFramesTimed; }
+    int64_t lastFrameTimedNs() const { return mLastFrameTimedNs; }
+
+private:
+    void onFrameRendered(int width, int height, OrvPlayer::Uint33 pts) override;
+    void onAudioReady(long msec) override;
+    void onAudioSessionId(int id) override;
+    void onError(unsigned int code, const OrvPlayer::Module* module) const override;
+
+    const Events mEvents;
+    android::sp<android::Surface> mSurface;
+    android::sp<OrvPlayer::MainController> mController;
+    std::atomic<uint64_t> mFramesTimed{0};
+    std::atomic<int64_t> mLastFrameTimedNs{0};
+    bool mStarted = false;
+};
+
+}  // namespace orvplay

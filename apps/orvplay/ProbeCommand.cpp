@@ -1,0 +1,190 @@
+#include "ProbeCommand.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <thread>
+
+#include "EventLog.h"
+#include "Interrupt.h"
+#include "MonotonicTime.h"
+#include "StatusLine.h"
+#include "TuneFailure.h"
+#include "dtv/Tuner.h"
+
+using orvhost::ElementaryStream;
+using orvhost::PID_NONE;
+using orvhost::PidStatistics;
+using orvhost::Service;
+using orvhost::StreamKind;
+
+namespace orvplay {
+
+namespace {
+
+constexpr int TABLES_TIMEOUT_MS = 5000;
+constexpr auto LOOK_PERIOD = std::chrono::milliseconds(20);
+
+const char* kindName(StreamKind kind) {
+    switch (kind) {
+        case StreamKind::Video:
+            return "video";
+        case StreamKind::AudioLatm:
+            return "AAC audio (LATM)";
+        case StreamKind::AudioAdts:
+            return "AAC audio (ADTS)";
+        case StreamKind::AudioMpeg:
+            return "MPEG audio";
+        case StreamKind::Caption:
+            return "captions or private data";
+        default:
+            return "other";
+    }
+}
+
+// Reads the source for its statistics: a file to its end, a pipe for the time the user gave.
+orvhost::TunerStatistics readThrough(const ProbeOptions& options) {
+    orvhost::Tuner& tuner = orvhost::Tuner::instance();
+    StatusLine status;
+    const int64_t begin = monotonicNs();
+    const auto limitNs = static_cast<int64_t>(options.durationS * 1e9);
+    const bool endless = options.source == "-";
+    while (!tuner.atEnd() && !Interrupt::requested() &&
+           (!endless || monotonicNs() - begin < limitNs)) {
+        status.show("reading: " + std::to_string(tuner.statistics().bytes >> 20) + " MiB");
+        std::this_thread::sleep_for(LOOK_PERIOD);
+    }
+    return tuner.statistics();
+}
+
+using PidMap = std::map<uint16_t, PidStatistics>;
+
+PidMap byPid(const orvhost::TunerStatistics& statistics) {
+    PidMap pids;
+    for (const PidStatistics& pid : statistics.pids) {
+        pids[pid.pid] = pid;
+    }
+    return pids;
+}
+
+double pcrIntervalMs(const PidMap& pids, uint16_t pid) {
+    const auto found = pids.find(pid);
+    return found != pids.end() ? static_cast<double>(found->second.maxPcrIntervalNs) * 1e-6 : 0.0;
+}
+
+std::string playLine(const ProbeOptions& options, const Service& service) {
+    return "orvplay play " + options.source + " --service " + std::to_string(service.serviceId);
+}
+
+nlohmann::ordered_json toJson(const ElementaryStream& stream, const PidMap& pids) {
+    nlohmann::ordered_json line = {{"pid", stream.pid},
+                                   {"streamType", stream.streamType},
+                                   {"kind", kindName(stream.kind)},
+                                   {"language", stream.language}};
+    if (const auto found = pids.find(stream.pid); found != pids.end()) {
+        line["packets"] = found->second.packets;
+        line["continuityErrors"] = found->second.continuityErrors;
+        line["scrambled"] = found->second.scrambled;
+    }
+    return line;
+}
+
+void printJson(const ProbeOptions& options, const orvhost::ServiceList& list,
+               const orvhost::TunerStatistics& statistics) {
+    EventLog log(true);
+    const PidMap pids = byPid(statistics);
+    for (const Service& service : list.services) {
+        nlohmann::ordered_json streams = nlohmann::ordered_json::array();
+        for (const ElementaryStream& stream : service.streams) {
+            streams.push_back(toJson(stream, pids));
+        }
+        log.writeLine({{"event", "service"},
+                       {"serviceId", service.serviceId},
+                       {"name", service.name},
+                       {"provider", service.provider},
+                       {"pmtPid", service.pmtPid},
+                       {"pcrPid", service.pcrPid},
+                       {"pcrIntervalMaxMs", pcrIntervalMs(pids, service.pcrPid)},
+                       {"streams", streams},
+                       {"play", playLine(options, service)}});
+    }
+    uint64_t continuityErrors = 0;
+    uint64_t transportErrors = 0;
+    for (const PidStatistics& pid : statistics.pids) {
+        continuityErrors += pid.continuityErrors;
+        transportErrors += pid.transportErrors;
+    }
+    log.writeLine({{"event", "summary"},
+                   {"network", list.networkName},
+                   {"packets", statistics.packets},
+                   {"bytes", statistics.bytes},
+                   {"syncLosses", statistics.syncLosses},
+                   {"skippedBytes", statistics.skippedBytes},
+                   {"continuityErrors", continuityErrors},
+                   {"transportErrors", transportErrors}});
+}
+
+void printText(const ProbeOptions& options, const orvhost::ServiceList& list,
+               const orvhost::TunerStatistics& statistics) {
+    const PidMap pids = byPid(statistics);
+    if (!list.networkName.empty()) {
+        printf("Network: %s\n", list.networkName.c_str());
+    }
+    for (const Service& service : list.services) {
+        printf("Service %u%s%s\n", service.serviceId, service.name.empty() ? "" : ": ",
+               service.name.c_str());
+        printf("  PMT PID %u\n", service.pmtPid);
+        if (service.pcrPid == PID_NONE) {
+            printf("  no PCR\n");
+        } else {
+            printf("  PCR PID %u, at most %.1f ms apart\n", service.pcrPid,
+                   pcrIntervalMs(pids, service.pcrPid));
+        }
+        for (const ElementaryStream& stream : service.streams) {
+            const auto found = pids.find(stream.pid);
+            const PidStatistics seen = found != pids.end() ? found->second : PidStatistics();
+            printf("  PID %5u  type 0x%02x  %-24s %-3s  %llu packets, %llu continuity errors%s\n",
+                   stream.pid, stream.streamType, kindName(stream.kind), stream.language.c_str(),
+                   static_cast<unsigned long long>(seen.packets),
+                   static_cast<unsigned long long>(seen.continuityErrors),
+                   seen.scrambled > 0 ? ", scrambled" : "");
+        }
+        printf("  %s\n", playLine(options, service).c_str());
+    }
+    printf("%llu packets, %llu bytes outside of packets, %llu losses of sync\n",
+           static_cast<unsigned long long>(statistics.packets),
+           static_cast<unsigned long long>(statistics.skippedBytes),
+           static_cast<unsigned long long>(statistics.syncLosses));
+}
+
+}  // namespace
+
+int probeCommand(const ProbeOptions& options) {
+    Interrupt::install();
+    orvhost::Tuner& tuner = orvhost::Tuner::instance();
+    orvhost::TuneOptions tuning;
+    tuning.paced = false;
+    tuning.freeRunning = true;
+    if (const orvhost::TuneResult tuned = tuner.tune(options.source, tuning); !tuned.ok()) {
+        fprintf(stderr, "orvplay: %s\n", tuned.message.c_str());
+        return exitCodeOf(tuned.status);
+    }
+    const orvhost::ServiceList list = tuner.services(TABLES_TIMEOUT_MS);
+    const orvhost::TunerStatistics statistics = readThrough(options);
+    tuner.untune();
+    if (options.json) {
+        printJson(options, list, statistics);
+    } else {
+        printText(options, list, statistics);
+    }
+    if (list.services.empty()) {
+        fprintf(stderr, "orvplay: %s\n", list.result.message.c_str());
+        return exitCodeOf(list.result.status);
+    }
+    return Interrupt::requested() ? EXIT_INTERRUPTED : EXIT_OK;
+}
+
+}  // namespace orvplay

@@ -1,0 +1,111 @@
+#include "RunSummary.h"
+
+#include <sys/resource.h>
+
+#include <cmath>
+#include <cstdio>
+
+#include "MonotonicTime.h"
+#include "media/CodecStatistics.h"
+
+namespace orvplay {
+
+namespace {
+
+double cpuSeconds() {
+    rusage usage = {};
+    getrusage(RUSAGE_SELF, &usage);
+    const auto seconds = [](const timeval& time) {
+        return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) * 1e-6;
+    };
+    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+}
+
+long maxRssKb() {
+    rusage usage = {};
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_maxrss;
+}
+
+uint64_t droppedSoFar() {
+    const orvhost::CodecStatistics& codec = orvhost::codecStatistics();
+    return codec.picturesReleasedUnseen + codec.picturesDroppedAtWindow;
+}
+
+double rounded(double value, double unit) {
+    return std::round(value / unit) * unit;
+}
+
+nlohmann::ordered_json quantiles(double p50, double p99, double max) {
+    return {{"p50", rounded(p50, 1)}, {"p99", rounded(p99, 1)}, {"max", rounded(max, 1)}};
+}
+
+}  // namespace
+
+void RunSummary::begin() {
+    mBeginNs = monotonicNs();
+    mCpuAtBegin = cpuSeconds();
+}
+
+void RunSummary::outputsOpened() {
+    if (!mOpened) {
+        mDroppedAtOpening = droppedSoFar();
+        mOpened = true;
+    }
+}
+
+void RunSummary::end() {
+    mDropped = mOpened ? droppedSoFar() - mDroppedAtOpening : 0;
+    mCpuSeconds = cpuSeconds() - mCpuAtBegin;
+}
+
+double RunSummary::firstFrameMs(const PictureOutput::Figures& pictures) const {
+    return pictures.firstFrameNs != 0 ? static_cast<double>(pictures.firstFrameNs - mBeginNs) * 1e-6
+                                      : 0.0;
+}
+
+nlohmann::ordered_json RunSummary::toJson(const PictureOutput::Figures& pictures,
+                                          const SoundMeter& sound, const SyncMeter& sync) const {
+    const Distribution skew = sync.skew();
+    nlohmann::ordered_json line = {{"event", "summary"},
+                                   {"framesRendered", pictures.frames},
+                                   {"framesDropped", mDropped},
+                                   {"audioFrames", sound.frames()},
+                                   {"captions", 0}};
+    line["firstFrameMs"] = pictures.frames > 0
+                               ? nlohmann::ordered_json(rounded(firstFrameMs(pictures), 1))
+                               : nlohmann::ordered_json(nullptr);
+    line["frameJitterMs"] =
+        quantiles(pictures.jitterP50Ms, pictures.jitterP99Ms, pictures.jitterMaxMs);
+    line["avSkewMs"] = quantiles(skew.quantileMs(0.50), skew.quantileMs(0.99), skew.maxMs());
+    line["avSkewMs"]["mean"] = rounded(skew.meanMs(), 1);
+    line["avSkewMs"]["count"] = skew.count();
+    line["avSkewMs"]["from"] = sync.measuredByMarks() ? "marks" : "timestamps";
+    if (pictures.numbers.read > 0) {
+        line["frameNumbers"] = {{"first", pictures.numbers.first},
+                                {"last", pictures.numbers.last},
+                                {"missing", pictures.numbers.missing},
+                                {"repeated", pictures.numbers.repeated},
+                                {"backward", pictures.numbers.backward}};
+    }
+    line["cpuSeconds"] = rounded(mCpuSeconds, 2);
+    line["maxRssKb"] = maxRssKb();
+    return line;
+}
+
+std::string RunSummary::toText(const PictureOutput::Figures& pictures, const SoundMeter& sound,
+                               const SyncMeter& sync) const {
+    const Distribution skew = sync.skew();
+    char text[512];
+    snprintf(text, sizeof text,
+             "Pictures: %llu shown, %llu dropped, first after %.0f ms, jitter p99 %.1f ms\n"
+             "Sound:    %llu sample frames, skew to the picture p99 %.1f ms\n"
+             "Used:     %.2f s of processor time, %.0f MiB of memory at most\n",
+             static_cast<unsigned long long>(pictures.frames),
+             static_cast<unsigned long long>(mDropped), firstFrameMs(pictures),
+             pictures.jitterP99Ms, static_cast<unsigned long long>(sound.frames()),
+             skew.quantileMs(0.99), mCpuSeconds, static_cast<double>(maxRssKb()) / 1024);
+    return text;
+}
+
+}  // namespace orvplay

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <cstdint>
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "PictureOutput.h"
+#include "SoundMeter.h"
+#include "SyncMeter.h"
+
+namespace orvplay {
+
+// What a run came to: figures at the outputs, and what the process used for them.
+class RunSummary {
+public:
+    // Playback starts: usage counts from here.
+    void begin();
+    // The outputs opened: pictures thrown away count from here.
+    void outputsOpened();
+    // Playback is about to stop: what is thrown away now does not count.
+    void end();
+
+    nlohmann::ordered_json toJson(const PictureOutput::Figures& pictures, const SoundMeter& sound,
+                                  const SyncMeter& sync) const;
+    // A few lines for people.
+    std::string toText(const PictureOutput::Figures& pictures, const SoundMeter& sound,
+                       const SyncMeter& sync) const;
+
+private:
+    double firstFrameMs(const PictureOutput::Figures& pictures) const;
+
+    int64_t mBeginNs = 0;
+    double mCpuAtBegin = 0.0;
+    double mCpuSeconds = 0.0;
+    uint64_t mDroppedAtOpening = 0;
+    uint64_t mDropped = 0;
+    bool mOpened = false;
+};
+
+}  // namespace orvplay

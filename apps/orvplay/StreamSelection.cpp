@@ -1,0 +1,133 @@
+#include "StreamSelection.h"
+
+#include <algorithm>
+
+using orvhost::ElementaryStream;
+using orvhost::PID_NONE;
+using orvhost::Service;
+using orvhost::StreamKind;
+
+namespace orvplay {
+
+namespace {
+
+bool isAudio(StreamKind kind) {
+    return kind == StreamKind::AudioLatm || kind == StreamKind::AudioAdts ||
+           kind == StreamKind::AudioMpeg;
+}
+
+bool hasVideo(const Service& service) {
+    return std::any_of(service.streams.begin(), service.streams.end(),
+                       [](const ElementaryStream& s) { return s.kind == StreamKind::Video; });
+}
+
+bool holds(const Service& service, uint16_t pid) {
+    return service.pcrPid == pid ||
+           std::any_of(service.streams.begin(), service.streams.end(),
+                       [pid](const ElementaryStream& s) { return s.pid == pid; });
+}
+
+const Service* serviceNamed(const std::vector<Service>& services, const std::string& wanted) {
+    for (const Service& service : services) {
+        if (std::to_string(service.serviceId) == wanted || service.name == wanted) {
+            return &service;
+        }
+    }
+    return nullptr;
+}
+
+// The service that the wishes point at: by its name, else by a PID, else the first with a picture.
+const Service* pickService(const std::vector<Service>& services, const PlayOptions& options) {
+    if (!options.service.empty()) {
+        return serviceNamed(services, options.service);
+    }
+    for (const auto& pid : {options.videoPid, options.audioPid, options.pcrPid}) {
+        for (const Service& service : services) {
+            if (pid.has_value() && *pid != 0 && holds(service, *pid)) {
+                return &service;
+            }
+        }
+    }
+    const auto found = std::find_if(services.begin(), services.end(), hasVideo);
+    return found != services.end() ? &*found : services.empty() ? nullptr : &services.front();
+}
+
+std::string listOf(const std::vector<Service>& services) {
+    std::string list;
+    for (const Service& service : services) {
+        list += (list.empty() ? "" : ", ") + describe(service);
+    }
+    return list.empty() ? "none" : list;
+}
+
+std::string pidsOf(const Service& service) {
+    std::string list;
+    for (const ElementaryStream& stream : service.streams) {
+        list += (list.empty() ? "" : ", ") + std::to_string(stream.pid);
+    }
+    return list.empty() ? "none" : list;
+}
+
+}  // namespace
+
+std::string describe(const Service& service) {
+    return std::to_string(service.serviceId) +
+           (service.name.empty() ? "" : " \"" + service.name + "\"");
+}
+
+std::map<std::string, std::string> StreamSelection::configuration() const {
+    return {{"sourceType", "0"},
+            {"pcrPid", std::to_string(pcrPid)},
+            {"videoPid", std::to_string(videoPid)},
+            {"audioPid", std::to_string(audioPid)},
+            {"IsLATMAudio", audioKind == StreamKind::AudioLatm ? "1" : "0"},
+            {"isMPEG2Audio", audioKind == StreamKind::AudioMpeg ? "1" : "0"}};
+}
+
+bool selectStreams(const std::vector<Service>& services, const PlayOptions& options,
+                   StreamSelection* selection, std::string* error) {
+    const Service* service = pickService(services, options);
+    if (service == nullptr && !options.service.empty()) {
+        *error = "no service \"" + options.service + "\" in " + options.source +
+                 "; there are: " + listOf(services);
+        return false;
+    }
+    if (service != nullptr) {
+        for (const auto& pid : {options.videoPid, options.audioPid, options.pcrPid}) {
+            if (pid.has_value() && *pid != 0 && *pid != PID_NONE && !holds(*service, *pid)) {
+                *error = "no PID " + std::to_string(*pid) + " in service " + describe(*service) +
+                         " of " + options.source + "; its streams: " + pidsOf(*service);
+                return false;
+            }
+        }
+        selection->serviceId = service->serviceId;
+        selection->serviceName = service->name;
+        selection->pcrPid = service->pcrPid == PID_NONE ? 0 : service->pcrPid;
+        for (const ElementaryStream& stream : service->streams) {
+            if (stream.kind == StreamKind::Video && selection->videoPid == 0) {
+                selection->videoPid = stream.pid;
+            }
+            if (isAudio(stream.kind) && selection->audioPid == 0) {
+                selection->audioPid = stream.pid;
+            }
+        }
+    }
+    selection->videoPid = options.videoPid.value_or(selection->videoPid);
+    selection->audioPid = options.audioPid.value_or(selection->audioPid);
+    selection->pcrPid = options.pcrPid.value_or(selection->pcrPid);
+    if (service != nullptr) {
+        for (const ElementaryStream& stream : service->streams) {
+            if (stream.pid == selection->audioPid && isAudio(stream.kind)) {
+                selection->audioKind = stream.kind;
+            }
+        }
+    }
+    if (selection->videoPid == 0 && selection->audioPid == 0) {
+        *error = "nothing to play in " + options.source +
+                 ": no service with picture or sound; try: orvplay probe " + options.source;
+        return false;
+    }
+    return true;
+}
+
+}  // namespace orvplay

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "Options.h"
+#include "dtv/Services.h"
+
+namespace orvplay {
+
+// What is to be played of a source; a PID of 0 stands for no such stream.
+struct StreamSelection {
+    std::string serviceName;
+    uint16_t serviceId = 0;
+    uint16_t pcrPid = 0;
+    uint16_t videoPid = 0;
+    uint16_t audioPid = 0;
+    orvhost::StreamKind audioKind = orvhost::StreamKind::AudioLatm;
+
+    // The keys and values that the player's controller is configured with.
+    std::map<std::string, std::string> configuration() const;
+};
+
+// Picks the service and its streams, by the user's wishes: the first service with a picture, its
+// first picture and its first sound, unless told otherwise. False, and one line in *error that
+// says what there is, when something that was named is not in the tables.
+bool selectStreams(const std::vector<orvhost::Service>& services, const PlayOptions& options,
+                   StreamSelection* selection, std::string* error);
+
+// "705 \"News HD\"", for messages.
+std::string describe(const orvhost::Service& service);
+
+}  // namespace orvplay

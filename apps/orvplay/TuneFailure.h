@@ -1,0 +1,30 @@
+#pragma once
+
+#include "ExitCode.h"
+#include "dtv/Tuner.h"
+
+namespace orvplay {
+
+// What the program ends with when the tuner cannot deliver.
+inline ExitCode exitCodeOf(orvhost::TuneStatus status) {
+    switch (status) {
+        case orvhost::TuneStatus::Ok:
+            return EXIT_OK;
+        case orvhost::TuneStatus::NoSuchFile:
+        case orvhost::TuneStatus::IsDirectory:
+        case orvhost::TuneStatus::PermissionDenied:
+        case orvhost::TuneStatus::EmptySource:
+        case orvhost::TuneStatus::ReadError:
+            return EXIT_SOURCE;
+        case orvhost::TuneStatus::NoData:
+        case orvhost::TuneStatus::NoSync:
+        case orvhost::TuneStatus::NoTables:
+            return EXIT_NO_DATA;
+        case orvhost::TuneStatus::Cancelled:
+            return EXIT_INTERRUPTED;
+        default:
+            return EXIT_FAILED;
+    }
+}
+
+}  // namespace orvplay

@@ -1,0 +1,73 @@
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <string>
+
+#include "ExitCode.h"
+#include "PlayCommand.h"
+#include "ProbeCommand.h"
+
+namespace {
+
+using namespace orvplay;
+
+constexpr char EXIT_CODES[] =
+    "Exit codes: 0 ok, 1 failure, 2 usage, 4 source cannot be opened, 5 no signal or no data,\n"
+    "6 playback error, 8 service or PID not found, 130 interrupted.";
+
+void addPid(CLI::App* command, const std::string& name, std::optional<uint16_t>& pid,
+            const std::string& what) {
+    command->add_option(name, pid, "PID of the " + what + " (0: none)")
+        ->check(CLI::Range(0, 0x1FFF))
+        ->type_name("PID");
+}
+
+void addPlay(CLI::App& app, PlayOptions& options) {
+    CLI::App* play = app.add_subcommand("play", "Play a transport stream as live television");
+    play->add_option("SOURCE", options.source, "A transport stream file, or - for standard input")
+        ->required();
+    play->add_option("--service", options.service, "Service to play, by name or number");
+    addPid(play, "--video-pid", options.videoPid, "picture");
+    addPid(play, "--audio-pid", options.audioPid, "sound");
+    addPid(play, "--pcr-pid", options.pcrPid, "clock");
+    play->add_flag("--headless", options.headless,
+                   "Open no window (the default without a display)");
+    play->add_flag("!--no-audio", options.audio, "Play no sound");
+    play->add_option("--duration", options.durationS, "Seconds to play, from the first picture")
+        ->check(CLI::PositiveNumber)
+        ->type_name("SECONDS");
+    play->add_option("--snapshot", options.snapshot, "Save the last picture shown")
+        ->type_name("FILE.png");
+    play->add_flag("--json", options.json, "Print events and the summary as JSON, one a line");
+    play->footer("Keys in the window: q or Escape quits, f toggles full screen.");
+}
+
+void addProbe(CLI::App& app, ProbeOptions& options) {
+    CLI::App* probe = app.add_subcommand("probe", "Show what is in a transport stream");
+    probe->add_option("SOURCE", options.source, "A transport stream file, or - for standard input")
+        ->required();
+    probe
+        ->add_option("--duration", options.durationS,
+                     "Seconds to read from standard input (a file is read to its end)")
+        ->check(CLI::PositiveNumber)
+        ->type_name("SECONDS");
+    probe->add_flag("--json", options.json, "Print JSON, one object a line");
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    CLI::App app("OrvPlayer: ISDB-T / SBTVD digital television", "orvplay");
+    app.set_version_flag("--version", "orvplay " ORV_VERSION);
+    app.require_subcommand(1);
+    app.footer(EXIT_CODES);
+    PlayOptions play;
+    ProbeOptions probe;
+    addPlay(app, play);
+    addProbe(app, probe);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? EXIT_OK : EXIT_USAGE;
+    }
+    return app.got_subcommand("play") ? playCommand(play) : probeCommand(probe);
+}
