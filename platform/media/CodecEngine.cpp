@@ -21,12 +21,6 @@ using namespace android;
 
 namespace {
 
-constexpr CodecComponent COMPONENTS[] = {
-    {CodecComponent::Kind::Avc, "OMX.orv.avc.dec", "video/avc"},
-    {CodecComponent::Kind::Aac, "OMX.orv.aac.dec", "audio/mp4a-latm"},
-    {CodecComponent::Kind::MpegAudio, "OMX.QEL.mp3.dec", "audio/mpeg"},
-};
-
 constexpr size_t INPUT_BUFFERS = 4;
 constexpr size_t OUTPUT_BUFFERS = 8;
 constexpr size_t VIDEO_INPUT_BYTES = 4 * 1024 * 1024;
@@ -44,18 +38,6 @@ int64_t monotonicUs() {
 }
 
 }  // namespace
-
-const CodecComponent* CodecComponent::byMime(const char* mime) {
-    const auto* found = std::ranges::find_if(
-        COMPONENTS, [&](const CodecComponent& c) { return strcmp(c.mime, mime) == 0; });
-    return found != std::end(COMPONENTS) ? found : nullptr;
-}
-
-const CodecComponent* CodecComponent::byName(const char* name) {
-    const auto* found = std::ranges::find_if(
-        COMPONENTS, [&](const CodecComponent& c) { return strcmp(c.name, name) == 0; });
-    return found != std::end(COMPONENTS) ? found : nullptr;
-}
 
 CodecEngine::CodecEngine(const CodecComponent& component, const sp<ALooper>& looper)
     : mComponent(component), mLooper(looper) {

@@ -16,6 +16,7 @@
 #include <mutex>
 #include <vector>
 
+#include "media/CodecComponent.h"
 #include "media/LooperTask.h"
 #include "media/StreamDecoder.h"
 
@@ -26,21 +27,6 @@ class Surface;
 namespace orvhost {
 
 class PictureRenderer;
-
-// What a codec decodes and what it is called.
-struct CodecComponent {
-    enum class Kind { Avc, Aac, MpegAudio };
-
-    Kind kind;
-    const char* name;
-    const char* mime;
-
-    bool isVideo() const { return kind == Kind::Avc; }
-
-    // Null for what this host does not decode.
-    static const CodecComponent* byMime(const char* mime);
-    static const CodecComponent* byName(const char* name);
-};
 
 // What stands behind a MediaCodec: its states, its buffers and the work on the looper's thread.
 // The calls are those of MediaCodec, which documents them.

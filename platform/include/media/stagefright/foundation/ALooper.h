@@ -27,7 +27,8 @@ public:
     void setName(const char* name);
 
     // OK, INVALID_OPERATION when it runs already or when the calling thread should do the work
-    // (nobody needs that here), or the error of the failed thread creation.
+    // (nobody needs that here), or the error of the failed thread creation. There is no managed
+    // runtime on this host, and every looper has the default priority.
     status_t start(bool runOnCallingThread = false, bool canCallJava = false, int32_t priority = 0);
 
     // Ends the thread after the task it is running and joins it. INVALID_OPERATION when it does
