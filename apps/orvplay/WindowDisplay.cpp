@@ -86,10 +86,16 @@ bool WindowDisplay::open() {
     SDL_SetHint(SDL_HINT_FRAMEBUFFER_ACCELERATION, "0");
     SDL_SetHint(SDL_HINT_VIDEO_X11_NET_WM_BYPASS_COMPOSITOR, "0");
 
-    // Left to itself, SDL would draw into nothing where there is no display.
-    if (!isDisplayAvailable() && !isSet("SDL_VIDEODRIVER")) {
-        fprintf(stderr, "orvplay: there is no display for a window; use --headless\n");
-        return false;
+    if (!isSet("SDL_VIDEODRIVER")) {
+        if (!isDisplayAvailable()) {
+            fprintf(stderr, "orvplay: there is no display for a window; use --headless\n");
+            return false;
+        }
+        // Left to itself, SDL would draw into nothing where the display does not answer.
+        const char* drivers = !isSet("WAYLAND_DISPLAY") ? "x11"
+                              : isSet("DISPLAY")        ? "x11,wayland"
+                                                        : "wayland";
+        SDL_SetHint(SDL_HINT_VIDEODRIVER, drivers);
     }
     mInitialised = SDL_InitSubSystem(SDL_INIT_VIDEO) == 0;
     bool opened = mInitialised && createWindow(true);
