@@ -1,0 +1,248 @@
+#include "WindowDisplay.h"
+
+#include <SDL.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <thread>
+
+#include "TestPictures.h"
+#include "VirtualScreen.h"
+#include "pattern/TestPattern.h"
+
+// What libdbus keeps for the life of the process.
+extern "C" __attribute__((visibility("default"))) const char* __lsan_default_suppressions() {
+    return "leak:libdbus-1\n";
+}
+
+namespace orvplay {
+namespace {
+
+using Shot = VirtualScreen::Shot;
+
+// As large as the window, which then covers it.
+constexpr int SCREEN_WIDTH = 1280;
+constexpr int SCREEN_HEIGHT = 720;
+constexpr auto PATIENCE = std::chrono::seconds(10);
+constexpr int64_t PERIOD_NS = 33'366'667;
+
+class WindowDisplayTest : public testing::Test {
+protected:
+    static void SetUpTestSuite() {
+#ifdef __SANITIZE_ADDRESS__
+        setenv("SDL_RENDER_DRIVER", "software", 1);  // OpenGL drivers leave memory behind
+#endif
+        sScreen = std::make_unique<VirtualScreen>();
+        if (!sScreen->start(SCREEN_WIDTH, SCREEN_HEIGHT)) {
+            sScreen = nullptr;
+        }
+    }
+    static void TearDownTestSuite() {
+        sScreen = nullptr;
+    }
+
+    void SetUp() override {
+        if (sScreen == nullptr) {
+            GTEST_SKIP() << "there is no Xvfb on this machine";
+        }
+        mDisplay = std::make_unique<WindowDisplay>("test");
+        ASSERT_TRUE(mDisplay->open());
+        ASSERT_EQ(mDisplay->width(), SCREEN_WIDTH);
+        ASSERT_EQ(mDisplay->height(), SCREEN_HEIGHT);
+    }
+
+    // Runs the window until the screen is as wanted.
+    bool waitFor(const std::function<bool(const Shot&)>& wanted) {
+        const auto end = std::chrono::steady_clock::now() + PATIENCE;
+        while (std::chrono::steady_clock::now() < end) {
+            mDisplay->handleEvents();
+            mShot = sScreen->shot();
+            if (!mShot.pixels.empty() && wanted(mShot)) {
+                return true;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+        return false;
+    }
+
+    // The number on the part of the screen between two columns.
+    static std::optional<uint32_t> numberOn(const Shot& shot, int left = 0,
+                                            int right = SCREEN_WIDTH) {
+        return orvtest::readFrameNumber(shot.green().data() + left, shot.width, right - left,
+                                        shot.height);
+    }
+
+    static void drawNumber(TestPicture* picture, int visibleWidth, int visibleHeight,
+                           uint32_t number) {
+        orvtest::drawFrameNumber(picture->luma(), picture->stride(), visibleWidth, visibleHeight,
+                                 number);
+    }
+
+    static std::unique_ptr<VirtualScreen> sScreen;
+    std::unique_ptr<WindowDisplay> mDisplay;
+    Shot mShot;
+};
+
+std::unique_ptr<VirtualScreen> WindowDisplayTest::sScreen;
+
+void expectColour(const Shot& shot, int x, int y, int red, int green, int blue) {
+    const uint8_t* pixel = shot.at(x, y);
+    EXPECT_NEAR(pixel[2], red, 4) << x << ", " << y;
+    EXPECT_NEAR(pixel[1], green, 4) << x << ", " << y;
+    EXPECT_NEAR(pixel[0], blue, 4) << x << ", " << y;
+}
+
+// 1080 of 1088 rows, scaled to the window; below the crop is a white that must not be seen. The
+// same colour samples are another red in BT.709 than in BT.601.
+TEST_F(WindowDisplayTest, ShowsTheCropInItsColours) {
+    TestPicture picture(1920, 1088);
+    picture.input().crop = {0, 0, 1919, 1079};
+    picture.drawLuma([](int, int y) { return y < 1080 ? 81 : 235; });
+    picture.fillChroma(90, 240);
+    for (const uint32_t number : {7U, 65432U}) {
+        drawNumber(&picture, 1920, 1080, number);
+        mDisplay->show(picture.acquired());
+        EXPECT_TRUE(waitFor([number](const Shot& shot) { return numberOn(shot) == number; }));
+    }
+    expectColour(mShot, 640, 100, 255, 24, 0);
+    expectColour(mShot, 2, 717, 255, 24, 0);
+
+    picture.input().dataSpace = HAL_DATASPACE_V0_BT601_525;
+    mDisplay->show(picture.acquired());
+    EXPECT_TRUE(waitFor([](const Shot& shot) { return shot.at(640, 100)[1] < 4; }));
+    expectColour(mShot, 640, 100, 254, 0, 0);
+}
+
+// 720 x 480 with pixels of 8:9 is a picture of 4:3, between bars of 160 columns.
+TEST_F(WindowDisplayTest, KeepsTheAspectRatioBetweenBlackBars) {
+    TestPicture wide(720, 480);
+    wide.drawLuma([](int, int) { return 180; });
+    wide.input().sampleAspectWidth = 32;
+    wide.input().sampleAspectHeight = 27;
+    drawNumber(&wide, 720, 480, 1);
+    mDisplay->show(wide.acquired());
+    EXPECT_TRUE(waitFor([](const Shot& shot) { return numberOn(shot) == 1U; }));
+    expectColour(mShot, 2, 100, 191, 191, 191);
+
+    wide.input().sampleAspectWidth = 8;
+    wide.input().sampleAspectHeight = 9;
+    drawNumber(&wide, 720, 480, 2);
+    mDisplay->show(wide.acquired());
+    EXPECT_TRUE(waitFor([](const Shot& shot) { return numberOn(shot, 160, 1120) == 2U; }));
+    expectColour(mShot, 157, 100, 0, 0, 0);
+    expectColour(mShot, 163, 100, 191, 191, 191);
+    expectColour(mShot, 1116, 100, 191, 191, 191);
+    expectColour(mShot, 1122, 100, 0, 0, 0);
+
+    // Edges between chroma samples, and a size that changes.
+    TestPicture odd(719, 481);
+    odd.drawLuma([](int x, int y) { return x < 3 || y < 1 || x > 716 ? 16 : 180; });
+    odd.input().crop = {3, 1, 716, 479};
+    mDisplay->show(odd.acquired());
+    EXPECT_TRUE(waitFor([](const Shot& shot) { return shot.at(640, 540)[1] > 150; }));
+    const int left = (SCREEN_WIDTH - SCREEN_HEIGHT * 714 / 479) / 2;
+    expectColour(mShot, left + 3, 360, 191, 191, 191);
+    expectColour(mShot, left + 3, 2, 191, 191, 191);
+}
+
+int teethOn(const Shot& shot) {
+    int teeth = 0;
+    for (int y = 1; y + 1 < shot.height; ++y) {
+        for (int x = 0; x < shot.width; ++x) {
+            const int middle = shot.at(x, y)[1];
+            const int above = middle - shot.at(x, y - 1)[1];
+            const int below = middle - shot.at(x, y + 1)[1];
+            teeth += above * below > 40 * 40 ? 1 : 0;
+        }
+    }
+    return teeth;
+}
+
+int leftEdgeOn(const Shot& shot) {
+    int x = 0;
+    while (x < shot.width && shot.at(x, 100)[1] < 128) {
+        ++x;
+    }
+    return x;
+}
+
+// A bar that moves 20 columns a field. Each picture shows first its first, then its second field,
+// without teeth; the one that the window falls back to when it lacks time would have them.
+TEST_F(WindowDisplayTest, ShowsBothFieldsOfInterlacedPicturesOneAfterTheOther) {
+    const auto leftOf = [](int field) { return 40 + 20 * field; };
+    for (int number = 0; number < 5; ++number) {
+        TestPicture picture(SCREEN_WIDTH, SCREEN_HEIGHT);
+        picture.input().interlaced = true;
+        picture.input().topFieldFirst = true;
+        picture.input().timestamp = number * PERIOD_NS;
+        picture.drawLuma([&](int x, int y) {
+            const int left = leftOf(2 * number + y % 2);
+            return x >= left && x < left + 300 ? 235 : 16;
+        });
+        mDisplay->show(picture.acquired());
+        if (number == 0) {
+            continue;
+        }
+        EXPECT_LE(mDisplay->waitMs(), 17);
+        EXPECT_TRUE(waitFor([&](const Shot& shot) {
+            return leftEdgeOn(shot) == leftOf(2 * number - 1);
+        })) << number
+            << ": " << leftEdgeOn(mShot);
+        EXPECT_LT(teethOn(mShot), 200);
+        EXPECT_EQ(mDisplay->waitMs(), 20);  // nothing is due
+    }
+}
+
+TEST_F(WindowDisplayTest, UserAsksToQuitAndAnInterruptIsNotTaken) {
+    struct sigaction action {};
+    sigaction(SIGINT, nullptr, &action);
+    EXPECT_EQ(action.sa_handler, SIG_DFL);
+
+    const auto press = [this](SDL_Keycode key) {
+        SDL_Event event{};
+        event.type = SDL_KEYDOWN;
+        event.key.keysym.sym = key;
+        SDL_PushEvent(&event);
+        return mDisplay->handleEvents();
+    };
+    EXPECT_EQ(mDisplay->handleEvents(), Display::Request::NONE);
+    EXPECT_EQ(press(SDLK_a), Display::Request::NONE);
+    EXPECT_EQ(press(SDLK_f), Display::Request::NONE);
+    EXPECT_EQ(press(SDLK_f), Display::Request::NONE);
+    EXPECT_EQ(press(SDLK_q), Display::Request::QUIT);
+    EXPECT_EQ(press(SDLK_ESCAPE), Display::Request::QUIT);
+    SDL_Event close{};
+    close.type = SDL_QUIT;
+    SDL_PushEvent(&close);
+    EXPECT_EQ(mDisplay->handleEvents(), Display::Request::QUIT);
+}
+
+// Where no window can be opened, one line says what to do instead.
+TEST(NoDisplayTest, SaysToRunHeadless) {
+    struct Restore {
+        std::string display = getenv("DISPLAY") != nullptr ? getenv("DISPLAY") : "";
+        ~Restore() { setenv("DISPLAY", display.c_str(), 1); }
+    } restore;
+    unsetenv("WAYLAND_DISPLAY");
+    unsetenv("SDL_VIDEODRIVER");
+    for (const char* display : {"", ":64999", "nonsense"}) {
+        setenv("DISPLAY", display, 1);
+        EXPECT_EQ(WindowDisplay::isDisplayAvailable(), *display != '\0');
+        WindowDisplay window("test");
+        testing::internal::CaptureStderr();
+        EXPECT_FALSE(window.open());
+        const std::string said = testing::internal::GetCapturedStderr();
+        EXPECT_NE(said.find("use --headless\n"), std::string::npos) << said;
+        EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 1) << said;
+    }
+}
+
+}  // namespace
+}  // namespace orvplay
