@@ -87,7 +87,7 @@ AacParse AdtsFraming::cutBlocks(const uint8_t* frame, size_t size, unsigned extr
     for (unsigned block = 0; block <= extraBlocks; block++) {
         const size_t end =
             block < extraBlocks ? read16(frame + kHeaderBytes + 2 * block) : size - header;
-        if (end > size - header || end < begin + kCrcBytes) {
+        if (end < begin + kCrcBytes) {  // of the last block: a position past the frame
             return AacParse::Breach;
         }
         addUnit(8 * (header + begin), 8 * (end - kCrcBytes - begin));

@@ -72,9 +72,6 @@ AacParse LoasFraming::parse(const uint8_t* frame, size_t size) {
             return AacParse::Breach;
         }
     }
-    if (mux.otherDataBits > reader.bitsLeft()) {
-        return AacParse::Breach;
-    }
     reader.skip(mux.otherDataBits);
     reader.align();
     if (reader.overrun()) {

@@ -337,6 +337,31 @@ TEST(LoasTransportTest, DamageInsideAFrameCostsThatFrameAlone) {
     EXPECT_THAT(receiver.units, ElementsAre(aacUnit(1, 30), aacUnit(3, 30)));
 }
 
+// The place of a frame with another one behind it is certain: nothing inside it is taken for a
+// frame.
+TEST(AdtsTransportTest, DoesNotSearchInsideADamagedFrame) {
+    const Adts plain, crc{.hasCrc = true};
+    Bytes inner = plain.frame({aacUnit(5, 32)});
+    inner.resize(inner.size() - 2);  // the block's CRC behind it makes it whole
+    Bytes damaged = crc.frame({aacUnit(2, 9), inner});
+    damaged[10] ^= 1;  // CRC of the headers
+    Receiver receiver(TT_MP4_ADTS);
+    receiver.feed(plain.frame({aacUnit(1, 30)}) + damaged + plain.frame({aacUnit(3, 30)}));
+    EXPECT_THAT(receiver.errors, ElementsAre(TRANSPORTDEC_SYNC_ERROR));
+    EXPECT_THAT(receiver.units, ElementsAre(aacUnit(1, 30), aacUnit(3, 30)));
+}
+
+// The rest of a unit whose beginning was lost is not joined to an older beginning.
+TEST(LoasTransportTest, DropsAnUnfinishedUnitWithTheSync) {
+    LoasMux mux;
+    mux.sameTimeFraming = false;
+    Receiver receiver(TT_MP4_LOAS);
+    receiver.feed(mux.chunkFrame({{{aacUnit(1, 9), true}}}) +
+                  mux.chunkFrame({{{aacUnit(2, 5), false}}}) + Bytes(9, 0) +
+                  mux.chunkFrame({{{aacUnit(3, 7), true}}}));
+    EXPECT_THAT(receiver.units, ElementsAre(aacUnit(1, 9), aacUnit(3, 7)));
+}
+
 // A length that reaches over the next frames must not take them along.
 TEST(LoasTransportTest, FindsTheFramesInsideATooLongOne) {
     const LoasMux mux;
