@@ -11,8 +11,8 @@ namespace orvhost {
 //
 // audioMuxVersion 0 and 1 with audioMuxVersionA 0; access units of variable or fixed length;
 // streams with a time framing of their own, whose units come in chunks that may span frames.
-// The CRC of a StreamMuxConfig is read past: what it would catch shows in the lengths, and
-// multiplexers are known to differ in it. latmBufferFullness is for rate control and is ignored.
+// The CRC of a StreamMuxConfig is read past: what it would catch shows in the lengths of the frame
+// that carries it. latmBufferFullness is for rate control and is ignored.
 class LoasFraming : public AacFraming {
 public:
     uint8_t syncByte() const override { return 0x56; }
