@@ -19,9 +19,9 @@ namespace orvplay {
 // closing the window ask to quit, f switches full screen.
 //
 // Interlaced pictures are deinterlaced to one picture per field, as a television shows them. That
-// takes about 40 % of a core for 1080 lines without a graphics card, so the window watches itself
-// and goes down to one picture per frame, and then to interlaced pictures as they are, rather than
-// fall behind. A deinterlaced picture is seen one frame after show().
+// takes about a third of a core for 1080 lines without a graphics card, so the window watches
+// itself and goes down to one picture per frame, and then to interlaced pictures as they are,
+// rather than fall behind. A deinterlaced picture is seen one frame after show().
 //
 // At most one window in a process. Sound is left alone, and so are the process's signals.
 class WindowDisplay : public Display {
