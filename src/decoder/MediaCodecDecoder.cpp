@@ -33,9 +33,13 @@ MediaCodecDecoder::~MediaCodecDecoder() {
     if (mState == STARTED) {
         MediaCodecDecoder::stop();
     }
-    // No worker is left that could ask for another restart.
+    {
+        std::lock_guard<std::mutex> guard(mLock);
+        mState = CREATED;  // a restart that comes now finds nothing to do
+    }
+    // No worker is left that could ask for another one.
     if (mRestartThread != nullptr) {
-        mRestartThread->requestExitAndWait();
+        mRestartThread->join();
     }
     releaseMediaDecoder();
     if (mLooper != nullptr) {
@@ -307,12 +311,21 @@ bool MediaCodecDecoder::captureFrame(VideoFrameData&, CaptureFrameListener*) {
 void MediaCodecDecoder::restartDecoder(int errorCode) {
     ORV_LOGE("%s errorCode = %d", __func__, errorCode);
     std::lock_guard<std::mutex> guard(mRestartLock);
-    if (mRestartThread != nullptr) {
-        // It started the thread that calls now, so all that is left of it is its return.
-        mRestartThread->requestExitAndWait();
+    if (mRestartPending) {
+        return;  // one that has not begun yet rebuilds the codec of this moment as well
     }
-    mRestartThread = new RestartThread(this);
-    mRestartThread->run("RestartThread", android::PRIORITY_DEFAULT);
+    mRestartThread = new RestartThread(this, mRestartThread);
+    mRestartPending =
+        mRestartThread->run("RestartThread", android::PRIORITY_DEFAULT) == android::OK;
+}
+
+void MediaCodecDecoder::runRestart() {
+    std::lock_guard<std::mutex> guard(mLock);
+    {
+        std::lock_guard<std::mutex> restart(mRestartLock);
+        mRestartPending = false;
+    }
+    restartInternal();
 }
 
 void MediaCodecDecoder::restartInternal() {

@@ -57,7 +57,8 @@ public:
     // Stills are not taken by this decoder: false, and the frame stays with the caller.
     bool captureFrame(VideoFrameData& frame, CaptureFrameListener* listener) override;
 
-    // Rebuilds the codec on a thread of its own. For the input thread, which ends afterwards.
+    // Rebuilds the codec on a thread of its own and does not wait for it: the rebuilding joins the
+    // input thread, which is the one that asks for it and then ends.
     void restartDecoder(int errorCode);
 
     // The codec announced the part of its pictures that is to be shown; edges are inside.
@@ -95,6 +96,7 @@ private:
     int joinThreads();
     void emptyOutput();
     void restartInternal();
+    void runRestart();  // takes mLock; restart thread
     bool setCropSize(int left, int top, int right, int bottom, android_native_rect_t* crop);
 
     // Input thread.
@@ -138,8 +140,9 @@ private:
     android::sp<android::Surface> m_pSurface;
     android_native_rect_t mOrgNativeWindowCropRect{-1, -1, -1, -1};
 
-    std::mutex mRestartLock;  // a leaf for the pointer
+    std::mutex mRestartLock;  // a leaf for the two below
     android::sp<RestartThread> mRestartThread;
+    bool mRestartPending = false;  // the thread was started and has not begun yet
 };
 
 }  // namespace OrvPlayer

@@ -134,8 +134,12 @@ bool MediaCodecDecoder::dequeueOutput() {
                                     &mPending.flags, OUTPUT_TIMEOUT_US);
     switch (status) {
         case android::OK:
-            mPending.index = static_cast<uint32_t>(index);
-            return true;
+            if (index < mOutputBuffers.size()) {
+                mPending.index = static_cast<uint32_t>(index);
+                return true;
+            }
+            mCodec->releaseOutputBuffer(index);  // none of the buffers that were announced
+            break;
         case CODEC_FAILED:
             usleep(10'000);  // as on the input side
             break;

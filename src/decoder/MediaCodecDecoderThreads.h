@@ -40,18 +40,22 @@ private:
 
 class MediaCodecDecoder::RestartThread : public android::Thread {
 public:
-    explicit RestartThread(MediaCodecDecoder* decoder) : mDecoder(decoder) {}
+    // It sees the end of the one before, so that to join the last is to join all.
+    RestartThread(MediaCodecDecoder* decoder, const android::sp<RestartThread>& previous)
+        : mDecoder(decoder), mPrevious(previous) {}
 
 private:
     bool threadLoop() override {
-        std::lock_guard<std::mutex> guard(mDecoder->mLock);
-        if (!exitPending()) {
-            mDecoder->restartInternal();
+        if (mPrevious != nullptr) {
+            mPrevious->join();
+            mPrevious = nullptr;
         }
+        mDecoder->runRestart();
         return false;
     }
 
     MediaCodecDecoder* const mDecoder;
+    android::sp<RestartThread> mPrevious;
 };
 
 }  // namespace OrvPlayer
