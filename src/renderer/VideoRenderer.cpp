@@ -15,7 +15,7 @@ namespace {
 constexpr int PRIORITY_DISPLAY = -4;
 constexpr int NO_CLOCK_WAIT_MS = -1000;
 constexpr unsigned int BAD_WAIT_MS = 10000;  // and, being unsigned, a second of lateness
-constexpr int RESYNC_WAIT_MS = 10001;
+constexpr int64_t RESYNC_WAIT_MS = 10001;
 constexpr int64_t TICKS_PER_SECOND = 90000;
 constexpr int64_t ERROR_PERIODS = 25;
 constexpr int CAPTURE_TRIES = 3;
@@ -124,7 +124,9 @@ void VideoRenderer::render() {
     if (!takeFrame(&frame)) {
         return;
     }
-    int waitMs = waitTimeMs(frame.mPTS) + mAVSyncOffset;
+    // Unsigned, because the offset is any number and overflow is to be harmless.
+    int waitMs = static_cast<int>(static_cast<unsigned int>(waitTimeMs(frame.mPTS)) +
+                                  static_cast<unsigned int>(mAVSyncOffset.load()));
     if (waitMs >= -999 && waitMs <= -1) {
         waitMs = 0;  // late by less than a second: shown at once
     }
@@ -151,9 +153,8 @@ bool VideoRenderer::takeFrame(VideoFrameData* frame) {
     const auto* record = reinterpret_cast<const VideoFrameData*>(block);
     if (record->mType != Data::VIDEO_FRAME) {
         ORV_LOGE("%s: frame is not a video format", "render");
-        const uint32_t size = record->mSize;
-        mInput->readAdvance(size);
         onError(ERR_FRAME_TYPE);
+        mInput->readAdvance(record->mSize);
         return false;
     }
     *frame = *record;
@@ -174,7 +175,7 @@ bool VideoRenderer::discardBadFrame(VideoFrameData& frame, int waitMs) {
     const bool badTime = static_cast<unsigned int>(waitMs) > BAD_WAIT_MS;
     if (badTime) {
         ORV_LOGW("%s: discarding frame due to bad rendering time: %d", "render", waitMs);
-        if (std::abs(waitMs) >= RESYNC_WAIT_MS) {
+        if (std::abs(static_cast<int64_t>(waitMs)) >= RESYNC_WAIT_MS) {
             ORV_LOGW(
                 "%s: PCR resynchronization forced due to huge difference in wait interaval: %d\n",
                 "render", waitMs);
