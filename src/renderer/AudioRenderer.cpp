@@ -35,10 +35,10 @@ AudioRenderer::AudioRenderer(const sp<Synchronization>& synchronization)
 }
 
 AudioRenderer::~AudioRenderer() {
-    mResyncTimer = nullptr;
-    // A configured renderer holds a track and watches the outputs even if it never started.
-    mState = STARTED;
-    AudioRenderer::stop();
+    // A configured renderer holds a track and watches the outputs even if it never started. The
+    // listener hears nothing of it: it may be on its way out itself.
+    halt();
+    mResyncTimer = nullptr;  // ahead of what its callback uses
 }
 
 int AudioRenderer::configure() {
@@ -57,7 +57,9 @@ int AudioRenderer::configure() {
 int AudioRenderer::start() {
     std::lock_guard<std::mutex> order(mStartStopLock);
     std::lock_guard<std::mutex> guard(mLock);
-    if (track() == nullptr) {
+    // A live render thread without a track is about to have one again.
+    const bool rendering = mRenderThread != nullptr && mRenderThread->isRunning();
+    if (!rendering && track() == nullptr) {
         createAudioPlayer();
     }
     if (mRenderThread == nullptr) {
@@ -74,24 +76,34 @@ int AudioRenderer::start() {
 
 int AudioRenderer::stop() {
     std::lock_guard<std::mutex> order(mStartStopLock);
-    sp<RenderThread> renderThread;
     {
         std::lock_guard<std::mutex> guard(mLock);
         if (mState == STOPPED) {
             return 0;
         }
-        renderThread = mRenderThread;
-        if (renderThread != nullptr) {
-            renderThread->requestExit();
-        }
     }
-    stopResyncTimer();
+    halt();
+    std::lock_guard<std::mutex> guard(mLock);
+    reportSession(-1);
+    mState = STOPPED;
+    return 0;
+}
+
+// Ends both threads and the track. With mStartStopLock held, or in the destructor.
+void AudioRenderer::halt() {
+    sp<RenderThread> renderThread;
+    {
+        std::lock_guard<std::mutex> guard(mLock);
+        renderThread = mRenderThread;
+    }
     // Joined without mLock: the thread may be on its way to setOutputEnable through its listener.
     if (renderThread != nullptr) {
+        renderThread->requestExit();
         mInput->wakeReaders();
         mInput->wakeWriters();
         renderThread->requestExitAndWait();
     }
+    stopResyncTimer();
     sp<OutputDeviceThread> deviceThread;
     sp<android::AudioTrack> oldTrack;
     {
@@ -110,9 +122,6 @@ int AudioRenderer::stop() {
     }
     std::lock_guard<std::mutex> guard(mLock);
     mRenderThread = nullptr;
-    reportSession(-1);
-    mState = STOPPED;
-    return 0;
 }
 
 int AudioRenderer::createAudioPlayer() {
@@ -126,7 +135,8 @@ int AudioRenderer::createAudioPlayer() {
         ORV_LOGE("%s: Error initializing AudioTrack: %d", __func__, status);
         return ERR_CONFIGURATION;
     }
-    if (const int status = newTrack->setVolume(mVolume, mVolume); status < 0) {
+    const float volume = mVolume;
+    if (const int status = newTrack->setVolume(volume, volume); status < 0) {
         ORV_LOGE("%s: Error setting the volume: %d", __func__, status);
     }
     newTrack->start();
@@ -137,6 +147,10 @@ int AudioRenderer::createAudioPlayer() {
             mOutputDeviceThread = new OutputDeviceThread;
             mOutputDeviceThread->run("OutputDeviceThread");
         }
+    }
+    // Whoever changed the volume meanwhile may have found no track to tell.
+    if (mVolume != volume) {
+        newTrack->setVolume(mVolume, mVolume);
     }
     reportSession(newTrack->getSessionId());
     return 0;

@@ -83,6 +83,7 @@ private:
 
     static void onResyncTimerCallback(void* renderer);
 
+    void halt();
     int createAudioPlayer();
     android::sp<android::AudioTrack> track();
     void dropSynchronization();

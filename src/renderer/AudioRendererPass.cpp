@@ -195,11 +195,8 @@ void AudioRenderer::playRecord(AudioFragmentData& record, int64_t distance) {
 }
 
 int AudioRenderer::renderSilence() {
-    if (!mSynced) {
+    if (!mSynced || track() == nullptr) {
         usleep(NOTHING_SLEEP_US);
-        return 0;
-    }
-    if (track() == nullptr) {
         return 0;
     }
     if (!writeTrack(SILENCE, SILENCE_BYTES)) {
@@ -224,6 +221,9 @@ bool AudioRenderer::writeTrack(const unsigned char* bytes, size_t size) {
 
 void AudioRenderer::advanceClock(size_t bytes) {
     const double bytesPerSecond = static_cast<double>(mChannels) * mSampleRate * mBytesPerSample;
+    if (bytesPerSecond <= 0) {
+        return;  // a record may claim samples of less than eight bits
+    }
     mAudioClock = uint33Sum(
         mAudioClock, static_cast<int64_t>(static_cast<double>(bytes) * 90000 / bytesPerSecond));
 }
