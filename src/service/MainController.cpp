@@ -48,6 +48,10 @@ MainController::MainController() : mSynchronization(new Synchronization) {
 }
 
 MainController::~MainController() {
+    {
+        std::lock_guard<std::mutex> guard(mGateLock);
+        mStarted = false;  // nobody touches the timer any more
+    }
     if (mPlaybackTimer != nullptr) {
         if (const int error = mPlaybackTimer->remove(); error != 0) {
             ORV_LOGE("%s: Error deleting timer (%d)\n", __func__, error);
@@ -240,6 +244,7 @@ int MainController::setAVSync(int offsetMs) {
 }
 
 int MainController::setAudioEnable(int on) {
+    std::lock_guard<std::mutex> guard(mGateLock);  // against a gate that opens now
     if (mVideoRendered && mAudioRendered) {
         mAudioRenderer->setOutputEnable(on != 0);
     }

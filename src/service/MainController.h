@@ -124,9 +124,9 @@ private:
     // join: a timer that fires into a stop finds the playback over.
     std::mutex mGateLock;
     bool mStarted = false;
+    int mAudioEnabled = 1;
     std::atomic<bool> mVideoRendered{false};
     std::atomic<bool> mAudioRendered{false};
-    std::atomic<int> mAudioEnabled{1};
 
     std::atomic<AudioRenderer::AudioRenderedListener*> mAudioRenderedListener{nullptr};
     std::atomic<VideoRenderer::FrameRenderedListener*> mVideoRenderedListener{nullptr};
