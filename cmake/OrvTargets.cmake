@@ -35,6 +35,13 @@ if(ORV_SANITIZE)
     target_link_options(orv_flags INTERFACE -fsanitize=${orv_sanitize_list})
 endif()
 
+# ThreadSanitizer's run-time crashes on the notification threads of the C library's POSIX timers:
+# its programs get timers of our own.
+if("thread" IN_LIST ORV_SANITIZE)
+    add_library(orv_timer_shim STATIC ${CMAKE_SOURCE_DIR}/tests/support/TimerShim.cpp)
+    target_link_libraries(orv_timer_shim PRIVATE orv_flags Threads::Threads)
+endif()
+
 # The packaged platform utilities (RefBase, sp/wp, Thread, String8/16, Vector) live in a private
 # library folder and come without pkg-config data.
 find_path(ORV_ANDROID_INCLUDE utils/RefBase.h PATH_SUFFIXES android REQUIRED)
@@ -66,6 +73,9 @@ function(orv_player_library name)
     target_include_directories(${name} PUBLIC ${CMAKE_SOURCE_DIR}/src)
     target_compile_options(${name} PRIVATE -fno-exceptions)
     target_link_libraries(${name} PUBLIC orv_platform_headers ${ARG_DEPS})
+    if(TARGET orv_timer_shim)
+        target_link_libraries(${name} PUBLIC orv_timer_shim)
+    endif()
 endfunction()
 
 # orv_test(NAME SOURCES a.cpp ... DEPS target ... [TIMEOUT s]): one GoogleTest program.
