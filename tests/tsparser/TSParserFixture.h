@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -146,6 +148,17 @@ protected:
     void drain() {
         while (receive(*mOutput, &mReceived)) {
         }
+    }
+
+    std::string report() {
+        char* text = nullptr;
+        size_t size = 0;
+        FILE* memory = open_memstream(&text, &size);
+        EXPECT_EQ(mParser->dump(memory, 1), 0);
+        fclose(memory);
+        std::string result(text);
+        free(text);
+        return result;
     }
 
     std::string names() const { return namesOf(mReceived); }
