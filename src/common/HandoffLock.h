@@ -80,7 +80,7 @@ public:
 private:
     void sleep(unsigned int timeoutMs);
 
-    pthread_mutex_t mMutex;  // held only to begin and to end a sleep
+    pthread_mutex_t mMutex;  // held only to begin a sleep, to end it and to wake
     pthread_cond_t mCondition;
     std::atomic<uint32_t> mWaiters{0};
 };

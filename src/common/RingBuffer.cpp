@@ -39,7 +39,9 @@ constexpr uint64_t roundUp4(uint64_t size) {
 RingBuffer::RingBuffer() = default;
 
 RingBuffer::~RingBuffer() {
-    unmapStorage();
+    if (const int result = unmapStorage(); result != 0) {
+        ORV_LOGE("%s: munmap return code: %d\n", __func__, result);
+    }
 }
 
 int RingBuffer::configure(std::string name, unsigned int sizeExponent) {
@@ -114,14 +116,9 @@ bool RingBuffer::mapView(unsigned char* address, int region) {
                 region, 0) == address;
 }
 
-void RingBuffer::unmapStorage() {
-    if (mBuffer == nullptr) {
-        return;
-    }
-    if (const int result = munmap(mBuffer, 2 * static_cast<size_t>(mSize)); result != 0) {
-        ORV_LOGE("%s: munmap return code: %d\n", __func__, result);
-    }
-    mBuffer = nullptr;
+int RingBuffer::unmapStorage() {
+    unsigned char* storage = std::exchange(mBuffer, nullptr);
+    return storage == nullptr ? 0 : munmap(storage, 2 * static_cast<size_t>(mSize));
 }
 
 unsigned char* RingBuffer::write(unsigned int size, block_t block) {

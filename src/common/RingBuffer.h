@@ -90,7 +90,7 @@ private:
     int configureStorage(const char* caller, std::string name, unsigned int size);
     int mapStorage(const char* caller, int region);
     bool mapView(unsigned char* address, int region);
-    void unmapStorage();
+    int unmapStorage();
 
     std::string mName;
     // Bytes ever committed and ever released; sequentially consistent, as the conditions ask. 64
