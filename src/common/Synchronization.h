@@ -63,7 +63,7 @@ public:
     // Listeners are not owned and are added before the pipeline starts.
     void addListener(PCRListener* listener);
 
-    // Returns 0; writes nothing for a null stream.
+    // Returns 0; writes nothing for a null stream. However slow the stream is, the clock goes on.
     int dump(FILE* stream, int indent);
 
 protected:
