@@ -38,6 +38,16 @@ int startFilter(const char* caller, TSReceiverPIDType role, unsigned short pid) 
     return handle;
 }
 
+// Every output needs a PID. Deliberate: the spelling of the message. See
+// TSReceiverTest.NumberOfPIDsMustBeThatOfOutputs.
+bool pairUp(const char* caller, size_t pids, size_t outputs) {
+    if (pids != outputs) {
+        ORV_LOGE("%s - number of PIDs (%d) and number of outputs (%d) are diferent!\n", caller,
+                 static_cast<int>(pids), static_cast<int>(outputs));
+    }
+    return pids == outputs;
+}
+
 // A pass that neither moved data nor waited for room would come back at once, and again: the
 // service is in trouble, or a handle has no output.
 void napAfterFruitlessPass() {
@@ -67,9 +77,7 @@ TSReceiver::~TSReceiver() {
 
 unsigned int TSReceiver::configure(std::map<TSReceiverPIDType, unsigned short> pids) {
     std::lock_guard<std::mutex> guard(mFilterLock);
-    if (pids.size() != mOutputs.size()) {
-        ORV_LOGE("%s - number of PIDs (%d) and number of outputs (%d) are diferent!\n", __func__,
-                 static_cast<int>(pids.size()), static_cast<int>(mOutputs.size()));
+    if (!pairUp(__func__, pids.size(), mOutputs.size())) {
         return ERR_PID_COUNT;
     }
     mPIDMap = std::move(pids);
@@ -83,9 +91,7 @@ int TSReceiver::start() {
             ORV_LOGE("%s - cannot start TSReceiver: no PID set!\n", __func__);
             return ERR_NO_PID;
         }
-        if (mPIDMap.size() != mOutputs.size()) {
-            ORV_LOGE("%s - number of PIDs (%d) and number of outputs (%d) are diferent!\n",
-                     __func__, static_cast<int>(mPIDMap.size()), static_cast<int>(mOutputs.size()));
+        if (!pairUp(__func__, mPIDMap.size(), mOutputs.size())) {
             return ERR_PID_COUNT;
         }
     }
@@ -283,7 +289,7 @@ bool TSReceiver::receive(const Slot& slot) {
         std::max(output.getFreeSpace() / PACKET_BYTES * PACKET_BYTES, PACKET_BYTES);
     unsigned char* region = output.write(request, RingBuffer::BLOCKING);
     if (region == nullptr) {
-        ORV_LOGW("%s: no room for TS data in RB; free space = %d; PID = %d", "threadLoop",
+        ORV_LOGE("%s: no room for TS data in RB; free space = %d; PID = %d", "threadLoop",
                  static_cast<int>(output.getFreeSpace()), slot.pid);
         output.wakeReaders();
         return true;  // the data stays in the service until the next pass

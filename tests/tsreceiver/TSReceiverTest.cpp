@@ -4,10 +4,12 @@
 
 #include <chrono>
 #include <map>
+#include <string>
 #include <thread>
 #include <vector>
 
 #include "support/FakeDemux.h"
+#include "support/TraceCapture.h"
 
 namespace {
 
@@ -17,6 +19,7 @@ using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 using PIDMap = std::map<TSReceiverPIDType, unsigned short>;
 using Started = FakeDemux::Started;
+using Lines = std::vector<std::string>;
 
 constexpr int LIMIT_MS = 5000;
 constexpr unsigned short PCR = 0x100, VIDEO = 0x111, AUDIO = 0x112, CAPTIONS = 0x130;
@@ -105,7 +108,9 @@ TEST_F(TSReceiverTest, EachPIDFeedsItsOutput) {
 }
 
 TEST_F(TSReceiverTest, NumberOfPIDsMustBeThatOfOutputs) {
+    orvtest::TraceCapture trace;
     EXPECT_EQ(mReceiver->start(), static_cast<int>(TSReceiver::ERR_NO_PID));
+    EXPECT_EQ(trace.take(), (Lines{"start - cannot start TSReceiver: no PID set!"}));
     makeFour();
     PIDMap three = FOUR;
     three.erase(PID_TYPE_PCR);
@@ -114,12 +119,18 @@ TEST_F(TSReceiverTest, NumberOfPIDsMustBeThatOfOutputs) {
     addOutput();
     EXPECT_EQ(mReceiver->start(), static_cast<int>(TSReceiver::ERR_PID_COUNT));
     EXPECT_TRUE(mDemux.started().empty());
+    EXPECT_EQ(trace.take(),
+              (Lines{"configure - number of PIDs (3) and number of outputs (4) are diferent!",
+                     "start - number of PIDs (4) and number of outputs (5) are diferent!"}));
 }
 
 TEST_F(TSReceiverTest, RefusedFilterKeepsItsPlace) {
     makeFour();
     mDemux.refuse(VIDEO);
+    orvtest::TraceCapture trace;
     EXPECT_EQ(mReceiver->start(), static_cast<int>(TSReceiver::ERR_FILTERING));
+    EXPECT_EQ(trace.take(), (Lines{"startFiltering Could not start filtering PID 273!",
+                                   "start - could not start filtering!"}));
     EXPECT_EQ(mDemux.running(), 3u);
     // The outputs behind it are still paired with their own PIDs.
     EXPECT_EQ(mReceiver->changePID(PID_TYPE_VIDEO, VIDEO, 0x115), TSReceiver::ERR_WORKER);
@@ -140,12 +151,18 @@ TEST_F(TSReceiverTest, SecondStartChangesNothing) {
 
 TEST_F(TSReceiverTest, FullOutputIsPassedOverAndLosesNothing) {
     makeFour(4096);  // 21 packets
+    orvtest::TraceCapture trace;
     ASSERT_EQ(mReceiver->start(), 0);
     mDemux.feed(VIDEO, packets(50, 'V'));
     EXPECT_TRUE(await([&] { return mDemux.waiting(VIDEO) == 29 * 188; }));
     mDemux.feed(AUDIO, packets(5, 'A'));
     EXPECT_EQ(take(2, 5), "AAAAA");
     EXPECT_EQ(mDemux.waiting(VIDEO), 29u * 188);
+    EXPECT_TRUE(await([&] {
+        const Lines lines = trace.take();
+        return !lines.empty() &&
+               lines[0] == "threadLoop: no room for TS data in RB; free space = 148; PID = 273";
+    }));
     EXPECT_EQ(take(1, 50), std::string(50, 'V'));
 }
 
