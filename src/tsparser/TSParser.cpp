@@ -17,6 +17,10 @@ constexpr uint32_t HEADER = PESData::FIXED_SIZE;
 constexpr uint16_t SCRAMBLED_TOLERATED = 11;
 constexpr uint32_t MAX_PAYLOAD = 184;
 
+// The functions that the lines of log name.
+constexpr char START[] = "start";
+constexpr char WORKER[] = "threadLoop";
+
 constexpr char TS_ERROR[] = "TS parser error; discarding entire PES packet.";
 constexpr char PES_ERROR[] = "PES parser error; discarding entire packet.";
 
@@ -59,10 +63,10 @@ int TSParser::open() {
         release();  // a worker that ended by itself left them and its locks behind
     }
     if (mInput == nullptr) {
-        ORV_LOGE("%s - no input Ring Buffer set!\n", "start");
+        ORV_LOGE("%s - no input Ring Buffer set!\n", START);
         return ERR_NO_INPUT;
     }
-    if (!mOutputs.empty() && !reserveBlock()) {
+    if (!mOutputs.empty() && !reserveBlock(START)) {
         return ERR_WORKER;
     }
     mpParsers = std::make_unique<Parsers>();
@@ -182,14 +186,14 @@ bool TSParser::isTooScrambled(unsigned int result) {
 }
 
 void TSParser::leaveScrambled() {
-    ORV_LOGE("%s send error by scrambled ts pid = 0x%x\n", __func__, mpParsers->tsData.PID);
+    ORV_LOGE("%s send error by scrambled ts pid = 0x%x\n", WORKER, mpParsers->tsData.PID);
     onError(ERR_SCRAMBLED);
 }
 
 TSParser::Step TSParser::append(const unsigned char* payload, uint32_t size) {
     unsigned char* writer = mpPESWriter.load(RELAXED);
     if (writer == nullptr) {
-        ORV_LOGE("%s - mpPESWriter is NULL !!!!\n", __func__);
+        ORV_LOGE("%s - mpPESWriter is NULL !!!!\n", WORKER);
         return Step::NEXT;
     }
     const RingBuffer& output = *mOutputs.front();
@@ -216,15 +220,16 @@ bool TSParser::waitForRoom(uint32_t size) {
     RingBuffer& output = *mOutputs.front();
     const uint32_t needed = HEADER + mPESSize + size;
     const uint32_t target = roundUp4(needed);
-    if (output.getFreeSpace() >= target) {
-        return true;  // the reader moved on since the packet before
-    }
-    ORV_LOGW("%s - output RB is full; waiting for free space. payload size = %d type = %d",
-             __func__, static_cast<int>(size), mStreamType);
-    while (!isExiting() && !output.waitForSpace(target)) {
-        ORV_LOGW("%s - lack of buffer...remained ringbuffer (%u), request size = %u\n", __func__,
+    ORV_LOGW("%s - output RB is full; waiting for free space. payload size = %d type = %d", WORKER,
+             static_cast<int>(size), mStreamType);
+    while (!isExiting() && output.getFreeSpace() < target) {
+        output.waitForSpace(target);
+        if (isExiting()) {
+            break;
+        }
+        ORV_LOGW("%s - lack of buffer...remained ringbuffer (%u), request size = %u\n", WORKER,
                  output.getFreeSpace(), needed);
-        ORV_LOGW("%s - waiting for free space in PES ring buffer (%d)\n", __func__,
+        ORV_LOGW("%s - waiting for free space in PES ring buffer (%d)\n", WORKER,
                  static_cast<int>(size));
     }
     return !isExiting();
@@ -233,7 +238,7 @@ bool TSParser::waitForRoom(uint32_t size) {
 void TSParser::finishPES() {
     PESData* record = mpPESData;
     if (mpPESWriter == nullptr) {
-        reserveBlock();
+        reserveBlock(WORKER);
         return;
     }
     auto* block = reinterpret_cast<unsigned char*>(record);
@@ -247,7 +252,7 @@ void TSParser::finishPES() {
     copyPEStoOtherOutputs(block, size);
     feedClock(pts);
     mOutputs.front()->writeAdvance(size);
-    reserveBlock();
+    reserveBlock(WORKER);
 }
 
 void TSParser::fillRecord(PESData& record) {
@@ -291,11 +296,11 @@ bool TSParser::copyPEStoOtherOutputs(unsigned char* block, unsigned int size) {
 
 // On success this thread holds the first output's write lock until the block is committed; a
 // discarded block is begun anew in place.
-bool TSParser::reserveBlock() {
+bool TSParser::reserveBlock(const char* caller) {
     unsigned char* block = mOutputs.front()->write(HEADER, RingBuffer::BLOCKING);
     if (block == nullptr) {
         mpPESWriter = nullptr;
-        ORV_LOGE("%s - mpPESWriter is NULL !!!!\n", __func__);
+        ORV_LOGE("%s - mpPESWriter is NULL !!!!\n", caller);
         return false;
     }
     beginBlock(block);
@@ -310,9 +315,9 @@ void TSParser::beginBlock(unsigned char* block) {
 }
 
 void TSParser::discardBlock(const char* reason) {
-    ORV_LOGE("%s - %s", __func__, reason);
+    ORV_LOGE("%s - %s", WORKER, reason);
     if (mpPESWriter == nullptr) {
-        reserveBlock();
+        reserveBlock(WORKER);
         return;
     }
     beginBlock(reinterpret_cast<unsigned char*>(mpPESData.load()));

@@ -89,7 +89,7 @@ private:
     void fillRecord(PESData& record);
     void feedClock(Uint33 pts);
     bool copyPEStoOtherOutputs(unsigned char* block, unsigned int size);
-    bool reserveBlock();
+    bool reserveBlock(const char* caller);
     void beginBlock(unsigned char* block);
     void discardBlock(const char* reason);
     void leaveScrambled();
