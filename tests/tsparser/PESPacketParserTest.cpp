@@ -3,7 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <numeric>
+#include <string>
+#include <vector>
 
+#include "support/TraceCapture.h"
 #include "support/TsBuilder.h"
 
 namespace {
@@ -73,7 +76,10 @@ TEST_F(PESPacketParserTest, BadStartBitsPutThePayloadAtByte6) {
     Bytes bytes = TsBuilder::pesBytes(0xE0, 90'000, {1, 2, 3});
     bytes[6] = 0x40;
     bytes[8] = 0xFF;  // no length then
+    orvtest::TraceCapture trace;
     ASSERT_EQ(parse(bytes), 1u);
+    EXPECT_EQ(trace.take(),
+              (std::vector<std::string>{"parseOptHeader - bad optional header start bits!"}));
     EXPECT_EQ(payloadOffset(), 6);
     EXPECT_EQ(mData.PTS, 0u);
 }

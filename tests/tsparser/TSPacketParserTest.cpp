@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <string>
 #include <vector>
 
+#include "support/TraceCapture.h"
 #include "support/TsBuilder.h"
 
 namespace {
@@ -70,13 +72,21 @@ TEST_F(TSPacketParserTest, BrokenHeadersEndThePES) {
         size_t at;
         uint8_t value;
         unsigned result;
-    } const CASES[] = {{0, 0x46, 65}, {1, 0xC1, 129}, {4, 184, 255}, {4, 255, 255}};
+        const char* says;
+    } const CASES[] = {
+        {0, 0x46, 65, "parseHeader - sync byte not found!"},
+        {1, 0xC1, 129, "parseHeader - Transport error indicator is true - discarding packet."},
+        {4, 184, 255, "parseHeader: Invalid adaptation field length: 184"},
+        {4, 255, 255, "parseHeader: Invalid adaptation field length: 255"}};
+    orvtest::TraceCapture trace;
     for (const auto& broken : CASES) {
         ASSERT_NE(parse(packet(1, 0, true)) & TSPacketParser::RESULT_APPEND, 0u);
         Bytes bytes = packet(3, 1, false, {1, 0});
         bytes[broken.at] = broken.value;
         const unsigned result = parse(bytes);
         EXPECT_EQ(result, broken.result);
+        EXPECT_EQ(trace.take(),
+                  (std::vector<std::string>{broken.says, "parse - header parsing error!"}));
         EXPECT_TRUE(TSPacketParser::isHeaderError(result));
         EXPECT_EQ(parse(packet(1, 2)), 8u);
     }
@@ -157,12 +167,19 @@ TEST_F(TSPacketParserTest, ReadsTheExtensionAtFixedOffsets) {
 }
 
 TEST_F(TSPacketParserTest, BadSpliceMarkersStoreNothing) {
-    Bytes extension = EXTENSION;
-    extension[9] &= 0xFE;
-    parse(packet(3, 0, true, Bytes{40, 0x03, 0} + extension));
-    EXPECT_EQ(mData.seamless_splice_flag, 0x20);
-    EXPECT_EQ(mData.splice_type, 0);
-    EXPECT_EQ(mData.DTS_next_AU, 0u);
+    for (const size_t marker : {7u, 9u, 11u}) {
+        Bytes extension = EXTENSION;
+        extension[marker] &= 0xFE;
+        orvtest::TraceCapture trace;
+        parse(packet(3, 0, true, Bytes{40, 0x03, 0} + extension));
+        EXPECT_EQ(mData.seamless_splice_flag, 0x20);
+        EXPECT_EQ(mData.splice_type, 0);
+        EXPECT_EQ(mData.DTS_next_AU, 0u);
+        EXPECT_EQ(
+            trace.take(),
+            (std::vector<std::string>{"parseAdaptationField - bad seamless splice marker bits!"}));
+        mParser.abandonPES();
+    }
 }
 
 TEST_F(TSPacketParserTest, ExtensionWithoutPrivateDataIsReadOneByteOn) {
@@ -217,12 +234,16 @@ TEST_F(TSPacketParserTest, StartAfterAHoleRepeatsThePayloadBefore) {
     // The bytes go away between two passes of the owner.
     mParser.retainPayload(&mData);
     std::fill(mPackets[1].begin(), mPackets[1].end(), 0xEE);
+    orvtest::TraceCapture trace;
     for (unsigned counter : {5u, 9u}) {  // also twice in a row
         EXPECT_EQ(parse(packet(1, counter, true, {}, 0x33)), 3u);
         ASSERT_EQ(mData.payload_size, 33u);
         EXPECT_EQ(Bytes(mData.payload, mData.payload + 33), Bytes(33, 0x22));
         mParser.retainPayload(&mData);
     }
+    const std::string says = "parse - [PID = 273] continuity error! Discarding entire PES packet ";
+    EXPECT_EQ(trace.take(), (std::vector<std::string>{says + "(expected 0x02, received 0x05)",
+                                                      says + "(expected 0x06, received 0x09)"}));
 }
 
 TEST_F(TSPacketParserTest, AbandonedPESWaitsForAStart) {

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "common/ErrorListener.h"
+#include "support/TraceCapture.h"
 #include "support/TsBuilder.h"
 #include "tsparser/TSParser.h"
 
@@ -20,6 +21,7 @@ namespace orvtest {
 
 constexpr unsigned VIDEO_PID = 0x111;
 constexpr unsigned PACKET_BYTES = 188;
+using Lines = std::vector<std::string>;
 
 // Elementary-stream bytes that can be told apart: a letter, over and over.
 inline Bytes named(char name, size_t size) {

@@ -103,6 +103,7 @@ TEST_F(TSParserTest, UnusablePESIsDroppedAlone) {
     ASSERT_EQ(mParser->open(), 0);
     Bytes broken = TsBuilder::pesBytes(0xC0, 2, named('B', 100));
     broken[2] = 9;
+    TraceCapture trace;
     feed(TsBuilder()
              .pes(0x112, 0xC0, 1, named('A', 100))
              .packet(0x112, broken, true)
@@ -112,6 +113,10 @@ TEST_F(TSParserTest, UnusablePESIsDroppedAlone) {
              .build(),
          1);
     EXPECT_EQ(names(), "AC");
+    const std::string dropped = "threadLoop - PES parser error; discarding entire packet.";
+    EXPECT_EQ(trace.take(),
+              (Lines{"parseHeader - start code not found!", "parse - header parsing error!",
+                     dropped, "parse - invalid parameter!", dropped}));
 }
 
 // A block that runs over the end of the ring is one contiguous run; every position comes up.
@@ -167,9 +172,12 @@ TEST_F(TSParserTest, RoomFreedMeanwhileIsSeen) {
     ASSERT_TRUE(mParser->parsePass());
     drain();
     push(Bytes(bytes.begin() + full, bytes.end()));
+    TraceCapture trace;
     ASSERT_TRUE(mParser->parsePass());
     drain();
     EXPECT_EQ(names(), "AB");
+    EXPECT_EQ(trace.take(), (Lines{"threadLoop - output RB is full; waiting for free space. "
+                                   "payload size = 184 type = 1"}));
 }
 
 TEST_F(TSParserTest, FurtherOutputsGetCopiesWhereTheyHaveRoom) {
@@ -250,6 +258,7 @@ TEST_F(TSParserTest, AnInputWithoutAWholePacketIsLeftAlone) {
 }
 
 TEST_F(TSParserTest, OpenNamesWhatIsMissing) {
+    TraceCapture trace;
     const android::sp<TSParser> bare = new TSParser(PID_TYPE_VIDEO);
     EXPECT_EQ(bare->start(), TSParser::ERR_NO_INPUT);
     EXPECT_EQ(bare->stop(), 0);
@@ -257,6 +266,8 @@ TEST_F(TSParserTest, OpenNamesWhatIsMissing) {
     bare->addOutput(new RingBuffer, nullptr);  // never configured
     EXPECT_EQ(bare->start(), TSParser::ERR_WORKER);
     EXPECT_EQ(bare->stop(), 0);
+    EXPECT_EQ(trace.take(),
+              (Lines{"start - no input Ring Buffer set!", "start - mpPESWriter is NULL !!!!"}));
 }
 
 TEST_F(TSParserTest, ReportsItsState) {

@@ -112,8 +112,12 @@ TEST_F(TSParserThreadTest, TwelveScrambledVideoPacketsEndTheWorker) {
     push(damaged + eleven + clear);  // the damaged packet takes the count back, clear ones do not
     ASSERT_TRUE(within(LIMIT_MS, [&] { return mInput->getDataSize() == 0; }));
     EXPECT_EQ(mError.code(), 0u);
+    TraceCapture trace;
+    clear[3] = 0x1E;
+    clear[188 + 3] = 0x1F;
     push(scrambled(clear));
     ASSERT_TRUE(within(LIMIT_MS, [&] { return mError.code() != 0; }));
+    EXPECT_EQ(trace.take(), (Lines{"threadLoop send error by scrambled ts pid = 0x111"}));
     EXPECT_EQ(mError.code(), static_cast<unsigned>(TSParser::ERR_SCRAMBLED));
     ASSERT_TRUE(within(LIMIT_MS, [&] { return !mParser->isRunning(); }));
 
