@@ -191,6 +191,8 @@ int PlayRun::finish() {
         fprintf(stderr, "orvplay: the player did not stop cleanly (code %d)\n", status);
         mFailure = EXIT_PLAYBACK;
     }
+    const bool anythingTimed = mSession->framesTimed() > 0;
+    mSession = nullptr;  // no event comes after this: the summary is the last line
     mPictures->stop();
     const PictureOutput::Figures figures = mPictures->figures();
     bool stillSaved = true;
@@ -207,8 +209,7 @@ int PlayRun::finish() {
     if (mOutcome == Outcome::INTERRUPTED) {
         return EXIT_INTERRUPTED;
     }
-    if (mSourceEndNs != 0 && figures.frames == 0 && mSession->framesTimed() == 0 &&
-        mSound.frames() == 0) {
+    if (mSourceEndNs != 0 && figures.frames == 0 && !anythingTimed && mSound.frames() == 0) {
         return fail(EXIT_NO_DATA, mOptions.source +
                                       ": it ended before anything could be shown or heard; see: "
                                       "orvplay probe " +

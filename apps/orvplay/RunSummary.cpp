@@ -32,12 +32,15 @@ uint64_t droppedSoFar() {
     return codec.picturesReleasedUnseen + codec.picturesDroppedAtWindow;
 }
 
-double rounded(double value, double unit) {
-    return std::round(value / unit) * unit;
+double toDecimals(double value, int decimals) {
+    const double scale = std::pow(10.0, decimals);
+    return std::round(value * scale) / scale;
 }
 
-nlohmann::ordered_json quantiles(double p50, double p99, double max) {
-    return {{"p50", rounded(p50, 1)}, {"p99", rounded(p99, 1)}, {"max", rounded(max, 1)}};
+nlohmann::ordered_json quantiles(double p50Ms, double p99Ms, double maxMs) {
+    return {{"p50", toDecimals(p50Ms, 1)},
+            {"p99", toDecimals(p99Ms, 1)},
+            {"max", toDecimals(maxMs, 1)}};
 }
 
 }  // namespace
@@ -73,12 +76,12 @@ nlohmann::ordered_json RunSummary::toJson(const PictureOutput::Figures& pictures
                                    {"audioFrames", sound.frames()},
                                    {"captions", 0}};
     line["firstFrameMs"] = pictures.frames > 0
-                               ? nlohmann::ordered_json(rounded(firstFrameMs(pictures), 1))
+                               ? nlohmann::ordered_json(toDecimals(firstFrameMs(pictures), 0))
                                : nlohmann::ordered_json(nullptr);
     line["frameJitterMs"] =
         quantiles(pictures.jitterP50Ms, pictures.jitterP99Ms, pictures.jitterMaxMs);
     line["avSkewMs"] = quantiles(skew.quantileMs(0.50), skew.quantileMs(0.99), skew.maxMs());
-    line["avSkewMs"]["mean"] = rounded(skew.meanMs(), 1);
+    line["avSkewMs"]["mean"] = toDecimals(skew.meanMs(), 1);
     line["avSkewMs"]["count"] = skew.count();
     line["avSkewMs"]["from"] = sync.measuredByMarks() ? "marks" : "timestamps";
     if (pictures.numbers.read > 0) {
@@ -88,7 +91,7 @@ nlohmann::ordered_json RunSummary::toJson(const PictureOutput::Figures& pictures
                                 {"repeated", pictures.numbers.repeated},
                                 {"backward", pictures.numbers.backward}};
     }
-    line["cpuSeconds"] = rounded(mCpuSeconds, 2);
+    line["cpuSeconds"] = toDecimals(mCpuSeconds, 2);
     line["maxRssKb"] = maxRssKb();
     return line;
 }

@@ -1,5 +1,5 @@
 #include <CLI/CLI.hpp>
-#include <cstdio>
+#include <cstdlib>
 #include <string>
 
 #include "ExitCode.h"
@@ -56,6 +56,8 @@ void addProbe(CLI::App& app, ProbeOptions& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // The program's own messages say what matters to its user: of the trace, errors are enough.
+    setenv("ORV_TRACE", "error", 0);
     CLI::App app("OrvPlayer: ISDB-T / SBTVD digital television", "orvplay");
     app.set_version_flag("--version", "orvplay " ORV_VERSION);
     app.require_subcommand(1);
