@@ -1,0 +1,323 @@
+#include "damage/TsDamage.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <set>
+
+namespace orvtest {
+
+namespace {
+
+constexpr size_t PACKET_BYTES = 188;
+constexpr uint8_t SYNC_BYTE = 0x47;
+constexpr uint8_t UNIT_START = 0x40;
+constexpr uint8_t HAS_FIELD = 0x20;
+constexpr uint8_t HAS_PAYLOAD = 0x10;
+constexpr size_t PES_HEADER_BYTES = 9;
+constexpr size_t PMT_FIXED_BYTES = 12;  // up to program_info_length
+
+uint16_t pidOf(const uint8_t* packet) {
+    return static_cast<uint16_t>((packet[1] & 0x1F) << 8 | packet[2]);
+}
+
+// Where the payload begins, PACKET_BYTES when there is none.
+size_t payloadOf(const uint8_t* packet) {
+    if ((packet[3] & HAS_PAYLOAD) == 0) {
+        return PACKET_BYTES;
+    }
+    const size_t start = (packet[3] & HAS_FIELD) != 0 ? 5U + packet[4] : 4U;
+    return std::min(start, PACKET_BYTES);
+}
+
+bool startsUnit(const uint8_t* packet) {
+    return (packet[1] & UNIT_START) != 0;
+}
+
+bool hasPcr(const uint8_t* packet) {
+    return (packet[3] & HAS_FIELD) != 0 && packet[4] >= 7 && (packet[5] & 0x10) != 0;
+}
+
+// The payload loses its first `bytes`; stuffing in the adaptation field takes their place.
+void dropPayloadHead(uint8_t* packet, size_t bytes) {
+    const size_t start = payloadOf(packet);
+    if (start + bytes > PACKET_BYTES || bytes == 0) {
+        return;
+    }
+    if ((packet[3] & HAS_FIELD) == 0) {
+        packet[3] |= HAS_FIELD;
+        std::memset(packet + 4, 0xFF, bytes);
+        packet[4] = static_cast<uint8_t>(bytes - 1);
+        if (bytes > 1) {
+            packet[5] = 0;  // no flags
+        }
+        return;
+    }
+    std::memset(packet + start, 0xFF, bytes);
+    if (packet[4] == 0) {
+        packet[5] = 0;
+    }
+    packet[4] = static_cast<uint8_t>(packet[4] + bytes);
+}
+
+uint32_t tableCrc(const uint8_t* data, size_t bytes) {
+    uint32_t crc = 0xFFFFFFFF;
+    for (size_t i = 0; i < bytes; ++i) {
+        crc ^= uint32_t{data[i]} << 24;
+        for (int bit = 0; bit < 8; ++bit) {
+            crc = (crc & 0x80000000) != 0 ? crc << 1 ^ 0x04C11DB7 : crc << 1;
+        }
+    }
+    return crc;
+}
+
+// A PMT section at the start of a payload becomes one without streams.
+void emptyPmt(uint8_t* payload, size_t bytes) {
+    uint8_t* section = payload + 1 + payload[0];
+    if (payload[0] + 1 + PMT_FIXED_BYTES + 4 > bytes || section[0] != 0x02) {
+        return;
+    }
+    const size_t infoBytes = (section[10] & 0x0FU) << 8 | section[11];
+    const size_t end = PMT_FIXED_BYTES + infoBytes;
+    if (payload[0] + 1 + end + 4 > bytes) {
+        return;
+    }
+    const size_t length = end + 4 - 3;
+    section[1] = static_cast<uint8_t>((section[1] & 0xF0) | length >> 8);
+    section[2] = static_cast<uint8_t>(length);
+    const uint32_t crc = tableCrc(section, end);
+    for (size_t i = 0; i < 4; ++i) {
+        section[end + i] = static_cast<uint8_t>(crc >> (24 - 8 * i));
+    }
+    std::memset(section + end + 4, 0xFF, static_cast<size_t>(payload + bytes - section) - end - 4);
+}
+
+void addToPcr(uint8_t* field, int64_t ticks27M) {
+    constexpr int64_t WRAP = (int64_t{1} << 33) * 300;
+    const int64_t base = int64_t{field[0]} << 25 | int64_t{field[1]} << 17 |
+                         int64_t{field[2]} << 9 | int64_t{field[3]} << 1 | field[4] >> 7;
+    const int64_t old = base * 300 + ((field[4] & 1) << 8 | field[5]);
+    const int64_t pcr = ((old + ticks27M) % WRAP + WRAP) % WRAP;
+    const int64_t newBase = pcr / 300;
+    const int64_t extension = pcr % 300;
+    for (int i = 0; i < 4; ++i) {
+        field[i] = static_cast<uint8_t>(newBase >> (25 - 8 * i));
+    }
+    field[4] = static_cast<uint8_t>((newBase & 1) << 7 | 0x7E | extension >> 8);
+    field[5] = static_cast<uint8_t>(extension);
+}
+
+}  // namespace
+
+TsDamage::TsDamage(std::vector<uint8_t> stream, uint64_t seed)
+    : mBytes(std::move(stream)), mRandom(seed) {
+    mBytes.resize(mBytes.size() / PACKET_BYTES * PACKET_BYTES);
+}
+
+size_t TsDamage::count() const {
+    return mBytes.size() / PACKET_BYTES;
+}
+
+TsDamage::Packet TsDamage::packet(size_t index) {
+    return mBytes.data() + index * PACKET_BYTES;
+}
+
+bool TsDamage::chance(double rate) {
+    return std::uniform_real_distribution<double>()(mRandom) < rate;
+}
+
+void TsDamage::forEach(uint16_t pid, const std::function<void(Packet)>& change) {
+    for (size_t i = 0; i < count(); ++i) {
+        if (pidOf(packet(i)) == pid) {
+            change(packet(i));
+        }
+    }
+}
+
+void TsDamage::keepIf(const std::function<bool(size_t, Packet)>& keep) {
+    std::vector<uint8_t> kept;
+    kept.reserve(mBytes.size());
+    for (size_t i = 0; i < count(); ++i) {
+        if (keep(i, packet(i))) {
+            kept.insert(kept.end(), packet(i), packet(i) + PACKET_BYTES);
+        }
+    }
+    mBytes = std::move(kept);
+}
+
+void TsDamage::flipBits(double ratePerBit) {
+    if (ratePerBit <= 0.0) {
+        return;
+    }
+    std::geometric_distribution<uint64_t> gap(ratePerBit);
+    const uint64_t bits = mBytes.size() * 8;
+    for (uint64_t bit = gap(mRandom); bit < bits; bit += gap(mRandom) + 1) {
+        mBytes[bit / 8] = static_cast<uint8_t>(mBytes[bit / 8] ^ 1U << bit % 8);
+    }
+}
+
+void TsDamage::losePackets(double rate) {
+    keepIf([this, rate](size_t, Packet) { return !chance(rate); });
+}
+
+void TsDamage::loseBursts(size_t packets, size_t bursts) {
+    const size_t distance = count() / (bursts + 1);
+    keepIf([=](size_t index, Packet) {
+        return distance == 0 || index < distance || index % distance >= packets;
+    });
+}
+
+void TsDamage::setTransportErrors(double rate) {
+    for (size_t i = 0; i < count(); ++i) {
+        packet(i)[1] |= chance(rate) ? 0x80 : 0;
+    }
+}
+
+void TsDamage::setScramblingBits(double rate) {
+    for (size_t i = 0; i < count(); ++i) {
+        packet(i)[3] |= chance(rate) ? 0x80 : 0;
+    }
+}
+
+void TsDamage::swapNeighbours(double rate) {
+    for (size_t i = 0; i + 1 < count(); ++i) {
+        if (chance(rate)) {
+            std::swap_ranges(packet(i), packet(i) + PACKET_BYTES, packet(i + 1));
+        }
+    }
+}
+
+void TsDamage::duplicatePackets(double rate) {
+    std::vector<uint8_t> out;
+    for (size_t i = 0; i < count(); ++i) {
+        for (int copies = chance(rate) ? 2 : 1; copies > 0; --copies) {
+            out.insert(out.end(), packet(i), packet(i) + PACKET_BYTES);
+        }
+    }
+    mBytes = std::move(out);
+}
+
+void TsDamage::slipBytes(size_t slips) {
+    std::uniform_int_distribution<ptrdiff_t> lost(1, PACKET_BYTES - 1);
+    const size_t distance = mBytes.size() / (slips + 1);
+    for (size_t slip = slips; slip > 0; --slip) {
+        const auto at = mBytes.begin() + static_cast<ptrdiff_t>(slip * distance);
+        mBytes.erase(at, at + std::min(lost(mRandom), mBytes.end() - at));
+    }
+}
+
+void TsDamage::cutHead(size_t packets) {
+    keepIf([packets](size_t index, Packet) { return index >= packets; });
+}
+
+void TsDamage::removePid(uint16_t pid) {
+    keepIf([pid](size_t, Packet p) { return pidOf(p) != pid; });
+}
+
+void TsDamage::jumpPcr(int64_t ticks27M) {
+    for (size_t i = count() / 2; i < count(); ++i) {
+        if (hasPcr(packet(i))) {
+            addToPcr(packet(i) + 6, ticks27M);
+        }
+    }
+}
+
+void TsDamage::lieAboutPesLengths(uint16_t pid) {
+    forEach(pid, [this](Packet p) {
+        const size_t start = payloadOf(p);
+        if (startsUnit(p) && start + PES_HEADER_BYTES <= PACKET_BYTES) {
+            const uint64_t wrong = mRandom();
+            p[start + 4] = static_cast<uint8_t>(wrong >> 8);
+            p[start + 5] = static_cast<uint8_t>(wrong);
+        }
+    });
+}
+
+void TsDamage::setStreamId(uint16_t pid, uint8_t streamId) {
+    forEach(pid, [streamId](Packet p) {
+        const size_t start = payloadOf(p);
+        if (startsUnit(p) && start + 4 <= PACKET_BYTES) {
+            p[start + 3] = streamId;
+        }
+    });
+}
+
+void TsDamage::mergePesPackets(uint16_t pid) {
+    bool second = true;
+    forEach(pid, [&second](Packet p) {
+        const size_t start = payloadOf(p);
+        if (!startsUnit(p) || start + PES_HEADER_BYTES > PACKET_BYTES) {
+            return;
+        }
+        second = !second;
+        const size_t header = PES_HEADER_BYTES + p[start + 8];
+        if (second && start + header <= PACKET_BYTES) {
+            p[1] = static_cast<uint8_t>(p[1] & ~UNIT_START);
+            dropPayloadHead(p, header);
+        } else {
+            p[start + 4] = 0;  // the length is open now
+            p[start + 5] = 0;
+        }
+    });
+}
+
+void TsDamage::hideAccessUnitDelimiters(uint16_t pid) {
+    static constexpr uint8_t DELIMITER[] = {0x00, 0x00, 0x01, 0x09};
+    static constexpr uint8_t FILLER = 0x0C;
+    forEach(pid, [](Packet p) {
+        uint8_t* const end = p + PACKET_BYTES;
+        uint8_t* at = p + payloadOf(p);
+        while ((at = std::search(at, end, DELIMITER, DELIMITER + sizeof DELIMITER)) != end) {
+            at[3] = FILLER;
+            at += sizeof DELIMITER;
+        }
+    });
+}
+
+void TsDamage::emptyPmts() {
+    std::set<uint16_t> pmtPids;
+    forEach(0, [&pmtPids](Packet p) {
+        const size_t start = payloadOf(p);
+        if (!startsUnit(p) || start + 1 + p[start] + 8 > PACKET_BYTES) {
+            return;
+        }
+        const uint8_t* section = p + start + 1 + p[start];
+        const size_t length = (section[1] & 0x0FU) << 8 | section[2];
+        const uint8_t* end = std::min<const uint8_t*>(section + 3 + length - 4, p + PACKET_BYTES);
+        for (const uint8_t* entry = section + 8; entry + 4 <= end; entry += 4) {
+            if (entry[0] != 0 || entry[1] != 0) {
+                pmtPids.insert(static_cast<uint16_t>((entry[2] & 0x1F) << 8 | entry[3]));
+            }
+        }
+    });
+    for (const uint16_t pid : pmtPids) {
+        forEach(pid, [](Packet p) {
+            if (const size_t start = payloadOf(p); startsUnit(p) && start < PACKET_BYTES) {
+                emptyPmt(p + start, PACKET_BYTES - start);
+            }
+        });
+    }
+}
+
+void TsDamage::toTimestampedPackets() {
+    std::vector<uint8_t> out;
+    for (size_t i = 0; i < count(); ++i) {
+        const auto time = static_cast<uint32_t>(i * 2700);
+        for (int shift = 24; shift >= 0; shift -= 8) {
+            out.push_back(static_cast<uint8_t>(time >> shift));
+        }
+        out.insert(out.end(), packet(i), packet(i) + PACKET_BYTES);
+    }
+    mBytes = std::move(out);
+}
+
+void TsDamage::prependGarbage(size_t bytes) {
+    std::vector<uint8_t> garbage(bytes);
+    for (uint8_t& byte : garbage) {
+        byte = static_cast<uint8_t>(mRandom());
+        byte = byte == SYNC_BYTE ? 0 : byte;
+    }
+    mBytes.insert(mBytes.begin(), garbage.begin(), garbage.end());
+}
+
+}  // namespace orvtest

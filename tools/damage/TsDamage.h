@@ -1,0 +1,75 @@
+// Makes a sound transport stream into a bad or an unusual one, the same way every time.
+//
+//   TsDamage stream(readWholeFile("small.ts"));
+//   stream.losePackets(1e-3);
+//   stream.flipBits(1e-5);
+//   write(stream.take());
+//
+// Two kinds of changes: what reception does (lost, doubled and swapped packets, bit errors), and
+// what other multiplexers do (ISO/IEC 13818-1 allows it, or receivers meet it all the same). Each
+// call works on the whole packets of the stream as the call before left it; rates are per packet
+// unless they say otherwise. The bytes must begin with a packet.
+
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <random>
+#include <vector>
+
+namespace orvtest {
+
+class TsDamage {
+public:
+    explicit TsDamage(std::vector<uint8_t> stream, uint64_t seed = 1);
+
+    std::vector<uint8_t> take() { return std::move(mBytes); }
+
+    // ---- reception
+    void flipBits(double ratePerBit);
+    void losePackets(double rate);
+    // Holes of `packets` each, spread evenly.
+    void loseBursts(size_t packets, size_t bursts);
+    void setTransportErrors(double rate);
+    void setScramblingBits(double rate);
+    void swapNeighbours(double rate);
+    void duplicatePackets(double rate);
+    // Takes 1 to 187 bytes out, `slips` times.
+    void slipBytes(size_t slips);
+
+    // ---- multiplexers
+    // Without these many packets of its beginning.
+    void cutHead(size_t packets);
+    void removePid(uint16_t pid);
+    // PCRs from the middle of the stream on are this much later.
+    void jumpPcr(int64_t ticks27M);
+    // A wrong PES_packet_length in every PES packet of the PID that has room for a header.
+    void lieAboutPesLengths(uint16_t pid);
+    void setStreamId(uint16_t pid, uint8_t streamId);
+    // Every second PES packet of the PID loses its header, so that its unit follows the one before
+    // in the same PES packet.
+    void mergePesPackets(uint16_t pid);
+    // H.264 access unit delimiters become filler data.
+    void hideAccessUnitDelimiters(uint16_t pid);
+    // The PMTs of all services list no streams.
+    void emptyPmts();
+    // Four bytes before every packet, as disc recorders write them. Call it last.
+    void toTimestampedPackets();
+    // Bytes that are no packets, before the first one. Call it last.
+    void prependGarbage(size_t bytes);
+
+private:
+    using Packet = uint8_t*;  // 188 bytes
+
+    size_t count() const;
+    Packet packet(size_t index);
+    bool chance(double rate);
+    void forEach(uint16_t pid, const std::function<void(Packet)>& change);
+    void keepIf(const std::function<bool(size_t index, Packet packet)>& keep);
+
+    std::vector<uint8_t> mBytes;
+    std::mt19937_64 mRandom;
+};
+
+}  // namespace orvtest
