@@ -102,7 +102,8 @@ private:
     // Input thread.
     bool feedCodec(InputThread& thread);
     bool dequeueInput(InputThread& thread, bool* runAgain);
-    void queueUnit(size_t index, size_t size, int64_t pts, uint32_t codecFlags);
+    void queueUnit(const InputThread& thread, size_t index, size_t size, int64_t pts,
+                   uint32_t codecFlags);
     void reportResolution();
 
     // Output thread.

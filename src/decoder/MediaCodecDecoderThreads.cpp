@@ -60,7 +60,7 @@ bool MediaCodecDecoder::feedCodec(InputThread& thread) {
     if (thread.isExiting()) {  // the codec was stopped meanwhile
         return false;
     }
-    queueUnit(index, size, pts, codecFlags);
+    queueUnit(thread, index, size, pts, codecFlags);
     return true;
 }
 
@@ -92,12 +92,14 @@ bool MediaCodecDecoder::dequeueInput(InputThread& thread, bool* runAgain) {
     return false;
 }
 
-void MediaCodecDecoder::queueUnit(size_t index, size_t size, int64_t pts, uint32_t codecFlags) {
+void MediaCodecDecoder::queueUnit(const InputThread& thread, size_t index, size_t size, int64_t pts,
+                                  uint32_t codecFlags) {
     mInputBuffers[index]->setRange(0, size);
     android::AString detail;
     const int status =
         mCodec->queueInputBuffer(index, 0, size, pts * 1000 / 90, codecFlags, &detail);
-    if (status != android::OK) {
+    // A codec that was stopped since the last look refuses; that is no error.
+    if (status != android::OK && !thread.isExiting()) {
         ORV_LOGE("[%s] %s: Error queueing buffer on MediaCodec: %s (%d) %s", component(),
                  "feedCodec", strerror(-status), status, detail.c_str());
     }
