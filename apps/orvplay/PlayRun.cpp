@@ -20,6 +20,8 @@ constexpr int64_t DRAIN_NS = 500'000'000;
 // A source that ended without a picture: the player's own delay must pass before that is certain.
 constexpr int64_t NOTHING_NS = 5'000'000'000;
 constexpr int64_t RESTART_NS = 10'000'000'000;
+// Outputs that open at all open sooner, even where sound was announced with the wrong framing.
+constexpr int64_t HINT_NS = 6'000'000'000;
 constexpr unsigned int SCRAMBLED = 0x21003;
 
 nlohmann::ordered_json result(int code) {
@@ -36,14 +38,26 @@ int PlayRun::run() {
         return fail(EXIT_FAILED, "no window could be opened; try --headless");
     }
     if (const int status = open(); status != 0) {
-        return fail(EXIT_PLAYBACK, "the player cannot set up these streams (code " +
-                                       std::to_string(status) + "); run with ORV_TRACE=error");
+        return fail(EXIT_PLAYBACK, whyNotOpened(status));
     }
     if (const int status = start(); status != 0) {
         return fail(EXIT_PLAYBACK, "the player cannot start (code " + std::to_string(status) + ")");
     }
+    if (mSelection.videoPid == 0 || mSelection.audioPid == 0) {
+        hint(missingStream());
+    }
     watch();
     return finish();
+}
+
+std::string PlayRun::whyNotOpened(int status) const {
+    if (mSelection.audioPid != 0 && mSelection.audioKind == orvhost::StreamKind::AudioMpeg) {
+        return "the sound, PID " + std::to_string(mSelection.audioPid) +
+               ", is MPEG audio, which cannot be played yet; play the picture alone with "
+               "--audio-pid 0";
+    }
+    return "the player cannot set up these streams (code " + std::to_string(status) +
+           "); ORV_TRACE=info shows why";
 }
 
 bool PlayRun::openOutputs() {
@@ -98,6 +112,9 @@ PlayRun::Outcome PlayRun::look() {
     const PictureOutput::Figures figures = mPictures->figures();
     reportFirstPicture(figures);
     updateStatus(figures);
+    if (!mHinted && !outputsOpened(figures) && monotonicNs() - mEvents.beginNs() > HINT_NS) {
+        hint(missingStream());
+    }
     if (Interrupt::requested()) {
         return Outcome::INTERRUPTED;
     }
@@ -117,6 +134,30 @@ PlayRun::Outcome PlayRun::look() {
         return Outcome::FINISHED;
     }
     return Outcome::GO_ON;
+}
+
+bool PlayRun::outputsOpened(const PictureOutput::Figures& figures) const {
+    return figures.frames > 0 || mSound.heard();
+}
+
+// What keeps the outputs shut: the player opens them once picture and sound have both come.
+std::string PlayRun::missingStream() const {
+    if (mSelection.audioPid == 0) {
+        return "the service has no sound";
+    }
+    if (mSelection.videoPid == 0) {
+        return "the service has no picture";
+    }
+    if (mSession->framesTimed() == 0) {
+        return "no picture can be decoded from PID " + std::to_string(mSelection.videoPid);
+    }
+    return "no sound can be decoded from PID " + std::to_string(mSelection.audioPid);
+}
+
+void PlayRun::hint(const std::string& reason) {
+    mHinted = true;
+    mStatus.clear();
+    fprintf(stderr, "orvplay: %s; playback begins 17 s after the start\n", reason.c_str());
 }
 
 // A scrambled picture stops the player's video. Bit errors look the same: after a stretch of good
@@ -191,7 +232,7 @@ int PlayRun::finish() {
         fprintf(stderr, "orvplay: the player did not stop cleanly (code %d)\n", status);
         mFailure = EXIT_PLAYBACK;
     }
-    const bool anythingTimed = mSession->framesTimed() > 0;
+    const std::string missing = missingStream();
     mSession = nullptr;  // no event comes after this: the summary is the last line
     mPictures->stop();
     const PictureOutput::Figures figures = mPictures->figures();
@@ -209,11 +250,9 @@ int PlayRun::finish() {
     if (mOutcome == Outcome::INTERRUPTED) {
         return EXIT_INTERRUPTED;
     }
-    if (mSourceEndNs != 0 && figures.frames == 0 && !anythingTimed && mSound.frames() == 0) {
-        return fail(EXIT_NO_DATA, mOptions.source +
-                                      ": it ended before anything could be shown or heard; see: "
-                                      "orvplay probe " +
-                                      mOptions.source);
+    if (mSourceEndNs != 0 && !outputsOpened(figures)) {
+        return fail(EXIT_NO_DATA, mOptions.source + ": ended before playback began: " + missing +
+                                      "; see: orvplay probe " + mOptions.source);
     }
     return mFailure != EXIT_OK ? mFailure : stillSaved ? EXIT_OK : EXIT_FAILED;
 }

@@ -30,6 +30,7 @@ private:
     enum class Outcome { GO_ON, FINISHED, INTERRUPTED, FAILED };
 
     bool openOutputs();
+    std::string whyNotOpened(int status) const;
     int open();
     int start();
     void watch();
@@ -38,6 +39,9 @@ private:
     bool sourceDrained(int64_t nowNs);
     void reportFirstPicture(const PictureOutput::Figures& figures);
     void updateStatus(const PictureOutput::Figures& figures);
+    bool outputsOpened(const PictureOutput::Figures& figures) const;
+    std::string missingStream() const;
+    void hint(const std::string& reason);
     int finish();
     bool saveStill();
     int fail(ExitCode code, const std::string& message);
@@ -56,6 +60,7 @@ private:
     Outcome mOutcome = Outcome::GO_ON;
     ExitCode mFailure = EXIT_OK;
     bool mFirstPictureReported = false;
+    bool mHinted = false;        // the user was told why nothing is shown
     int64_t mSourceEndNs = 0;    // when the end of the source was noticed
     int64_t mLastRestartNs = 0;  // of the player, after it gave up on a scrambled stream
     uint64_t mFramesAtRestart = 0;

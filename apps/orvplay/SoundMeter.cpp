@@ -43,6 +43,7 @@ void SoundMeter::onBlock(const orvhost::PlaybackBlock& block) {
         mDetector->reset();
         return;
     }
+    mHeard = true;
     // Samples may stand at any address; the detector wants them aligned.
     std::vector<int16_t> samples(block.frameCount * block.channelCount);
     memcpy(samples.data(), block.pPcm, samples.size() * sizeof samples[0]);

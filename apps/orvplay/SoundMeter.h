@@ -18,6 +18,8 @@ public:
     ~SoundMeter() override;
 
     uint64_t frames() const { return mFrames; }
+    // Something was played while the output was not muted.
+    bool heard() const { return mHeard; }
 
     // A block of sound whose time stamp is `earlyMs` ahead of the sound clock is about to be
     // written. Render thread.
@@ -30,6 +32,7 @@ public:
 private:
     SyncMeter& mSync;
     std::atomic<uint64_t> mFrames{0};
+    std::atomic<bool> mHeard{false};
     std::atomic<double> mOutputLatencyMs{0.0};  // from a write into an empty track to the ear
     std::mutex mLock;                           // the three below: one track writes, any flushes
     std::unique_ptr<orvtest::BeepDetector> mDetector;
