@@ -50,9 +50,23 @@ Bytes scrambled(Bytes bytes) {
 // The ring holds one PES at a time: the parser waits for its reader again and again.
 TEST_F(TSParserThreadTest, WaitsForItsReader) {
     make(PID_TYPE_VIDEO, 4096);
+    TraceCapture trace;
     ASSERT_EQ(mParser->start(), 0);
     push(manyPES(9, 3000));
-    ASSERT_TRUE(within(LIMIT_MS, [&] { return mOutput->getDataSize() != 0; }));
+    // The first takes 3056 bytes; of the second five packets fit beside it.
+    Lines lines;
+    EXPECT_TRUE(within(LIMIT_MS, [&] {
+        const Lines more = trace.take();
+        lines.insert(lines.end(), more.begin(), more.end());
+        return lines.size() >= 3;
+    }));
+    lines.resize(3);
+    EXPECT_EQ(
+        lines,
+        (Lines{"threadLoop - output RB is full; waiting for free space. payload size = 184 "
+               "type = 1",
+               "threadLoop - lack of buffer...remained ringbuffer (1040), request size = 1144",
+               "threadLoop - waiting for free space in PES ring buffer (184)"}));
     EXPECT_TRUE(await(8));
     EXPECT_EQ(names(), "abcdefgh");
     EXPECT_TRUE(within(LIMIT_MS, [&] { return mInput->getDataSize() == 0; }));

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <map>
 #include <string>
@@ -178,8 +179,14 @@ TEST_F(TSReceiverTest, OnlyWholePacketsAreCommitted) {
     mDemux.feed(VIDEO, packets(3, 'X'));
     EXPECT_TRUE(await([&] { return mDemux.waiting(VIDEO) == 0; }));
     mDemux.lieAboutReads(-188);
+    orvtest::TraceCapture trace;
     mDemux.feed(VIDEO, packets(1, 'Y'));
-    EXPECT_TRUE(await([&] { return mDemux.waiting(VIDEO) == 0; }));
+    EXPECT_TRUE(await([&] {
+        const Lines lines = trace.take();
+        return std::any_of(lines.begin(), lines.end(), [](const std::string& line) {
+            return line.starts_with("threadLoop - DemuxBinder_ReadData returned 0; DmxHandle = ");
+        });
+    }));
     mDemux.lieAboutReads(0);
     mDemux.feed(VIDEO, packets(3, 'W'));
     EXPECT_EQ(take(1, 3), "WWW");
