@@ -8,6 +8,7 @@ namespace {
 
 constexpr unsigned kAotSbr = 5;
 constexpr unsigned kAotPs = 29;
+constexpr unsigned kAotErTwinVq = 21;
 constexpr unsigned kAotErBsac = 22;
 constexpr unsigned kAotErLd = 23;
 constexpr unsigned kFrequencyWrittenOut = 15;
@@ -33,6 +34,10 @@ bool isGeneralAudio(unsigned type) {
 
 bool isErrorResilient(unsigned type) {
     return type >= 17;
+}
+
+bool hasResilienceFlags(unsigned type) {
+    return isErrorResilient(type) && type != kAotErTwinVq && type != kAotErBsac;
 }
 
 bool isScalable(unsigned type) {
@@ -61,8 +66,8 @@ AacParse parseGeneralAudio(AacBitReader& reader, CSAudioSpecificConfig* config) 
         if (config->m_aot == kAotErBsac) {
             reader.skip(5 + 11);  // numOfSubFrame, layer_length
         }
-        if (isErrorResilient(config->m_aot) && config->m_aot != kAotErBsac) {
-            reader.skip(3);  // the three resilience flags
+        if (hasResilienceFlags(config->m_aot)) {
+            reader.skip(3);
         }
         reader.skip(1);  // extensionFlag3
     }

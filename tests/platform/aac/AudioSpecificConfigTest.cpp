@@ -57,6 +57,7 @@ std::vector<Case> cases() {
     const BitWriter hePs =
         BitWriter().put(29, 5).put(6, 4).put(1, 4).put(15, 4).put(50000, 24).put(2, 5).put(0, 3);
     const BitWriter erLc = BitWriter().put(17, 5).put(3, 4).put(2, 4).put(1, 3).put(0, 3 + 1 + 2);
+    const BitWriter erTwinVq = BitWriter().put(21, 5).put(3, 4).put(2, 4).put(1, 3).put(0, 1 + 2);
     const BitWriter erLd = BitWriter().put(23, 5).put(3, 4).put(2, 4).put(4, 3).put(0, 2);
     return {
         {"aac-lc", plainAsc(), core(2, 3, 48000, 2, 2)},
@@ -69,6 +70,7 @@ std::vector<Case> cases() {
         {"explicit sbr", he, withSbr(core(2, 6, 24000, 2, 2), 3, 48000)},
         {"explicit ps, written", hePs, withSbr(core(2, 6, 24000, 1, 1), 15, 50000, true)},
         {"er lc with resilience flags", erLc, core(17, 3, 48000, 2, 2)},
+        {"er twinvq has none", erTwinVq, core(21, 3, 48000, 2, 2)},
         {"er ld", erLd, core(23, 3, 48000, 2, 2, 480)},
     };
 }
