@@ -45,6 +45,10 @@ public:
     // wrong.
     virtual size_t frameSize(const uint8_t* header) const = 0;
 
+    // False for a frame that builds on an earlier one which never came: its place can be told, its
+    // contents cannot.
+    virtual bool isReadable(const uint8_t* /*frame*/) const { return true; }
+
     // Reads a whole frame. On Ok the units and the configuration stand; otherwise everything kept
     // from earlier frames is as before.
     virtual AacParse parse(const uint8_t* frame, size_t size) = 0;

@@ -51,7 +51,15 @@ size_t LoasFraming::frameSize(const uint8_t* header) const {
     return length == 0 ? 0 : kHeaderBytes + length;
 }
 
+bool LoasFraming::isReadable(const uint8_t* frame) const {
+    const bool useSameStreamMux = (frame[kHeaderBytes] & 0x80) != 0;
+    return mMux.isKnown || !useSameStreamMux;
+}
+
 AacParse LoasFraming::parse(const uint8_t* frame, size_t size) {
+    if (!isReadable(frame)) {
+        return AacParse::Breach;
+    }
     AacBitReader reader(frame, 8 * kHeaderBytes, 8 * size);
     StreamMux mux = mMux;
     if (reader.read(1) == 0) {  // useSameStreamMux
@@ -59,8 +67,6 @@ AacParse LoasFraming::parse(const uint8_t* frame, size_t size) {
         if (result != AacParse::Ok) {
             return result;
         }
-    } else if (!mux.isKnown) {
-        return AacParse::Breach;
     }
 
     mUnitCount = 0;

@@ -20,6 +20,7 @@ public:
     bool startsFrame(const uint8_t* data, size_t size) const override;
     bool follows(const uint8_t* frame, const uint8_t* next, size_t size) const override;
     size_t frameSize(const uint8_t* header) const override;
+    bool isReadable(const uint8_t* frame) const override;
     AacParse parse(const uint8_t* frame, size_t size) override;
     bool fillsFrame() const override { return mFillsFrame; }
     const uint8_t* unitBytes(const uint8_t* frame) const override;

@@ -18,7 +18,8 @@ struct FDK_BITSTREAM : orvhost::AacBitReader {
 // if another one follows it, as far as the bytes to tell are there: a stream of single frames
 // loses nothing by that, and chance matches in other data seldom pass. While the end of a frame
 // has not arrived, a chain of frames behind its start shows that its length is wrong: waiting for
-// 8 KiB that it never had would cost a second of low-rate sound.
+// 8 KiB that it never had would cost a second of low-rate sound. Sync begins with a frame that can
+// be read: those in front of a stream's first configuration are passed over together.
 struct TRANSPORTDEC {
 public:
     explicit TRANSPORTDEC(std::unique_ptr<orvhost::AacFraming> framing)
@@ -149,6 +150,7 @@ TRANSPORTDEC_ERROR TRANSPORTDEC::followFrame() {
 // Out of sync.
 TRANSPORTDEC_ERROR TRANSPORTDEC::searchFrame() {
     const size_t from = mBegin;
+    bool passedOver = false;
     while (mBegin < mEnd) {
         const void* found = memchr(front(), mFraming->syncByte(), available());
         if (found == nullptr) {
@@ -168,10 +170,17 @@ TRANSPORTDEC_ERROR TRANSPORTDEC::searchFrame() {
             return result;
         }
         const size_t behind = available() - mFrameSize;
-        if (behind == 0 || mFraming->follows(front(), front() + mFrameSize, behind)) {
-            return TRANSPORTDEC_OK;
+        if (behind != 0 && !mFraming->follows(front(), front() + mFrameSize, behind)) {
+            mBegin++;
+            continue;
         }
-        mBegin++;
+        if (mFraming->isReadable(front())) {
+            return passedOver ? TRANSPORTDEC_SYNC_ERROR : TRANSPORTDEC_OK;
+        }
+        // Up to a readable one at one go: a caller that feeds a packet per error would fall behind
+        // by all the others in it.
+        mBegin += mFrameSize;
+        passedOver = true;
     }
     return mBegin != from ? TRANSPORTDEC_SYNC_ERROR : TRANSPORTDEC_NOT_ENOUGH_BITS;
 }

@@ -182,6 +182,23 @@ TEST_F(AACMediaExtractorTest, KeepsTheFirstConfiguration) {
                                     unitAt(aacUnit(2, 50), kT), configAt(config, kT)));
 }
 
+// Tuned in behind a configuration that comes every 60 frames only, 4 frames in a packet: the next
+// one is understood with its own packet, long before the framing would be doubted.
+TEST_F(AACMediaExtractorTest, StartsAtTheFirstConfigurationOfTheStream) {
+    open(AACMediaExtractor::LOAS);
+    for (unsigned packet = 0; packet < 17; packet++) {
+        Bytes payload;
+        for (unsigned i = 4 * packet; i < 4 * packet + 4; i++) {
+            payload = payload + kLoas.frame({aacUnit(i, 50)}, i % 60 == 59);
+        }
+        feed(kT + 4 * packet * kFrame, payload);
+    }
+    ASSERT_EQ(mUnits.size(), 9u);
+    EXPECT_EQ(mUnits[0].bytes, kStereo48) << "in place of unit 59";
+    EXPECT_EQ(mUnits[1].bytes, aacUnit(60, 50));
+    EXPECT_EQ(mUnits.back().bytes, aacUnit(67, 50));
+}
+
 TEST_F(AACMediaExtractorTest, LosesOnlyTheDamagedUnitAndTakesTheNextPESTime) {
     Bytes damaged = kLoas.frame({aacUnit(2, 60)});
     damaged[8] ^= 0x04;  // the unit's length

@@ -24,9 +24,8 @@ enum TRANSPORT_TYPE {
 };
 
 enum TPDEC_PARAM {
-    // Whether frames are given out without waiting for the buffer fullness that they announce. It
-    // is
-    // always so here: the parameter is accepted and changes nothing.
+    // Whether frames are given out without waiting for the buffer fullness that they announce.
+    // Always so here: the parameter is accepted and changes nothing.
     TPDEC_PARAM_IGNORE_BUFFERFULLNESS = 4,
 };
 

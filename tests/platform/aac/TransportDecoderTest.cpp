@@ -327,6 +327,21 @@ TEST(LoasTransportTest, RefusesOtherLayoutsAndSkipsTheirFrames) {
     }
 }
 
+// A receiver that tunes in between two configurations: one error for all frames up to the next one.
+TEST(LoasTransportTest, PassesOverWhatNeedsAnEarlierConfiguration) {
+    const LoasMux mux;
+    Bytes stream;
+    for (unsigned i = 0; i < 30; i++) {
+        stream = stream + mux.frame({aacUnit(i, 30)}, i == 20);
+    }
+    Receiver receiver(TT_MP4_LOAS);
+    receiver.feed(stream);
+    EXPECT_THAT(receiver.errors, ElementsAre(TRANSPORTDEC_SYNC_ERROR));
+    ASSERT_EQ(receiver.units.size(), 10u);
+    EXPECT_EQ(receiver.units.front(), aacUnit(20, 30));
+    EXPECT_EQ(receiver.units.back(), aacUnit(29, 30));
+}
+
 TEST(LoasTransportTest, DamageInsideAFrameCostsThatFrameAlone) {
     const LoasMux mux;
     Bytes damaged = mux.frame({aacUnit(2, 30)});
