@@ -29,7 +29,8 @@ public:
 
     explicit MediaExtractor(const android::sp<RingBuffer>& ringBuffer);
 
-    // Copies the next unit to `out`, at most `capacity` bytes of it, with its time in 90 kHz ticks.
+    // Copies the next unit to `out`, which takes `capacity` bytes, and gives its time in 90 kHz
+    // ticks.
     // May wait 100 ms for input. `*pts` is written only with a unit, `*size` and `*flags` always.
     virtual int getDecodableUnit(void* out, unsigned long capacity, unsigned long* size,
                                  long long* pts, unsigned char* flags) = 0;
