@@ -33,7 +33,9 @@ public:
     int getDecodableUnit(void* out, unsigned long capacity, unsigned long* size, long long* pts,
                          unsigned char* flags) override;
 
-    // The next unit is a configuration again. The framing and what waits in it stay.
+    // The next unit is a configuration again. The framing and what waits in it stay: the units of
+    // before come first, and the record met with them is passed over unread. See
+    // AACMediaExtractorTest.ResetForgetsTheRecordAndRepeatsTheConfiguration.
     void reset() override;
 
 protected:

@@ -22,8 +22,9 @@ namespace OrvPlayer {
 // there are some, give the frame duration; slices do not count before that is known. The first
 // unit of a PES has the PES's time, each further one a frame duration more.
 //
-// Streams without delimiters give no unit to begin with. After 31 payloads like that every first
-// slice of a picture starts a unit, for good.
+// Payloads without a delimiter or SPS give no unit to begin with. After 31 in a row like that every
+// first slice of a picture starts a unit, for good. A stream without delimiters whose SPS come more
+// often never gets there: of it only the pictures behind an SPS are given out.
 //
 // The pipeline's input ring buffer stays locked for reading while a PES is being cut. Unit bytes
 // are copied once, into the caller's buffer.

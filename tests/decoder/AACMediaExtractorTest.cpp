@@ -244,8 +244,8 @@ TEST_F(AACMediaExtractorTest, HoldsTheReadLockOnlyWhileUnitsCome) {
     EXPECT_EQ(mUnits.size(), 2u);
 }
 
-// A reset while a record is held leaves it unread: it is fed once more, behind what the framing
-// still has of it.
+// A reset while a record is held leaves it unread. The framing still has units of it: they come
+// first, stamped on from the time reached, and the record met next is used up without being fed.
 TEST_F(AACMediaExtractorTest, ResetForgetsTheRecordAndRepeatsTheConfiguration) {
     open(AACMediaExtractor::ADTS);
     Bytes payload;
