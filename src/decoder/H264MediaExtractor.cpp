@@ -149,6 +149,8 @@ void H264MediaExtractor::examineSPS(uint32_t size, unsigned char* flags) {
 }
 
 bool H264MediaExtractor::readSliceHeader(SliceHeader* header) const {
+    // Deliberate: with its emulation prevention bytes. See
+    // H264MediaExtractorTest.SliceHeadersAreReadAsTheyStand.
     const NALBytes unit = bytesBehindHeader(0);
     RBSPReader reader(unit.data, unit.available);
     header->firstMb = reader.parseUEGolomb();

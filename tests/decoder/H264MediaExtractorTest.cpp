@@ -141,6 +141,18 @@ TEST_F(H264MediaExtractorTest, FieldPictures) {
     EXPECT_THAT(mDurations.told, ElementsAre(3003)) << "twice a frame's";
 }
 
+// Deliberate: emulation prevention stays in slice headers. Here its byte stands where the flag of
+// field pictures is looked for, and turns it on.
+TEST_F(H264MediaExtractorTest, SliceHeadersAreReadAsTheyStand) {
+    SpsFields fields;
+    fields.frameMbsOnly = false;
+    fields.frameNumCode = 12;
+    const Bytes header = Bits().ue(0).ue(7).ue(127).u(16, 0).u(1, 0).u(8, 0).trailing().bytes();
+    EXPECT_NE(escaped(header), header);
+    feed(0, aud() + sps(fields) + nal(1, header));
+    EXPECT_THAT(mDurations.told, ElementsAre(3003));
+}
+
 struct DurationCase {
     Timing timing;
     int picStruct;  // -1: none in the stream
