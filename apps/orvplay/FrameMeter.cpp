@@ -1,5 +1,6 @@
 #include "FrameMeter.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace orvplay {
@@ -29,6 +30,10 @@ void FrameMeter::onFrame(int64_t ptsNs, int64_t arrivalNs, std::optional<uint32_
         mLastMs = 0.0;
         mAnchored = true;
     }
+    if (mLastArrivalNs != 0) {
+        mLongestGapNs = std::max(mLongestGapNs, arrivalNs - mLastArrivalNs);
+    }
+    mLastArrivalNs = arrivalNs;
     mLastPts90k = pts90k;
     mJitter.add(mLastMs);
     if (frameNumber.has_value()) {

@@ -31,6 +31,8 @@ public:
     const FrameNumbers& numbers() const { return mNumbers; }
     // Jitter of the last picture.
     double lastMs() const { return mLastMs; }
+    // The longest time that a picture stood, whatever the reason.
+    int64_t longestGapNs() const { return mLongestGapNs; }
 
 private:
     void countNumber(uint32_t number);
@@ -39,6 +41,8 @@ private:
     FrameNumbers mNumbers;
     bool mAnchored = false;
     int64_t mExpectedNs = 0;  // arrival of the previous picture by its PTS
+    int64_t mLastArrivalNs = 0;
+    int64_t mLongestGapNs = 0;
     uint64_t mLastPts90k = 0;
     double mLastMs = 0.0;
 };

@@ -125,6 +125,7 @@ PictureOutput::Figures PictureOutput::figures() const {
     figures.jitterP50Ms = mMeter.jitter().quantileMs(0.50);
     figures.jitterP99Ms = mMeter.jitter().quantileMs(0.99);
     figures.jitterMaxMs = mMeter.jitter().maxMs();
+    figures.longestGapMs = static_cast<double>(mMeter.longestGapNs()) * 1e-6;
     figures.numbers = mMeter.numbers();
     return figures;
 }

@@ -30,6 +30,7 @@ public:
         double jitterP50Ms = 0.0;
         double jitterP99Ms = 0.0;
         double jitterMaxMs = 0.0;
+        double longestGapMs = 0.0;  // between two pictures
         FrameNumbers numbers;
     };
 

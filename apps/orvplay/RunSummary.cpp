@@ -80,6 +80,7 @@ nlohmann::ordered_json RunSummary::toJson(const PictureOutput::Figures& pictures
                                : nlohmann::ordered_json(nullptr);
     line["frameJitterMs"] =
         quantiles(pictures.jitterP50Ms, pictures.jitterP99Ms, pictures.jitterMaxMs);
+    line["longestGapMs"] = toDecimals(pictures.longestGapMs, 0);
     line["avSkewMs"] = quantiles(skew.quantileMs(0.50), skew.quantileMs(0.99), skew.maxMs());
     line["avSkewMs"]["mean"] = toDecimals(skew.meanMs(), 1);
     line["avSkewMs"]["count"] = skew.count();
