@@ -1,0 +1,71 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+namespace orvtest {
+
+// What became of a program that was run.
+struct ProgramResult {
+    int exitCode = -1;  // -1: it died of a signal or had to be killed
+    bool timedOut = false;
+    double seconds = 0.0;
+    std::string out;
+    std::string err;
+
+    size_t errLines() const;
+    // The JSON lines of standard output; a line that is none fails the test.
+    std::vector<nlohmann::json> events() const;
+    // The last line, when it is the summary; else an empty object.
+    nlohmann::json summary() const;
+};
+
+// The player's program, run as a user runs it. Standard output and error are pipes; standard input
+// is empty unless another descriptor is given.
+//
+//   Program program({"play", file, "--headless"});
+//   ASSERT_TRUE(program.waitForOutput("onStartVideoTask", 10));
+//   program.signal(SIGINT);
+//   EXPECT_EQ(program.finish(2).exitCode, 130);
+//
+// Whatever happens, no process is left behind. Different objects may be used by different threads.
+class Program {
+public:
+    explicit Program(const std::vector<std::string>& arguments, int stdinFd = -1,
+                     const std::vector<std::string>& environment = {});
+    ~Program();
+    Program(const Program&) = delete;  // owns a process
+    Program& operator=(const Program&) = delete;
+
+    // Whether `text` comes on standard output within so many seconds.
+    bool waitForOutput(const std::string& text, double seconds);
+    void signal(int number);
+    // As a reader that has seen enough.
+    void closeOutput();
+    // Waits for the end, so many seconds at most; then the program is killed.
+    ProgramResult finish(double seconds);
+
+private:
+    bool readMore(double seconds);
+    void reap(bool kill);
+
+    pid_t mPid = -1;
+    int mOutFd = -1;
+    int mErrFd = -1;
+    double mBegin = 0.0;
+    ProgramResult mResult;
+};
+
+ProgramResult runProgram(const std::vector<std::string>& arguments, double seconds = 30);
+
+// Under a sanitizer everything takes several times as long, and figures of time say little.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+inline constexpr bool SANITIZED = true;
+#else
+inline constexpr bool SANITIZED = false;
+#endif
+
+}  // namespace orvtest

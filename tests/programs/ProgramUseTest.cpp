@@ -1,0 +1,183 @@
+// Right and wrong use of the program, and how it ends.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "programs/Program.h"
+#include "support/TempFile.h"
+
+namespace orvtest {
+namespace {
+
+const std::string SMALL = ORV_SAMPLES_DIR "/small.ts";
+constexpr double PATIENCE_S = 20;
+
+// Garbage without a sync byte.
+std::vector<uint8_t> garbage() {
+    return std::vector<uint8_t>(100'000, 0x55);
+}
+
+TEST(ProgramUseTest, WrongUseIsToldInOneLineAtOnce) {
+    const TempFile empty({});
+    const TempFile noise(garbage());
+    struct {
+        std::vector<std::string> arguments;
+        int exitCode;
+        const char* message;
+    } const cases[] = {
+        {{}, 2, "subcommand"},
+        {{"play"}, 2, "SOURCE"},
+        {{"watch"}, 2, ""},
+        {{"play", SMALL, "--video-pid", "99999"}, 2, "--video-pid"},
+        {{"play", SMALL, "--duration", "-1"}, 2, "--duration"},
+        {{"play", "/no/such.ts"}, 4, "/no/such.ts"},
+        {{"play", "/tmp"}, 4, "directory"},
+        {{"play", empty.path()}, 4, "empty"},
+        {{"play", noise.path()}, 5, "not an MPEG transport stream"},
+        {{"play", SMALL, "--service", "9"}, 8, "51200 \"ORV HD\", 51224 \"ORV 1SEG\""},
+        {{"play", SMALL, "--video-pid", "77"}, 8, "273, 274"},
+        {{"play", std::string(ORV_SAMPLES_DIR) + "/small-mpeg.ts"}, 6, "--audio-pid 0"},
+        {{"probe", "/no/such.ts"}, 4, "/no/such.ts"},
+        {{"probe", noise.path()}, 5, "not an MPEG transport stream"},
+    };
+    for (const auto& test : cases) {
+        SCOPED_TRACE(test.message);
+        std::vector<std::string> arguments = test.arguments;
+        if (!arguments.empty() && arguments[0] == "play" && arguments.size() > 1) {
+            arguments.emplace_back("--headless");
+        }
+        const ProgramResult result = Program(arguments, -1, {"ORV_TRACE=off"}).finish(PATIENCE_S);
+        EXPECT_EQ(result.exitCode, test.exitCode) << result.err;
+        EXPECT_NE(result.err.find(test.message), std::string::npos) << result.err;
+        EXPECT_EQ(result.out, "");
+        EXPECT_LT(result.seconds, 5);
+        if (test.exitCode != 2) {
+            EXPECT_EQ(result.errLines(), 1U) << result.err;
+        }
+    }
+}
+
+TEST(ProgramUseTest, SourcesWithoutDataEndAfterFiveSeconds) {
+    const std::string fifo = testing::TempDir() + "orv-" + std::to_string(getpid()) + ".fifo";
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    int silent[2];
+    ASSERT_EQ(pipe2(silent, O_CLOEXEC), 0);
+    Program nobodyWrites({"play", fifo, "--headless"});
+    Program nothingComes({"play", "-", "--headless"}, silent[0]);
+    for (Program* program : {&nobodyWrites, &nothingComes}) {
+        const ProgramResult result = program->finish(PATIENCE_S);
+        EXPECT_EQ(result.exitCode, 5);
+        EXPECT_NE(result.err.find("no data came"), std::string::npos) << result.err;
+        EXPECT_NEAR(result.seconds, 5, SANITIZED ? 5 : 1.5);
+    }
+    close(silent[0]);
+    close(silent[1]);
+    unlink(fifo.c_str());
+}
+
+TEST(ProgramUseTest, PlaysFromAPipe) {
+    const int file = open(SMALL.c_str(), O_RDONLY | O_CLOEXEC);
+    int pipeEnds[2];
+    ASSERT_EQ(pipe2(pipeEnds, O_CLOEXEC), 0);
+    std::thread cat([file, writeEnd = pipeEnds[1]] {
+        char bytes[4096];
+        for (ssize_t got = 0; (got = read(file, bytes, sizeof bytes)) > 0;) {
+            if (write(writeEnd, bytes, static_cast<size_t>(got)) != got) {
+                break;
+            }
+        }
+        close(writeEnd);
+    });
+    ::signal(SIGPIPE, SIG_IGN);
+    Program program({"play", "-", "--headless", "--json", "--duration", "2"}, pipeEnds[0]);
+    close(pipeEnds[0]);
+    const ProgramResult result = program.finish(PATIENCE_S);
+    cat.join();
+    close(file);
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_GT(result.summary().value("framesRendered", 0), SANITIZED ? 10 : 50);
+}
+
+// An interrupted run still has its summary; so has one that is interrupted before the first
+// picture.
+TEST(ProgramUseTest, AnInterruptEndsItWithASummary) {
+    for (const char* moment : {"startComplete", "onStartVideoTask"}) {
+        for (const int number : {SIGINT, SIGTERM}) {
+            SCOPED_TRACE(std::string(moment) + " " + strsignal(number));
+            Program program({"play", SMALL, "--headless", "--json"});
+            ASSERT_TRUE(program.waitForOutput(moment, PATIENCE_S));
+            program.signal(number);
+            const ProgramResult result = program.finish(SANITIZED ? 10 : 1);
+            EXPECT_FALSE(result.timedOut);
+            EXPECT_EQ(result.exitCode, 130) << result.err;
+            EXPECT_TRUE(result.summary().contains("framesRendered")) << result.out;
+        }
+    }
+}
+
+// As with `| head -1`.
+TEST(ProgramUseTest, AReaderThatLeavesEndsIt) {
+    Program program({"play", SMALL, "--headless", "--json"});
+    ASSERT_TRUE(program.waitForOutput("\n", PATIENCE_S));
+    program.closeOutput();
+    const ProgramResult result = program.finish(PATIENCE_S);
+    EXPECT_FALSE(result.timedOut);
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_LT(result.seconds, SANITIZED ? 20 : 5);
+}
+
+TEST(ProgramUseTest, SavesAStillOrSaysWhyNot) {
+    const std::string path = testing::TempDir() + "orv-" + std::to_string(getpid()) + ".png";
+    const std::vector<std::string> play = {"play",       SMALL, "--headless",
+                                           "--duration", "0.5", "--snapshot"};
+    auto arguments = play;
+    arguments.push_back(path);
+    Program good(arguments);
+    arguments = play;
+    arguments.emplace_back("/no/such/folder/still.png");
+    Program bad(arguments);
+
+    const ProgramResult saved = good.finish(PATIENCE_S);
+    EXPECT_EQ(saved.exitCode, 0) << saved.err;
+    EXPECT_NE(saved.out.find(path), std::string::npos) << saved.out;
+    EXPECT_EQ(access(path.c_str(), R_OK), 0);
+    unlink(path.c_str());
+
+    const ProgramResult failed = bad.finish(PATIENCE_S);
+    EXPECT_EQ(failed.exitCode, 1);
+    EXPECT_EQ(failed.errLines(), 1U) << failed.err;
+    EXPECT_NE(failed.err.find("/no/such/folder/still.png"), std::string::npos) << failed.err;
+}
+
+TEST(ProgramUseTest, ProbeListsWhatIsThere) {
+    const ProgramResult text = runProgram({"probe", SMALL}, PATIENCE_S);
+    EXPECT_EQ(text.exitCode, 0) << text.err;
+    for (const char* part :
+         {"Network: ORV Network", "Service 51200: ORV HD", "PCR PID 511", "type 0x11",
+          "AAC audio (LATM)", "por", "0 continuity errors", "orvplay play", "--service 51224"}) {
+        EXPECT_NE(text.out.find(part), std::string::npos) << part << " in\n" << text.out;
+    }
+
+    const ProgramResult json = runProgram({"probe", SMALL, "--json"}, PATIENCE_S);
+    EXPECT_EQ(json.exitCode, 0) << json.err;
+    const std::vector<nlohmann::json> events = json.events();
+    ASSERT_EQ(events.size(), 3U);
+    EXPECT_EQ(events[0]["name"], "ORV HD");
+    EXPECT_EQ(events[0]["streams"][0]["pid"], 273);
+    EXPECT_EQ(events[0]["streams"][1]["language"], "por");
+    EXPECT_LE(events[0]["pcrIntervalMaxMs"], 30);
+    EXPECT_EQ(events[1]["serviceId"], 51224);
+    EXPECT_EQ(events[2]["event"], "summary");
+    EXPECT_EQ(events[2]["continuityErrors"], 0);
+    EXPECT_EQ(events[2]["bytes"], events[2]["packets"].get<uint64_t>() * 188);
+}
+
+}  // namespace
+}  // namespace orvtest
