@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 #include <malloc.h>
 
+#include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <functional>
 #include <memory>
 #include <thread>
@@ -59,6 +61,7 @@ struct Usage {
 class SessionCyclesTest : public testing::TestWithParam<bool> {
 protected:
     void SetUp() override {
+        setenv("ORV_TRACE", "error", 0);
         orvhost::setAudioOutput(orvhost::AudioOutput::SILENT);
         orvhost::TuneOptions tuning;
         tuning.loop = true;
@@ -124,9 +127,12 @@ TEST_P(SessionCyclesTest, LeaveNothingBehind) {
             settled = Usage::now();
         }
     }
+    // A thread that a timer made for one notification may still be on its way out, now or then.
+    EXPECT_TRUE(comesTrue([&] { return Usage::now().threads <= settled.threads; },
+                          std::chrono::seconds(10)))
+        << Usage::now().threads << " threads instead of " << settled.threads;
     const Usage last = Usage::now();
-    EXPECT_EQ(last.threads, settled.threads);
-    EXPECT_EQ(last.descriptors, settled.descriptors);
+    EXPECT_LE(last.descriptors, settled.descriptors);
     if (!SANITIZED) {
         EXPECT_LT(last.heapBytes, settled.heapBytes + HEAP_SLACK);
     }
