@@ -1,5 +1,6 @@
 #include "EventLog.h"
 
+#include <cerrno>
 #include <cmath>
 #include <cstdio>
 
@@ -31,7 +32,7 @@ void EventLog::writeLine(const nlohmann::ordered_json& line) {
         line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
     std::lock_guard<std::mutex> guard(mLock);
     if (fputs(text.c_str(), stdout) == EOF || fflush(stdout) != 0) {
-        mClosed = true;
+        mWriteError = errno;
     }
 }
 

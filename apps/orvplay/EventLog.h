@@ -25,13 +25,13 @@ public:
     void writeLine(const nlohmann::ordered_json& line);
 
     bool enabled() const { return mEnabled; }
-    // Whoever read standard output is gone.
-    bool closed() const { return mClosed; }
+    // Nothing more can be written: why, as an errno. EPIPE when whoever read it is gone.
+    int writeError() const { return mWriteError; }
 
 private:
     const bool mEnabled;
     std::atomic<int64_t> mBeginNs{0};
-    std::atomic<bool> mClosed{false};
+    std::atomic<int> mWriteError{0};
     std::mutex mLock;  // one line at a time
 };
 

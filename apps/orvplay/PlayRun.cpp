@@ -1,8 +1,10 @@
 #include "PlayRun.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <cstring>
 #include <thread>
 
 #include "Interrupt.h"
@@ -118,7 +120,7 @@ PlayRun::Outcome PlayRun::look() {
     if (Interrupt::requested()) {
         return Outcome::INTERRUPTED;
     }
-    if (mPictures->quitRequested() || mEvents.closed()) {
+    if (mPictures->quitRequested() || mEvents.writeError() != 0) {
         return Outcome::FINISHED;
     }
     const int64_t now = monotonicNs();
@@ -253,6 +255,10 @@ int PlayRun::finish() {
     if (mSourceEndNs != 0 && !outputsOpened(figures)) {
         return fail(EXIT_NO_DATA, mOptions.source + ": ended before playback began: " + missing +
                                       "; see: orvplay probe " + mOptions.source);
+    }
+    if (const int error = mEvents.writeError(); error != 0 && error != EPIPE) {
+        return fail(EXIT_FAILED,
+                    std::string("standard output cannot be written: ") + strerror(error));
     }
     return mFailure != EXIT_OK ? mFailure : stillSaved ? EXIT_OK : EXIT_FAILED;
 }
