@@ -20,7 +20,7 @@ constexpr int64_t TICKS_PER_SECOND = 90000;
 constexpr int64_t ERROR_PERIODS = 25;
 constexpr int CAPTURE_TRIES = 3;
 constexpr uint64_t BIT_32 = uint64_t{1} << 32;
-// Deliberate: one bit short of 33 and without the low four. See
+// Deliberate: without the low four bits. See
 // VideoRendererTest.SkipsForOneSecondWithoutIDR.
 constexpr uint64_t IDR_WAIT_MASK = 0x1FFFFFFF0;
 
