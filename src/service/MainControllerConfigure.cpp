@@ -78,8 +78,7 @@ bool MainController::configureVideo(Configuration& config, PIDMap& pids) {
                       "addOutput on TSReceiver (Video)", pids) &&
            done(mVideoParser->setInput(mVideoTS), "setInput on TSParser (Video)") &&
            done(mVideoParser->addOutput(mVideoPES, nullptr), "addOutput on TSParser (Video)") &&
-           // Deliberate: the PCR label here and for the audio parser. See
-           // MainControllerTest.ConfigurationFailuresNameTheirStep.
+           // Deliberate: the PCR label here and for the audio parser, too.
            done(mVideoParser->configure(mSynchronization), "configure on TSParser (PCR)") &&
            done(mVideoDecoder->setInput(mVideoPES), "setInput on VideoDecoder") &&
            done(mVideoDecoder->addOutput(mVideoRaw, nullptr), "addOutput on VideoDecoder") &&

@@ -1,0 +1,312 @@
+#include "service/MainController.h"
+
+#include <gtest/gtest.h>
+#include <sys/types.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <filesystem>
+#include <iterator>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/FakeAudio.h"
+#include "support/FakeDemux.h"
+#include "support/FakeTimers.h"
+#include "support/TraceCapture.h"
+#include "support/TsBuilder.h"
+#include "trace/OneSegPGL.h"
+
+namespace {
+
+std::atomic<int> gRegionsUntilFailure{-1};
+
+}  // namespace
+
+// The shared memory of ring buffers, which can be made to run out.
+extern "C" int __real_ashmem_create_region(const char* name, size_t size);
+extern "C" int __wrap_ashmem_create_region(const char* name, size_t size) {
+    if (gRegionsUntilFailure >= 0 && gRegionsUntilFailure-- == 0) {
+        errno = ENOMEM;
+        return -1;
+    }
+    return __real_ashmem_create_region(name, size);
+}
+
+namespace {
+
+using namespace OrvPlayer;
+using android::sp;
+using orvtest::FakeAudio;
+using orvtest::FakeDemux;
+using orvtest::FakeTimers;
+using Config = std::map<std::string, std::string>;
+using Started = std::vector<FakeDemux::Started>;
+using std::chrono::steady_clock;
+
+constexpr size_t PLAYBACK_TIMER = 1;  // the first is the audio renderer's
+constexpr std::chrono::seconds LIMIT{10};
+
+const Config LIVE{{"pcrPid", "256"}, {"videoPid", "273"}, {"audioPid", "274"}};
+
+size_t threads() {
+    std::filesystem::directory_iterator tasks("/proc/self/task");
+    return static_cast<size_t>(std::distance(begin(tasks), end(tasks)));
+}
+
+class MainControllerTest : public testing::Test {
+protected:
+    void SetUp() override {
+        OneSegPGL_InitializeDebug();
+        mDemux.reset();
+        mAudio.reset();
+        mAudio.open();
+        mTimers.reset();
+        mController = new MainController;
+    }
+    void TearDown() override {
+        mController = nullptr;
+        EXPECT_EQ(mDemux.running(), 0u);
+        EXPECT_EQ(mAudio.living(), 0u);
+    }
+
+    bool isTraced(const std::string& wanted) {
+        const std::vector<std::string> lines = mTrace.take();
+        return std::find(lines.begin(), lines.end(), wanted) != lines.end();
+    }
+
+    void renderBoth() {
+        mController->onFrameRendered(1920, 1080, 90000);
+        mController->onAudioRendered();
+    }
+
+    FakeDemux& mDemux = FakeDemux::instance();
+    FakeAudio& mAudio = FakeAudio::instance();
+    FakeTimers& mTimers = FakeTimers::instance();
+    orvtest::TraceCapture mTrace;
+    sp<MainController> mController;
+};
+
+TEST_F(MainControllerTest, ConfigurationFailuresNameTheirStep) {
+    EXPECT_EQ(mController->configure(LIVE), 0);
+    mTrace.take();
+    EXPECT_EQ(mController->configure(LIVE), 1);
+    EXPECT_TRUE(isTraced("configure: Error configuring PCRTS RingBuffer."));
+
+    const char* const regions[] = {"PCRTS",   "VideoTS",  "VideoPES", "VideoRaw",
+                                   "AudioTS", "AudioPES", "AudioRaw"};
+    for (int i = 0; i < static_cast<int>(std::size(regions)); ++i) {
+        SCOPED_TRACE(regions[i]);
+        mController = new MainController;
+        gRegionsUntilFailure = i;
+        mTrace.take();
+        EXPECT_EQ(mController->configure(LIVE), 1);
+        EXPECT_TRUE(
+            isTraced(std::string("configure: Error configuring ") + regions[i] + " RingBuffer."));
+    }
+    gRegionsUntilFailure = -1;
+
+    mController = new MainController;
+    mAudio.failTracks(-19);
+    EXPECT_EQ(mController->configure(LIVE), 1);
+    EXPECT_TRUE(isTraced("configure: Error configuring Audio Renderer."));
+}
+
+TEST_F(MainControllerTest, FiltersThePIDsThatNameAStream) {
+    const FakeDemux::Started pcr{256, DEMUX_FILTER_PCR}, video{273, DEMUX_FILTER_VIDEO},
+        audio{274, DEMUX_FILTER_PES};
+    struct Case {
+        Config config;
+        Started filters;
+    };
+    const Case cases[] = {
+        {LIVE, {pcr, video, audio}},
+        {{{"videoPid", "273"}, {"audioPid", "274"}}, {video, audio}},
+        {{{"pcrPid", "0"}, {"videoPid", "273"}}, {video}},
+        {{{"pcrPid", "8191"}, {"audioPid", "274"}}, {audio}},
+        {{{"pcrPid", "73727"}, {"videoPid", "65809"}}, {video}},  // modulo 65536
+        {{{"videoPid", "273"}, {"IsLATMAudio", "1"}, {"isMPEG2Audio", "1"}}, {video}},
+    };
+    for (const Case& wanted : cases) {
+        SCOPED_TRACE(testing::PrintToString(wanted.config));
+        mController = new MainController;
+        mDemux.reset();
+        EXPECT_EQ(mController->configure(wanted.config), 0);
+        EXPECT_EQ(mController->start(), 0);
+        EXPECT_EQ(mDemux.started(), wanted.filters);
+        EXPECT_EQ(mController->stop(), 0);
+    }
+
+    mController = new MainController;
+    EXPECT_EQ(mController->configure({}), 0);
+    mTrace.take();
+    EXPECT_EQ(mController->start(), 0x11002);
+    EXPECT_TRUE(isTraced("start: Error starting module TS Receiver"));
+}
+
+TEST_F(MainControllerTest, ChangesTheAudioPIDWhilePlaying) {
+    EXPECT_EQ(mController->setAudioPID(275), 1);
+    ASSERT_EQ(mController->configure(LIVE), 0);
+    ASSERT_EQ(mController->start(), 0);
+    EXPECT_EQ(mController->setAudioPID(275), 0);
+    EXPECT_EQ(mDemux.started().back(), (FakeDemux::Started{275, DEMUX_FILTER_PES}));
+    EXPECT_EQ(mController->setAudioPID(276), 0);  // from the one set before
+    mDemux.refuse(277);
+    EXPECT_EQ(mController->setAudioPID(277), 1);
+}
+
+TEST_F(MainControllerTest, DumpsTheWholePipeline) {
+    ASSERT_EQ(mController->configure(LIVE), 0);
+    const android::Vector<android::String16> none;
+    EXPECT_EQ(mController->dump(nullptr, none, 1), 0);
+    char* text = nullptr;
+    size_t size = 0;
+    FILE* memory = open_memstream(&text, &size);
+    EXPECT_EQ(mController->dump(memory, none, 1), 0);
+    fclose(memory);
+    const std::string report(text);
+    free(text);
+    const char* const parts[] = {
+        "\tMainControler:\n\t+ Ring Buffers:\n",
+        "\t\t\t - RingBuffer PCRTS\n",
+        "\t\t\t - RingBuffer VideoTS\n",
+        "\t\t\t - RingBuffer VideoPES\n",
+        "\t\t\t - RingBuffer VideoRaw\n",
+        "\t\t\t - RingBuffer AudioTS\n",
+        "\t\t\t - RingBuffer AudioPES\n",
+        "\t\t\t - RingBuffer AudioRaw\n",
+        "\n\t+ Modules:\n\t\t\t - Module Name: TS Receiver\n",
+        "\t\t\t - Module Name: VideoRenderer\n",
+        "\t\t\t - Module Name: AudioRenderer\n",
+        "\n\t+ Synchronization:\n\t\t\t - Current PCR generated by: None\n",
+    };
+    size_t position = 0;
+    for (const char* part : parts) {
+        const size_t found = report.find(part, position);
+        ASSERT_NE(found, std::string::npos) << part;
+        position = found + 1;
+    }
+}
+
+// Nothing is heard until the first of both has been rendered.
+TEST_F(MainControllerTest, OpensTheOutputsTogether) {
+    ASSERT_EQ(mController->configure(LIVE), 0);
+    ASSERT_EQ(mController->start(), 0);
+    EXPECT_EQ(mTimers.armedFor(PLAYBACK_TIMER), 17);
+    mController->onFrameRendered(1920, 1080, 90000);
+    EXPECT_EQ(mAudio.volume(), 0.0f);
+    mController->onAudioRendered();
+    EXPECT_EQ(mAudio.volume(), 1.0f);
+    EXPECT_EQ(mTimers.armedFor(PLAYBACK_TIMER), std::nullopt);
+
+    EXPECT_EQ(mController->setAudioEnable(0), 0);
+    EXPECT_EQ(mAudio.volume(), 0.0f);
+    EXPECT_EQ(mController->stop(), 0);
+
+    // The next run begins shut again, and remembers that sound is off.
+    ASSERT_EQ(mController->start(), 0);
+    renderBoth();
+    EXPECT_EQ(mAudio.volume(), 0.0f);
+    EXPECT_EQ(mController->setAudioEnable(1), 0);
+    EXPECT_EQ(mAudio.volume(), 1.0f);
+}
+
+TEST_F(MainControllerTest, TheTimerOpensTheOutputsOnlyWhilePlaying) {
+    ASSERT_EQ(mController->configure(LIVE), 0);
+    ASSERT_EQ(mController->start(), 0);
+    mTimers.fire(PLAYBACK_TIMER);
+    EXPECT_EQ(mAudio.volume(), 1.0f);
+    EXPECT_TRUE(
+        isTraced("playbackTimerCallback: Playback timer timeout. Enabling audio and video."));
+    ASSERT_EQ(mController->stop(), 0);
+
+    ASSERT_EQ(mController->start(), 0);
+    mAudio.setVolume(0.25f);
+    ASSERT_EQ(mController->stop(), 0);
+    EXPECT_EQ(mTimers.armedFor(PLAYBACK_TIMER), std::nullopt);
+    mTimers.fire(PLAYBACK_TIMER);  // one that was on its way
+    EXPECT_EQ(mAudio.volume(), 0.25f);
+    mController = nullptr;
+    mTimers.fire(PLAYBACK_TIMER);  // and one that comes much too late
+    EXPECT_EQ(mAudio.volume(), 0.25f);
+}
+
+TEST_F(MainControllerTest, PlaysWithoutATimer) {
+    ASSERT_EQ(mController->configure(LIVE), 0);
+    mTimers.failSetting(EINVAL);
+    EXPECT_EQ(mController->start(), 0);
+    EXPECT_TRUE(isTraced("start: Error enabling playack timer (22)"));
+    renderBoth();
+    EXPECT_TRUE(isTraced("checkEnableOutputs: Error disabling playack timer (22)"));
+    EXPECT_EQ(mAudio.volume(), 1.0f);
+
+    mTimers.failCreation(EAGAIN);
+    sp<MainController> timeless = new MainController;
+    EXPECT_TRUE(isTraced("MainController: Error creating timer (11)"));
+    EXPECT_EQ(timeless->configure(LIVE), 0);
+    mDemux.reset();
+    EXPECT_EQ(timeless->start(), 0);
+    EXPECT_EQ(timeless->stop(), 0);
+}
+
+// A second stop ends at the first module that is not started and changes nothing.
+TEST_F(MainControllerTest, StopsTwiceAndStartsAgain) {
+    ASSERT_EQ(mController->configure(LIVE), 0);
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(mController->start(), 0);
+        EXPECT_EQ(mController->stop(), 0);
+        mTrace.take();
+        EXPECT_EQ(mController->stop(), 1);
+        EXPECT_TRUE(isTraced("stop: Error stopping module VideoDecoder"));
+    }
+}
+
+// Bytes that look like a broadcast, as far as the codecs.
+orvtest::Bytes broadcast(unsigned pid, uint8_t streamId, int pictures) {
+    orvtest::TsBuilder stream;
+    for (int i = 0; i < pictures; ++i) {
+        stream.pes(pid, streamId, 90'000 + i * 3003, orvtest::Bytes(3000, 0x21), i * 900'900);
+    }
+    return stream.build();
+}
+
+TEST_F(MainControllerTest, StopsQuicklyInTheMiddleOfAStreamAndLeavesNoThread) {
+    const orvtest::Bytes video = broadcast(273, 0xE0, 200);
+    const orvtest::Bytes audio = broadcast(274, 0xC0, 50);
+    size_t before = 0;
+    for (int round = 0; round < 5; ++round) {
+        mController = nullptr;
+        mDemux.reset();
+        if (round == 1) {
+            before = threads();  // what libraries keep is there after the first round
+        }
+        mController = new MainController;
+        ASSERT_EQ(mController->configure(LIVE), 0);
+        for (int run = 0; run < 2; ++run) {
+            ASSERT_EQ(mController->start(), 0);
+            mDemux.feed(273, video);
+            mDemux.feed(274, audio);
+            EXPECT_EQ(mController->pause(), 0);
+            EXPECT_EQ(mController->resume(), 0);
+            const auto end = steady_clock::now() + LIMIT;
+            while (mDemux.waiting(273) > video.size() / 2 && steady_clock::now() < end) {
+                std::this_thread::yield();
+            }
+            const auto stopping = steady_clock::now();
+            if (run == 0) {
+                EXPECT_EQ(mController->stop(), 0);
+            } else {
+                mController = nullptr;  // destroyed while it plays
+            }
+            const std::chrono::duration<double, std::milli> took = steady_clock::now() - stopping;
+            RecordProperty("StopMs", std::to_string(took.count()));
+            EXPECT_LT(took.count(), 2000);
+        }
+    }
+    EXPECT_EQ(threads(), before);
+}
+
+}  // namespace
