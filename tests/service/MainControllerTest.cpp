@@ -223,12 +223,12 @@ TEST_F(MainControllerTest, TheTimerOpensTheOutputsOnlyWhilePlaying) {
         isTraced("playbackTimerCallback: Playback timer timeout. Enabling audio and video."));
     ASSERT_EQ(mController->stop(), 0);
 
-    ASSERT_EQ(mController->start(), 0);
-    mAudio.setVolume(0.25f);
-    ASSERT_EQ(mController->stop(), 0);
     EXPECT_EQ(mTimers.armedFor(PLAYBACK_TIMER), std::nullopt);
     mTimers.fire(PLAYBACK_TIMER);  // one that was on its way
-    EXPECT_EQ(mAudio.volume(), 0.25f);
+    ASSERT_EQ(mController->start(), 0);
+    EXPECT_EQ(mAudio.volume(), 0.0f);
+    ASSERT_EQ(mController->stop(), 0);
+    mAudio.setVolume(0.25f);
     mController = nullptr;
     mTimers.fire(PLAYBACK_TIMER);  // and one that comes much too late
     EXPECT_EQ(mAudio.volume(), 0.25f);
