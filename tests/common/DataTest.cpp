@@ -25,35 +25,6 @@ private:
     Record* mRecord;
 };
 
-template <typename Record>
-void expectPayloadBehindTheFixedPart(uint32_t fixed) {
-    InPlace<Record> record;
-    record->mSize = fixed + 188;
-    unsigned char* data = nullptr;
-    unsigned int size = 0;
-    record->getRaw(&data, &size);
-    EXPECT_EQ(data, record.bytes() + fixed);
-    EXPECT_EQ(size, 188u);
-}
-
-TEST(DataTest, PayloadFollowsTheFixedPart) {
-    expectPayloadBehindTheFixedPart<PESData>(40);
-    expectPayloadBehindTheFixedPart<AudioFragmentData>(32);
-    expectPayloadBehindTheFixedPart<VideoFrameData>(80);
-}
-
-TEST(DataTest, CaptionLeavesBothOutputsUntouched) {
-    InPlace<ClosedCaptionFragmentData> record;
-    record->mSize = 100;
-    unsigned char* data = record.bytes() + 7;
-    unsigned int size = 9;
-    record->getRaw(&data, &size);
-    EXPECT_EQ(data, record.bytes() + 7);
-    EXPECT_EQ(size, 9u);
-    EXPECT_EQ(record->toString(), "");
-    EXPECT_TRUE(record->fromString(nullptr));
-}
-
 TEST(DataTest, PictureInAGraphicBufferIsCopied) {
     const android::sp<android::GraphicBuffer> picture = new android::GraphicBuffer(
         32, 16, 0x105,

@@ -10,37 +10,6 @@ namespace {
 
 using namespace OrvPlayer;
 
-TEST(HandoffLockTest, ExcludesAndLetsEveryoneIn) {
-    HandoffLock lock;
-    int count = 0;  // plain: the lock alone makes this safe
-    std::vector<std::thread> threads;
-    for (int thread = 0; thread < 4; ++thread) {
-        threads.emplace_back([&] {
-            for (int i = 0; i < 5000; ++i) {
-                lock.lock();
-                ++count;
-                lock.unlock();
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    EXPECT_EQ(count, 20'000);
-}
-
-TEST(HandoffLockTest, IsReleasedByAnyoneAndWhenFree) {
-    HandoffLock lock;
-    std::thread([&] { lock.lock(); }).join();
-    EXPECT_TRUE(lock.isHeld());
-    EXPECT_FALSE(lock.tryLock());
-    lock.unlock();
-    lock.unlock();
-    EXPECT_FALSE(lock.isHeld());
-    EXPECT_TRUE(lock.tryLock());
-    EXPECT_FALSE(lock.tryLock());  // the second release did not make room for two
-}
-
 // The predicate changes without the waiter's lock, as a ring buffer's counters do. Whoever changes
 // it around the waiter's last look is not missed: a wake-up that was lost would cost a whole wait.
 TEST(HandoffLockTest, NoWakeUpIsLost) {
