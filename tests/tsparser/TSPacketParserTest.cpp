@@ -67,31 +67,6 @@ TEST_F(TSPacketParserTest, FollowsTheContinuityCounter) {
     }
 }
 
-TEST_F(TSPacketParserTest, BrokenHeadersEndThePES) {
-    struct {
-        size_t at;
-        uint8_t value;
-        unsigned result;
-        const char* says;
-    } const CASES[] = {
-        {0, 0x46, 65, "parseHeader - sync byte not found!"},
-        {1, 0xC1, 129, "parseHeader - Transport error indicator is true - discarding packet."},
-        {4, 184, 255, "parseHeader: Invalid adaptation field length: 184"},
-        {4, 255, 255, "parseHeader: Invalid adaptation field length: 255"}};
-    orvtest::TraceCapture trace;
-    for (const auto& broken : CASES) {
-        ASSERT_NE(parse(packet(1, 0, true)) & TSPacketParser::RESULT_APPEND, 0u);
-        Bytes bytes = packet(3, 1, false, {1, 0});
-        bytes[broken.at] = broken.value;
-        const unsigned result = parse(bytes);
-        EXPECT_EQ(result, broken.result);
-        EXPECT_EQ(trace.take(),
-                  (std::vector<std::string>{broken.says, "parse - header parsing error!"}));
-        EXPECT_TRUE(TSPacketParser::isHeaderError(result));
-        EXPECT_EQ(parse(packet(1, 2)), 8u);
-    }
-}
-
 TEST_F(TSPacketParserTest, RefusesNull) {
     Bytes bytes = packet(1, 0, true);
     EXPECT_EQ(mParser.parse(bytes.data(), &mData), 2u);
@@ -166,22 +141,6 @@ TEST_F(TSPacketParserTest, ReadsTheExtensionAtFixedOffsets) {
     EXPECT_EQ(mData.DTS_next_AU, 7ull << 30 | 0x80ull << 22 | 1ull << 15 | 0xC0ull << 7 | 2);
 }
 
-TEST_F(TSPacketParserTest, BadSpliceMarkersStoreNothing) {
-    for (const size_t marker : {7u, 9u, 11u}) {
-        Bytes extension = EXTENSION;
-        extension[marker] &= 0xFE;
-        orvtest::TraceCapture trace;
-        parse(packet(3, 0, true, Bytes{40, 0x03, 0} + extension));
-        EXPECT_EQ(mData.seamless_splice_flag, 0x20);
-        EXPECT_EQ(mData.splice_type, 0);
-        EXPECT_EQ(mData.DTS_next_AU, 0u);
-        EXPECT_EQ(
-            trace.take(),
-            (std::vector<std::string>{"parseAdaptationField - bad seamless splice marker bits!"}));
-        mParser.abandonPES();
-    }
-}
-
 TEST_F(TSPacketParserTest, ExtensionWithoutPrivateDataIsReadOneByteOn) {
     parse(packet(3, 0, true, Bytes{40, 0x01, 0x77} + EXTENSION));
     EXPECT_EQ(mData.adaptation_field_extension_length, 11);
@@ -244,13 +203,6 @@ TEST_F(TSPacketParserTest, StartAfterAHoleRepeatsThePayloadBefore) {
     const std::string says = "parse - [PID = 273] continuity error! Discarding entire PES packet ";
     EXPECT_EQ(trace.take(), (std::vector<std::string>{says + "(expected 0x02, received 0x05)",
                                                       says + "(expected 0x06, received 0x09)"}));
-}
-
-TEST_F(TSPacketParserTest, AbandonedPESWaitsForAStart) {
-    EXPECT_EQ(parse(packet(1, 0, true)), 2u);
-    mParser.abandonPES();
-    EXPECT_EQ(parse(packet(1, 1)), 8u);
-    EXPECT_EQ(parse(packet(1, 2, true)), 2u);
 }
 
 }  // namespace

@@ -13,6 +13,8 @@
 #include <vector>
 
 #include "common/ErrorListener.h"
+#include "support/Await.h"
+#include "support/Report.h"
 #include "support/TraceCapture.h"
 #include "support/TsBuilder.h"
 #include "tsparser/TSParser.h"
@@ -32,18 +34,6 @@ inline android::sp<OrvPlayer::RingBuffer> makeRing(const char* name, unsigned si
     android::sp<OrvPlayer::RingBuffer> ring = new OrvPlayer::RingBuffer;
     EXPECT_EQ(ring->configureWithSize(name, size), 0);
     return ring;
-}
-
-// Repeats `step` until it returns true, for at most `limitMs`.
-template <typename Step>
-bool within(int limitMs, Step step) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(limitMs);
-    while (!step()) {
-        if (std::chrono::steady_clock::now() > end) {
-            return false;
-        }
-    }
-    return true;
 }
 
 // A PES record as its reader sees it.
@@ -152,16 +142,7 @@ protected:
         }
     }
 
-    std::string report() {
-        char* text = nullptr;
-        size_t size = 0;
-        FILE* memory = open_memstream(&text, &size);
-        EXPECT_EQ(mParser->dump(memory, 1), 0);
-        fclose(memory);
-        std::string result(text);
-        free(text);
-        return result;
-    }
+    std::string report() { return reportOf(*mParser, 1); }
 
     std::string names() const { return namesOf(mReceived); }
 

@@ -234,27 +234,12 @@ TEST_F(TSParserTest, PassWithoutAPCRRepeatsTheLast) {
     TsBuilder stream;
     feed(stream.pcr(0x100, 100 * 27'000'000ll).build(), 64);
     const auto isValid = [&clock] {
-        char* text = nullptr;
-        size_t size = 0;
-        FILE* memory = open_memstream(&text, &size);
-        clock->dump(memory, 0);
-        fclose(memory);
-        const std::string report(text);
-        free(text);
-        return report.find("Real PCR: 0 (Invalid)") == std::string::npos;
+        return reportOf(*clock).find("Real PCR: 0 (Invalid)") == std::string::npos;
     };
     clock->resetPCR();
     ASSERT_FALSE(isValid());
     feed(TsBuilder().packet(0x100, Bytes(184, 0)).build(), 64);
     EXPECT_TRUE(isValid());
-}
-
-TEST_F(TSParserTest, AnInputWithoutAWholePacketIsLeftAlone) {
-    make(PID_TYPE_VIDEO);
-    ASSERT_EQ(mParser->open(), 0);
-    push(Bytes(184, 0x47));
-    EXPECT_TRUE(mParser->parsePass());
-    EXPECT_EQ(mInput->getDataSize(), 184u);
 }
 
 TEST_F(TSParserTest, OpenNamesWhatIsMissing) {
@@ -268,17 +253,6 @@ TEST_F(TSParserTest, OpenNamesWhatIsMissing) {
     EXPECT_EQ(bare->stop(), 0);
     EXPECT_EQ(trace.take(),
               (Lines{"start - no input Ring Buffer set!", "start - mpPESWriter is NULL !!!!"}));
-}
-
-TEST_F(TSParserTest, ReportsItsState) {
-    make(PID_TYPE_VIDEO);
-    ASSERT_EQ(mParser->open(), 0);
-    feed(TsBuilder().pes(VIDEO_PID, 0xE0, 1, named('A', 170)).build(), 1);
-    const std::string text = report();
-    EXPECT_EQ(text.find("\t - Module Name: TS Parser\n\t\t - mpPESWriter: 0x"), 0u);
-    EXPECT_NE(text.find("\n\t\t - mpPESData: 0x"), std::string::npos);
-    EXPECT_NE(text.find("\n\t\t - mPESSize: 184\n\t\t - mRBFreeSpace: 65312\n"), std::string::npos);
-    EXPECT_EQ(mParser->dump(nullptr, 1), 0);
 }
 
 }  // namespace

@@ -11,14 +11,13 @@ using namespace OrvPlayer;
 using namespace orvtest;
 using std::chrono::steady_clock;
 
-constexpr int LIMIT_MS = 5000;
 constexpr std::chrono::milliseconds PROMPT{400};
 
 class TSParserThreadTest : public TSParserFixture {
 protected:
     // Takes records until there are `count`.
     bool await(size_t count) {
-        return within(LIMIT_MS, [&] {
+        return orvtest::await([&] {
             receive(*mOutput, &mReceived, RingBuffer::BLOCKING);
             return mReceived.size() >= count;
         });
@@ -55,7 +54,7 @@ TEST_F(TSParserThreadTest, WaitsForItsReader) {
     push(manyPES(9, 3000));
     // The first takes 3056 bytes; of the second five packets fit beside it.
     Lines lines;
-    EXPECT_TRUE(within(LIMIT_MS, [&] {
+    EXPECT_TRUE(orvtest::await([&] {
         const Lines more = trace.take();
         lines.insert(lines.end(), more.begin(), more.end());
         return lines.size() >= 3;
@@ -69,7 +68,7 @@ TEST_F(TSParserThreadTest, WaitsForItsReader) {
                "threadLoop - waiting for free space in PES ring buffer (184)"}));
     EXPECT_TRUE(await(8));
     EXPECT_EQ(names(), "abcdefgh");
-    EXPECT_TRUE(within(LIMIT_MS, [&] { return mInput->getDataSize() == 0; }));
+    EXPECT_TRUE(orvtest::await([&] { return mInput->getDataSize() == 0; }));
 }
 
 TEST_F(TSParserThreadTest, StopsPromptlyWhateverItDoes) {
@@ -81,7 +80,7 @@ TEST_F(TSParserThreadTest, StopsPromptlyWhateverItDoes) {
     push(manyPES(9, 3000));
     // b: 40 bytes of record and five payloads fit beside a, a sixth does not.
     ASSERT_TRUE(
-        within(LIMIT_MS, [&] { return report().find("mPESSize: 920\n") != std::string::npos; }));
+        orvtest::await([&] { return report().find("mPESSize: 920\n") != std::string::npos; }));
     stopPromptly();  // waiting for room
     stopPromptly();  // already stopped
     drain();
@@ -103,7 +102,7 @@ TEST_F(TSParserThreadTest, RestartWaitsForAStart) {
     ASSERT_EQ(mParser->start(), 0);
     const Bytes bytes = manyPES(4, 500);  // three packets each
     push(Bytes(bytes.begin(), bytes.begin() + 188));
-    ASSERT_TRUE(within(LIMIT_MS, [&] { return mInput->getDataSize() == 0; }));
+    ASSERT_TRUE(orvtest::await([&] { return mInput->getDataSize() == 0; }));
     ASSERT_EQ(mParser->stop(), 0);
     ASSERT_EQ(mParser->start(), 0);
     push(Bytes(bytes.begin() + 188, bytes.end()));
@@ -119,21 +118,21 @@ TEST_F(TSParserThreadTest, TwelveScrambledVideoPacketsEndTheWorker) {
     clear[188 + 3] = 0x1D;
     ASSERT_EQ(mParser->start(), 0);
     push(eleven);
-    ASSERT_TRUE(within(LIMIT_MS, [&] { return mInput->getDataSize() == 0; }));
+    ASSERT_TRUE(orvtest::await([&] { return mInput->getDataSize() == 0; }));
     EXPECT_EQ(mError.code(), 0u);
     Bytes damaged = manyPES(1, 100);
     damaged[0] = 0;
     push(damaged + eleven + clear);  // the damaged packet takes the count back, clear ones do not
-    ASSERT_TRUE(within(LIMIT_MS, [&] { return mInput->getDataSize() == 0; }));
+    ASSERT_TRUE(orvtest::await([&] { return mInput->getDataSize() == 0; }));
     EXPECT_EQ(mError.code(), 0u);
     TraceCapture trace;
     clear[3] = 0x1E;
     clear[188 + 3] = 0x1F;
     push(scrambled(clear));
-    ASSERT_TRUE(within(LIMIT_MS, [&] { return mError.code() != 0; }));
+    ASSERT_TRUE(orvtest::await([&] { return mError.code() != 0; }));
     EXPECT_EQ(trace.take(), (Lines{"threadLoop send error by scrambled ts pid = 0x111"}));
     EXPECT_EQ(mError.code(), static_cast<unsigned>(TSParser::ERR_SCRAMBLED));
-    ASSERT_TRUE(within(LIMIT_MS, [&] { return !mParser->isRunning(); }));
+    ASSERT_TRUE(orvtest::await([&] { return !mParser->isRunning(); }));
 
     // Started again, also without a stop, although the ended worker left its lock held.
     mInput->reset();
@@ -202,14 +201,16 @@ TEST_F(TSParserThreadTest, NothingIsLostAtFullSpeed) {
         }
     });
     FILE* sink = fopen("/dev/null", "w");
-    ASSERT_TRUE(within(20'000, [&] {
-        receive(*mOutput, &mReceived, RingBuffer::BLOCKING);
-        if (mReceived.size() % 64 == 0) {
-            mParser->dump(sink, 0);
-            mOutput->dump(sink, 0);
-        }
-        return mReceived.size() >= ROUNDS * 26;
-    }));
+    ASSERT_TRUE(orvtest::await(
+        [&] {
+            receive(*mOutput, &mReceived, RingBuffer::BLOCKING);
+            if (mReceived.size() % 64 == 0) {
+                mParser->dump(sink, 0);
+                mOutput->dump(sink, 0);
+            }
+            return mReceived.size() >= ROUNDS * 26;
+        },
+        std::chrono::seconds(20)));
     fclose(sink);
     writer.join();
     for (size_t i = 0; i < mReceived.size(); ++i) {
