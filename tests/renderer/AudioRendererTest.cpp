@@ -15,38 +15,28 @@
 #include <utility>
 #include <vector>
 
+#include "support/Await.h"
 #include "support/FakeAudio.h"
 #include "support/FakeTimers.h"
 #include "support/MonotonicClock.h"
+#include "support/Report.h"
 #include "support/TraceCapture.h"
 #include "trace/OneSegPGL.h"
 
 namespace {
 
 using namespace OrvPlayer;
+using orvtest::await;
 using orvtest::FakeAudio;
 using orvtest::FakeTimers;
 using Write = FakeAudio::Write;
 using Track = FakeAudio::Track;
 
-constexpr std::chrono::seconds LIMIT{5};
 constexpr int64_t MS = 90;
 constexpr Uint33 START = 9'000'000;
 constexpr uint64_t NOW_MS = 1'000'000'000'000;  // see VideoRendererTest.cpp
 constexpr uint8_t SOUND = 0x55;
 constexpr uint32_t BLUETOOTH = 0x80, HEADSET = 0x4;
-
-template <typename Condition>
-bool await(Condition condition) {
-    const auto end = std::chrono::steady_clock::now() + LIMIT;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > end) {
-            return false;
-        }
-        std::this_thread::yield();
-    }
-    return true;
-}
 
 class Listener : public AudioRenderer::AudioRenderedListener, public ErrorListener {
 public:
@@ -155,17 +145,6 @@ protected:
         const std::vector<std::string> lines = mTrace.take();
         return std::any_of(lines.begin(), lines.end(),
                            [&](const std::string& line) { return line == wanted; });
-    }
-
-    std::string report() {
-        char* text = nullptr;
-        size_t size = 0;
-        FILE* memory = open_memstream(&text, &size);
-        mRenderer->dump(memory, 1);
-        fclose(memory);
-        std::string result(text);
-        free(text);
-        return result;
     }
 
     // A renderer of its own for a further case of the same test.
@@ -406,7 +385,9 @@ TEST_F(AudioRendererTest, SilentUntilTheOutputIsEnabled) {
     EXPECT_EQ(mAudio.volume(), 1.0f);
     mRenderer->setOutputEnable(false);
     EXPECT_EQ(mAudio.volume(), 0.0f);
-    EXPECT_NE(report().find("\t\tAudio Volume: 0.0\n\t\tResync PCR Count: 4\n"), std::string::npos);
+    EXPECT_NE(
+        orvtest::reportOf(*mRenderer, 1).find("\t\tAudio Volume: 0.0\n\t\tResync PCR Count: 4\n"),
+        std::string::npos);
 }
 
 // Sound that goes to a Bluetooth output is heard 170 ms later; a change of the outputs, the one
@@ -415,7 +396,8 @@ TEST_F(AudioRendererTest, WatchesTheOutputs) {
     mAudio.setDevice(BLUETOOTH, true);
     mAudio.setDevice(HEADSET, true);
     start();
-    ASSERT_TRUE(await([&] { return report().find("mOutputStatus: 132\n") < 9999; }));
+    ASSERT_TRUE(await(
+        [&] { return orvtest::reportOf(*mRenderer, 1).find("mOutputStatus: 132\n") < 9999; }));
     push(0);
     EXPECT_EQ(pass(1), "P8192");
     EXPECT_EQ(mListener.takeReady(), (std::vector<long>{-170}));

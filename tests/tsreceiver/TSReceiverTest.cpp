@@ -9,12 +9,14 @@
 #include <thread>
 #include <vector>
 
+#include "support/Await.h"
 #include "support/FakeDemux.h"
 #include "support/TraceCapture.h"
 
 namespace {
 
 using namespace OrvPlayer;
+using orvtest::await;
 using orvtest::FakeDemux;
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
@@ -22,7 +24,6 @@ using PIDMap = std::map<TSReceiverPIDType, unsigned short>;
 using Started = FakeDemux::Started;
 using Lines = std::vector<std::string>;
 
-constexpr int LIMIT_MS = 5000;
 constexpr unsigned short PCR = 0x100, VIDEO = 0x111, AUDIO = 0x112, CAPTIONS = 0x130;
 const PIDMap FOUR{{PID_TYPE_PCR, PCR},
                   {PID_TYPE_VIDEO, VIDEO},
@@ -31,18 +32,6 @@ const PIDMap FOUR{{PID_TYPE_PCR, PCR},
 
 std::vector<uint8_t> packets(size_t count, char name) {
     return std::vector<uint8_t>(count * 188, static_cast<uint8_t>(name));
-}
-
-template <typename Condition>
-bool await(Condition condition) {
-    const auto end = steady_clock::now() + milliseconds(LIMIT_MS);
-    while (!condition()) {
-        if (steady_clock::now() > end) {
-            return false;
-        }
-        std::this_thread::yield();
-    }
-    return true;
 }
 
 class TSReceiverTest : public testing::Test {
