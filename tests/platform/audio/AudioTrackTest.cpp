@@ -60,17 +60,6 @@ TEST_F(AudioTrackTest, RefusesBadArguments) {
     EXPECT_EQ(track->write("abcd", SIZE_MAX), BAD_VALUE);
 }
 
-TEST_F(AudioTrackTest, EachTrackHasASessionOfItsOwnUnlessItAskedForOne) {
-    const sp<AudioTrack> first = make(48000, AUDIO_CHANNEL_OUT_STEREO);
-    const sp<AudioTrack> second = make(48000, AUDIO_CHANNEL_OUT_STEREO);
-    EXPECT_GT(first->getSessionId(), 0);
-    EXPECT_NE(first->getSessionId(), second->getSessionId());
-    const sp<AudioTrack> third =
-        new AudioTrack(AUDIO_STREAM_MUSIC, 48000, AUDIO_FORMAT_DEFAULT, AUDIO_CHANNEL_OUT_STEREO, 0,
-                       AUDIO_OUTPUT_FLAG_NONE, nullptr, nullptr, 0, audio_session_t{77});
-    EXPECT_EQ(third->getSessionId(), 77);
-}
-
 // On the real clock: half a second of sound takes that less the 50 ms it may run ahead.
 TEST_F(AudioTrackTest, SilentDeviceKeepsThePace) {
     const sp<AudioTrack> track = make(48000, AUDIO_CHANNEL_OUT_STEREO);

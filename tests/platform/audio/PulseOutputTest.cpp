@@ -17,6 +17,7 @@
 #include "audio/AudioOutput.h"
 #include "audio/PlaybackTap.h"
 #include "platform/audio/SoundServer.h"
+#include "support/Await.h"
 
 namespace android {
 namespace {
@@ -25,17 +26,6 @@ constexpr int64_t MS = 1'000'000;
 
 int64_t nowNs() {
     return orvhost::AudioClock::system().nowNs();
-}
-
-bool eventually(const std::function<bool()>& condition) {
-    const int64_t deadlineNs = nowNs() + 10'000 * MS;
-    while (!condition()) {
-        if (nowNs() > deadlineNs) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return true;
 }
 
 bool goesTo(audio_devices_t device) {
@@ -207,7 +197,7 @@ TEST_F(PulseOutputTest, WriterDoesNotNoticeTheLossOfTheServer) {
         lose();
         const int64_t lostNs = nowNs();
         const int64_t playTimeNs = beeper.latestPlayTimeNs();
-        ASSERT_TRUE(eventually([&] { return beeper.latestWriteNs() > lostNs + 500 * MS; }));
+        ASSERT_TRUE(orvtest::await([&] { return beeper.latestWriteNs() > lostNs + 500 * MS; }));
         const int64_t tookNs = beeper.latestWriteNs() - lostNs;
         EXPECT_NEAR(beeper.latestPlayTimeNs() - playTimeNs, tookNs, 150 * MS);
         const int64_t flushNs = nowNs();
@@ -216,7 +206,7 @@ TEST_F(PulseOutputTest, WriterDoesNotNoticeTheLossOfTheServer) {
         EXPECT_LT(nowNs() - flushNs, 100 * MS);
         spServer->thaw();
     }
-    EXPECT_TRUE(eventually([] { return !goesTo(AUDIO_DEVICE_OUT_SPEAKER); }));
+    EXPECT_TRUE(orvtest::await([] { return !goesTo(AUDIO_DEVICE_OUT_SPEAKER); }));
     EXPECT_LT(beeper.missedFrames(), 4800U);  // a blocked writer would lose far more
 
     ASSERT_TRUE(spServer->start());
@@ -230,19 +220,19 @@ TEST_F(PulseOutputTest, ForcedRouteMovesSoundAndTheDeviceState) {
     BeepListener ears("ears.monitor");
     ASSERT_TRUE(ears.awaitListening());
     Beeper beeper(48000, AUDIO_CHANNEL_OUT_STEREO);
-    ASSERT_TRUE(eventually([] { return goesTo(AUDIO_DEVICE_OUT_SPEAKER); }));
+    ASSERT_TRUE(orvtest::await([] { return goesTo(AUDIO_DEVICE_OUT_SPEAKER); }));
     EXPECT_FALSE(goesTo(AUDIO_DEVICE_OUT_BLUETOOTH_A2DP_HEADPHONES));
     EXPECT_FALSE(goesTo(AUDIO_DEVICE_NONE));
 
     const auto latencyAfterFlushNs = [&beeper] {
         beeper.track().flush();
-        EXPECT_TRUE(eventually([&] { return beeper.latencyNs() != 0; }));
+        EXPECT_TRUE(orvtest::await([&] { return beeper.latencyNs() != 0; }));
         return beeper.latencyNs();
     };
     EXPECT_NEAR(latencyAfterFlushNs(), 180 * MS, 5 * MS);
 
     AudioSystem::setForceUse(AUDIO_POLICY_FORCE_FOR_MEDIA, AUDIO_POLICY_FORCE_BT_A2DP);
-    ASSERT_TRUE(eventually([] { return goesTo(AUDIO_DEVICE_OUT_BLUETOOTH_A2DP_HEADPHONES); }));
+    ASSERT_TRUE(orvtest::await([] { return goesTo(AUDIO_DEVICE_OUT_BLUETOOTH_A2DP_HEADPHONES); }));
     EXPECT_FALSE(goesTo(AUDIO_DEVICE_OUT_SPEAKER));
     EXPECT_NEAR(latencyAfterFlushNs(), 350 * MS, 5 * MS);
     expectBeepsInTime(beeper, ears, "on the forced output");
@@ -250,7 +240,7 @@ TEST_F(PulseOutputTest, ForcedRouteMovesSoundAndTheDeviceState) {
     // The way back by parameter: forced to the loudspeaker, then free.
     for (const char* pPairs : {"audioParam;DMB_FORCE_SPEAKER=on", "DMB_FORCE_SPEAKER=off;x=y;;="}) {
         AudioSystem::setParameters(AUDIO_IO_HANDLE_NONE, String8(pPairs));
-        EXPECT_TRUE(eventually([] { return goesTo(AUDIO_DEVICE_OUT_SPEAKER); })) << pPairs;
+        EXPECT_TRUE(orvtest::await([] { return goesTo(AUDIO_DEVICE_OUT_SPEAKER); })) << pPairs;
     }
 }
 
