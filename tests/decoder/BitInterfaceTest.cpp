@@ -62,23 +62,6 @@ TEST(BitInterfaceTest, LongReadTakes25To32BitsOnly) {
     EXPECT_EQ(reader.readBitsLong(25), (0xA53CF0965Au >> 12) & 0x1FFFFFF);
 }
 
-TEST(BitInterfaceTest, AlignsAndSkipsByWholeBytes) {
-    const Buffer buffer(SAMPLE);
-    ReadBitInterface reader = buffer.reader();
-    int bytes = -1;
-    reader.byteAlign(&bytes);
-    EXPECT_EQ(bytes, 0);
-    reader.skipBits(13, &bytes);
-    EXPECT_EQ(bytes, 1);
-    EXPECT_FALSE(reader.isByteAligned());
-    reader.byteAlign(&bytes);
-    EXPECT_EQ(bytes, 1);
-    EXPECT_EQ(reader.readBits(8), 0xF0u);
-    reader.readBits(3);
-    reader.resetBitCounter();
-    EXPECT_EQ(reader.readBits(8), 0x96u);
-}
-
 // Past the end everything reads as 0, the position stays at the end and the mark stays set.
 TEST(BitInterfaceTest, ReadsZerosPastTheEnd) {
     struct {
@@ -102,14 +85,6 @@ TEST(BitInterfaceTest, ReadsZerosPastTheEnd) {
         EXPECT_EQ(reader.getSize(), 0u);
         EXPECT_TRUE(reader.hasOverrun());
     }
-}
-
-// A count above 32 moves by all of it and gives the last 32 bits.
-TEST(BitInterfaceTest, ReadsMoreThanAWord) {
-    const Buffer buffer(SAMPLE);
-    ReadBitInterface reader = buffer.reader();
-    EXPECT_EQ(reader.readBits(39), static_cast<uint32_t>(0xA53CF0965Au >> 1));
-    EXPECT_EQ(reader.getBitCounter(), 7);
 }
 
 TEST(BitInterfaceTest, OutsidePointerKeepsItsShift) {

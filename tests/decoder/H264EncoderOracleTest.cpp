@@ -3,19 +3,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-extern "C" {
-#include <libavcodec/avcodec.h>
-#include <libavutil/opt.h>
-}
-
 #include <algorithm>
 #include <map>
-#include <memory>
 #include <string>
 #include <vector>
 
 #include "decoder/H264MediaExtractor.h"
 #include "decoder/PesRing.h"
+#include "support/TestStreams.h"
 #include "support/TraceCapture.h"
 
 namespace OrvPlayer {
@@ -28,78 +23,6 @@ using testing::IsEmpty;
 constexpr int WIDTH = 176;
 constexpr int HEIGHT = 144;
 constexpr int FRAMES = 60;
-constexpr int GOP_FRAMES = 20;
-
-struct Packet {
-    Bytes bytes;
-    long long pts90k;
-};
-
-// Noise, so that slices are long and every byte value comes up.
-void paint(AVFrame& frame, int number) {
-    auto state = static_cast<uint32_t>(number + 1);
-    for (int plane = 0; plane < 3; ++plane) {
-        const int height = plane == 0 ? HEIGHT : HEIGHT / 2;
-        for (int i = 0; i < height * frame.linesize[plane]; ++i) {
-            state = state * 1664525 + 1013904223;
-            frame.data[plane][i] = static_cast<uint8_t>((state >> 27) + i % 97);
-        }
-    }
-}
-
-void takePackets(AVCodecContext& codec, std::vector<Packet>& packets) {
-    std::unique_ptr<AVPacket, void (*)(AVPacket*)> packet(av_packet_alloc(),
-                                                          [](AVPacket* p) { av_packet_free(&p); });
-    while (avcodec_receive_packet(&codec, packet.get()) == 0) {
-        packets.push_back({Bytes(packet->data, packet->data + packet->size), packet->pts * 3003});
-        av_packet_unref(packet.get());
-    }
-}
-
-std::vector<Packet> encode(const std::string& parameters) {
-    std::vector<Packet> packets;
-    av_log_set_level(AV_LOG_QUIET);
-    const AVCodec* encoder = avcodec_find_encoder_by_name("libx264");
-    if (encoder == nullptr) {
-        return packets;
-    }
-    std::unique_ptr<AVCodecContext, void (*)(AVCodecContext*)> codec(
-        avcodec_alloc_context3(encoder), [](AVCodecContext* c) { avcodec_free_context(&c); });
-    codec->width = WIDTH;
-    codec->height = HEIGHT;
-    codec->pix_fmt = AV_PIX_FMT_YUV420P;
-    codec->time_base = {1001, 30000};
-    codec->framerate = {30000, 1001};
-    codec->gop_size = GOP_FRAMES;
-    codec->thread_count = 1;
-    av_opt_set(codec->priv_data, "preset", "veryfast", 0);
-    const std::string all = "aud=1:b-adapt=0:scenecut=0:force-cfr=1:" + parameters;
-    av_opt_set(codec->priv_data, "x264-params", all.c_str(), 0);
-    if (avcodec_open2(codec.get(), encoder, nullptr) != 0) {
-        return packets;
-    }
-    std::unique_ptr<AVFrame, void (*)(AVFrame*)> frame(av_frame_alloc(),
-                                                       [](AVFrame* f) { av_frame_free(&f); });
-    frame->format = codec->pix_fmt;
-    frame->width = WIDTH;
-    frame->height = HEIGHT;
-    for (int number = 0; number < FRAMES; ++number) {
-        av_frame_unref(frame.get());
-        frame->format = codec->pix_fmt;
-        frame->width = WIDTH;
-        frame->height = HEIGHT;
-        if (av_frame_get_buffer(frame.get(), 0) != 0) {
-            return packets;
-        }
-        paint(*frame, number);
-        frame->pts = number;
-        avcodec_send_frame(codec.get(), frame.get());
-        takePackets(*codec, packets);
-    }
-    avcodec_send_frame(codec.get(), nullptr);
-    takePackets(*codec, packets);
-    return packets;
-}
 
 struct Variant {
     const char* name;
@@ -110,14 +33,21 @@ struct Variant {
 class H264EncoderOracleTest : public testing::TestWithParam<Variant> {
 protected:
     void SetUp() override {
-        static std::map<std::string, std::vector<Packet>> encoded;
+        static std::map<std::string, std::vector<orvtest::Unit>> encoded;
         mPackets = encoded[GetParam().name];
         if (mPackets.empty()) {
-            mPackets = encoded[GetParam().name] = encode(GetParam().parameters);
+            const std::string parameters = "aud=1:b-adapt=0:force-cfr=1:" + GetParam().parameters;
+            mPackets = orvtest::encodeVideo({.width = WIDTH,
+                                             .height = HEIGHT,
+                                             .frames = FRAMES,
+                                             .x264 = parameters,
+                                             .noise = true})
+                           .units;
+            encoded[GetParam().name] = mPackets;
         }
         ASSERT_EQ(mPackets.size(), size_t{FRAMES});
         uint64_t total = 0;
-        for (const Packet& packet : mPackets) {
+        for (const orvtest::Unit& packet : mPackets) {
             total += packet.bytes.size();
         }
         ASSERT_GT(total / FRAMES, 1000u);
@@ -129,6 +59,9 @@ protected:
         EXPECT_EQ(height, uint32_t{HEIGHT});
         EXPECT_THAT(mTrace.take(), IsEmpty());
     }
+    long long pts90k(size_t index) const {
+        return mPackets[index].timeUs / orvtest::FRAME_US * 3003;
+    }
     void feed(long long pts, const Bytes& payload) {
         mRing.push(static_cast<uint64_t>(pts), payload);
         for (PesRing::Unit& unit : mRing.drain(*mExtractor, 1 << 20)) {
@@ -136,13 +69,13 @@ protected:
         }
     }
     PesRing::Unit expected(size_t index, const Bytes& bytes, long long pts) const {
-        unsigned flags = index % GOP_FRAMES == 0 ? H264MediaExtractor::FLAG_IDR : 0;
+        unsigned flags = index % orvtest::GROUP_FRAMES == 0 ? H264MediaExtractor::FLAG_IDR : 0;
         flags |= index == 0 ? H264MediaExtractor::FLAG_NEW_SPS : 0;
         return {bytes, pts, flags};
     }
 
     orvtest::TraceCapture mTrace;
-    std::vector<Packet> mPackets;  // in decoding order
+    std::vector<orvtest::Unit> mPackets;  // in decoding order
     PesRing mRing{20};
     android::sp<H264MediaExtractor> mExtractor = new H264MediaExtractor(mRing.buffer);
     std::vector<PesRing::Unit> mUnits;
@@ -151,8 +84,8 @@ protected:
 TEST_P(H264EncoderOracleTest, OneUnitPerPes) {
     std::vector<PesRing::Unit> all;
     for (size_t i = 0; i < mPackets.size(); ++i) {
-        feed(mPackets[i].pts90k, mPackets[i].bytes);
-        all.push_back(expected(i, mPackets[i].bytes, mPackets[i].pts90k));
+        feed(pts90k(i), mPackets[i].bytes);
+        all.push_back(expected(i, mPackets[i].bytes, pts90k(i)));
     }
     EXPECT_THAT(mUnits, ElementsAreArray(all));
 }
@@ -162,7 +95,7 @@ TEST_P(H264EncoderOracleTest, SeveralUnitsPerPes) {
     std::vector<PesRing::Unit> all;
     size_t next = 0;
     for (size_t count = 1; next < mPackets.size(); count = count % 7 + 1) {
-        const long long pts = mPackets[next].pts90k;
+        const long long pts = pts90k(next);
         Bytes payload;
         for (size_t i = 0; i < count && next < mPackets.size(); ++i, ++next) {
             const Bytes& bytes = mPackets[next].bytes;
@@ -179,7 +112,7 @@ TEST_P(H264EncoderOracleTest, SeveralUnitsPerPes) {
 TEST_P(H264EncoderOracleTest, UnitsRunOverPesEnds) {
     std::vector<PesRing::Unit> all;
     Bytes payload;
-    long long pts = mPackets[0].pts90k;
+    long long pts = pts90k(0);
     size_t unitsInPes = 0;
     for (size_t i = 0; i < mPackets.size(); ++i) {
         const Bytes& bytes = mPackets[i].bytes;

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "decoder/H264Builder.h"
 #include "decoder/PesRing.h"
+#include "support/H264Builder.h"
 #include "support/TraceCapture.h"
 
 namespace OrvPlayer {
@@ -127,18 +127,6 @@ TEST_F(H264MediaExtractorTest, CutsInManyForms) {
         EXPECT_EQ(cut(test.payload), test.units) << test.name;
     }
     EXPECT_EQ(mDurations.told.size(), 1u);
-}
-
-// Slices of both fields: each field is a unit of its own behind its delimiter.
-TEST_F(H264MediaExtractorTest, FieldPictures) {
-    SpsFields fields;
-    fields.frameMbsOnly = false;
-    fields.mapUnits = 34;
-    const SliceFields field{.fieldPic = true};
-    const Bytes top = aud() + sps(fields) + slice(1, field) + slice(2, {.firstMb = 9});
-    const Bytes bottom = aud() + slice(3, field);
-    EXPECT_THAT(cut(top + bottom), ElementsAre(top, bottom));
-    EXPECT_THAT(mDurations.told, ElementsAre(3003)) << "twice a frame's";
 }
 
 // Deliberate: emulation prevention stays in slice headers. Here its byte stands where the flag of

@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "decoder/H264Builder.h"
+#include "support/H264Builder.h"
 #include "support/TraceCapture.h"
 
 namespace OrvPlayer {
@@ -46,50 +46,6 @@ TEST_F(H264SEITest, PictureStructureSaysHowManyTimestamps) {
         EXPECT_EQ(mSps.clockTimestamps[1].nFrames, COUNTS[picStruct] > 1 ? 11 : 0);
         EXPECT_EQ(mSps.clockTimestamps[2].nFrames, COUNTS[picStruct] > 2 ? 12 : 0);
     }
-}
-
-TEST_F(H264SEITest, ClockTimestamp) {
-    mSps.picStructPresentFlag = 1;
-    const Bits start = Bits().u(4, 0).u(1, 1).u(2, 1).u(1, 1).u(5, 6);
-    const auto with = [&start](const Bits& rest) { return Bits(start).append(rest); };
-    const ClockTimestamp& stamp = mSps.clockTimestamps[0];
-
-    EXPECT_TRUE(
-        decodeTiming(with(Bits().u(3, 0b101).u(8, 29).u(6, 59).u(6, 58).u(5, 23).u(24, 0xABCDEF))));
-    EXPECT_EQ(stamp.ctType, 1);
-    EXPECT_EQ(stamp.nuitFieldBasedFlag, 1);
-    EXPECT_EQ(stamp.countingType, 6);
-    EXPECT_EQ(stamp.fullTimestampFlag, 1);
-    EXPECT_EQ(stamp.discontinuityFlag, 0);
-    EXPECT_EQ(stamp.cntDroppedFlag, 1);
-    EXPECT_EQ(stamp.nFrames, 29);
-    EXPECT_EQ(stamp.secondsValue, 59);
-    EXPECT_EQ(stamp.minutesValue, 58);
-    EXPECT_EQ(stamp.hoursValue, 23);
-    EXPECT_EQ(stamp.timeOffset, 0xABCDEFu);
-
-    // Flag by flag; the VCL HRD's length wins, 31 bits of it.
-    mSps.nalHrdParametersPresentFlag = mSps.vclHrdParametersPresentFlag = 1;
-    mSps.nalHrd.timeOffsetLength = 3;
-    mSps.vclHrd.timeOffsetLength = 31;
-    const Bits delays = Bits().u(2, 0);
-    EXPECT_TRUE(decodeTiming(Bits(delays).append(
-        with(Bits().u(3, 0b010).u(8, 1).u(1, 1).u(6, 2).u(1, 1).u(6, 3).u(1, 1).u(5, 4).u(
-            31, 0x7654321)))));
-    EXPECT_EQ(stamp.discontinuityFlag, 1);
-    EXPECT_EQ(stamp.secondsValue, 2);
-    EXPECT_EQ(stamp.minutesValue, 3);
-    EXPECT_EQ(stamp.hoursValue, 4);
-    EXPECT_EQ(stamp.timeOffset, 0x7654321u);
-
-    // Without one the NAL HRD's, and a length of 0 reads nothing.
-    mSps.vclHrdParametersPresentFlag = 0;
-    const Bits shortest = Bits().u(3, 0).u(8, 7).u(1, 0);
-    EXPECT_TRUE(decodeTiming(Bits(delays).append(with(Bits(shortest).u(3, 5)))));
-    EXPECT_EQ(stamp.timeOffset, 5u);
-    mSps.nalHrd.timeOffsetLength = 0;
-    EXPECT_TRUE(decodeTiming(Bits(delays).append(with(shortest))));
-    EXPECT_EQ(stamp.timeOffset, 5u);
 }
 
 // dpb_output_delay is read with the length of the other delay, into the same field.

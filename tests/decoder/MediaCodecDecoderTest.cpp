@@ -11,11 +11,12 @@
 #include <thread>
 #include <vector>
 
-#include "decoder/H264Builder.h"
 #include "decoder/OutstandingFrames.h"
 #include "decoder/PesRing.h"
 #include "support/AacFrames.h"
+#include "support/Await.h"
 #include "support/FakeCodec.h"
+#include "support/H264Builder.h"
 #include "support/TraceCapture.h"
 #include "trace/OneSegPGL.h"
 
@@ -23,23 +24,10 @@ namespace {
 
 using namespace OrvPlayer;
 using android::sp;
+using orvtest::await;
 using orvtest::FakeCodec;
 using Bytes = std::vector<uint8_t>;
 using Events = std::vector<std::string>;
-
-constexpr std::chrono::seconds LIMIT{5};
-
-template <typename Condition>
-bool await(Condition condition) {
-    const auto end = std::chrono::steady_clock::now() + LIMIT;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > end) {
-            return false;
-        }
-        std::this_thread::yield();
-    }
-    return true;
-}
 
 // A window of a given size that keeps the crop it was told.
 class Window : public android::Surface {

@@ -54,27 +54,6 @@ Found scanPlainly(const Bytes& payload) {
     }
 }
 
-TEST(NALScannerTest, FindsUnits) {
-    struct {
-        Bytes payload;
-        Found found;
-    } static const CASES[] = {
-        {{}, {}},
-        {{0, 0, 1}, {}},  // no header byte
-        {{1, 0x67}, {}},
-        {{0, 1, 0x67}, {}},
-        {{0, 0, 1, 0x67}, {{0, 7, 4}}},
-        {{0, 0, 0, 1, 0x67, 0, 0, 0, 1, 0x68}, {{1, 7, 5}, {6, 8, 4}}},
-        {{9, 9, 0, 0, 1, 0x41, 1, 0, 1, 0, 0, 2}, {{2, 1, 10}}},
-        {{0, 0, 1, 0x41, 0, 0, 1}, {{0, 1, 4}}},
-        {{0, 0, 1, 0, 0, 1, 0x65}, {{0, 0, 3}, {3, 5, 4}}},  // a header byte of 00
-        {{0, 0, 0, 0, 0, 0, 1, 0xFF}, {{4, 31, 4}}},
-    };
-    for (const auto& test : CASES) {
-        EXPECT_EQ(scan(test.payload), test.found) << testing::PrintToString(test.payload);
-    }
-}
-
 // Any bytes, most of them of the kinds that matter: the same as the plain way.
 TEST(NALScannerTest, AgreesWithThePlainWay) {
     std::mt19937 random(5);

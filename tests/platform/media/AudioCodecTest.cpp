@@ -117,7 +117,7 @@ TEST(AudioCodecTest, TakesAdtsUntilAConfigurationComes) {
     const Stream raw = encodeAudio({});
     CodecDriver driver(AAC, nullptr, true);
     ASSERT_EQ(driver.configureAndStart(), OK);
-    const Stream framed = framedAsAdts(raw, 3, 2);
+    const Stream framed = framedAsAdts(raw);
     driver.play(framed);
     EXPECT_EQ(driver.times(), framed.timesInOrder());
     driver.play(raw);

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "TestStreams.h"
+#include "support/TestStreams.h"
 
 namespace orvtest {
 

@@ -28,9 +28,11 @@ struct VideoOptions {
     // libx264's own options, e.g. "bframes=3:slices=4".
     std::string x264 = "bframes=2:b-pyramid=none";
     bool interlaced = false;  // top field first
+    bool noise = false;       // long slices that hold every byte value, instead of a grey
 };
 
 constexpr int64_t FRAME_US = 33366;
+constexpr int GROUP_FRAMES = 20;  // from one IDR picture to the next
 
 // Luma of the test picture: a grey that steps with every frame, so that a picture tells its number.
 int lumaOfFrame(int frame);
@@ -50,7 +52,7 @@ struct AudioOptions {
 // A 440 Hz tone of half amplitude on every channel.
 Stream encodeAudio(const AudioOptions& options);
 
-// The units of an AAC stream as ADTS frames; channelConfiguration as the header shall say it.
-Stream framedAsAdts(const Stream& aac, int sampleRateIndex, int channelConfiguration);
+// The units of an AAC stream, 48 kHz and stereo, as ADTS frames.
+Stream framedAsAdts(const Stream& aac);
 
 }  // namespace orvtest

@@ -112,6 +112,7 @@ struct SpsFields {
     uint64_t refFrames = 2;
     uint64_t widthMbs = 120, mapUnits = 68;
     bool frameMbsOnly = true;
+    bool mbAdaptive = true;  // of fields
     std::optional<std::vector<uint64_t>> crop;  // left, right, top, bottom
     bool vui = true;
     std::optional<unsigned> aspectRatio;
@@ -127,7 +128,7 @@ struct SpsFields {
         out.ue(frameNumCode).append(poc).ue(refFrames).u(1, 0);
         out.ue(widthMbs - 1).ue(mapUnits - 1).u(1, frameMbsOnly);
         if (!frameMbsOnly) {
-            out.u(1, 1);
+            out.u(1, mbAdaptive);
         }
         out.u(1, 1).u(1, crop.has_value());
         for (const uint64_t offset : crop.value_or(std::vector<uint64_t>())) {

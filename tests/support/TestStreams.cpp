@@ -1,4 +1,4 @@
-#include "TestStreams.h"
+#include "support/TestStreams.h"
 
 #include <gtest/gtest.h>
 
@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "media/Av.h"
+#include "support/AacFrames.h"
 extern "C" {
 #include <libavutil/opt.h>
 }
@@ -83,7 +84,8 @@ Stream encodeVideo(const VideoOptions& options) {
     context->height = options.height;
     context->pix_fmt = AV_PIX_FMT_YUV420P;
     context->time_base = {static_cast<int>(FRAME_US), 1000000};
-    context->gop_size = 20;
+    context->framerate = {30000, 1001};
+    context->gop_size = GROUP_FRAMES;
     context->sample_aspect_ratio = {4, 3};
     context->colorspace = AVCOL_SPC_BT709;
     if (options.interlaced) {
@@ -97,6 +99,7 @@ Stream encodeVideo(const VideoOptions& options) {
         ADD_FAILURE() << "no encoder for " << options.x264;
         return stream;
     }
+    uint32_t noise = 1;
     for (int number = 0; number < options.frames; ++number) {
         AvFrame frame(av_frame_alloc());
         frame->width = options.width;
@@ -109,8 +112,13 @@ Stream encodeVideo(const VideoOptions& options) {
         const int values[3] = {lumaOfFrame(number), 90, 160};
         for (int plane = 0; plane < 3; ++plane) {
             const int rows = plane == 0 ? options.height : (options.height + 1) / 2;
-            memset(frame->data[plane], values[plane],
-                   static_cast<size_t>(frame->linesize[plane]) * static_cast<size_t>(rows));
+            const auto bytes =
+                static_cast<size_t>(frame->linesize[plane]) * static_cast<size_t>(rows);
+            memset(frame->data[plane], values[plane], bytes);
+            for (size_t i = 0; options.noise && i < bytes; ++i) {
+                noise = noise * 1664525 + 1013904223;
+                frame->data[plane][i] = static_cast<uint8_t>((noise >> 27) + i % 97);
+            }
         }
         collect(context.get(), frame.get(), &stream);
     }
@@ -156,23 +164,10 @@ Stream encodeAudio(const AudioOptions& options) {
     return stream;
 }
 
-Stream framedAsAdts(const Stream& aac, int sampleRateIndex, int channelConfiguration) {
+Stream framedAsAdts(const Stream& aac) {
     Stream framed;
     for (const Unit& unit : aac.units) {
-        const size_t size = unit.bytes.size() + 7;
-        Unit out;
-        out.timeUs = unit.timeUs;
-        // Sync word, MPEG-4, no CRC; low complexity.
-        out.bytes = {
-            0xFF,
-            0xF1,
-            static_cast<uint8_t>(1 << 6 | sampleRateIndex << 2 | channelConfiguration >> 2),
-            static_cast<uint8_t>((channelConfiguration & 3) << 6 | size >> 11),
-            static_cast<uint8_t>(size >> 3),
-            static_cast<uint8_t>(size << 5 | 0x1F),
-            0xFC};
-        out.bytes.insert(out.bytes.end(), unit.bytes.begin(), unit.bytes.end());
-        framed.units.push_back(out);
+        framed.units.push_back({Adts().frame({unit.bytes}), unit.timeUs});
     }
     return framed;
 }
