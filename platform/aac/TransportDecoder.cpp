@@ -20,6 +20,9 @@ struct FDK_BITSTREAM : orvhost::AacBitReader {
 // has not arrived, a chain of frames behind its start shows that its length is wrong: waiting for
 // 8 KiB that it never had would cost a second of low-rate sound. Sync begins with a frame that can
 // be read: those in front of a stream's first configuration are passed over together.
+//
+// A breach never ends a call while bytes are left: the search goes on behind it. A caller that
+// feeds a packet per failed call would otherwise fall behind by the units left in the buffer.
 struct TRANSPORTDEC {
 public:
     explicit TRANSPORTDEC(std::unique_ptr<orvhost::AacFraming> framing)
@@ -50,16 +53,26 @@ private:
     size_t available() const { return mEnd - mBegin; }
     const uint8_t* front() const { return mBuffer.get() + mBegin; }
 
-    TRANSPORTDEC_ERROR locateFrame();
-    TRANSPORTDEC_ERROR followFrame();
-    TRANSPORTDEC_ERROR searchFrame();
+    // What comes next while a unit is looked for.
+    enum class Step {
+        Frame,       // a complete frame is at the front, or in hand
+        Starved,     // the front starts a frame as far as can be told, or there is none
+        Dropped,     // a breach: bytes went, look again
+        Exhausted,   // searched to the end of the bytes
+        Unsupported  // a sound frame was skipped
+    };
+
+    Step locateFrame();
+    Step followFrame();
+    Step searchFrame();
     bool startsChain(size_t at) const;
     bool findChain(size_t from, size_t* at) const;
-    TRANSPORTDEC_ERROR takeFrame();
+    Step takeFrame();
+    Step refuseFrame();
     bool announceConfig();
     void openUnit(size_t index);
     void passFrame();
-    TRANSPORTDEC_ERROR loseSync();
+    Step loseSync(size_t bytes);
 
     std::unique_ptr<orvhost::AacFraming> mFraming;
     std::unique_ptr<uint8_t[]> mBuffer;
@@ -69,6 +82,8 @@ private:
     size_t mNextUnit = 0;   // in the frame in hand
     bool mHasFrame = false;
     bool mInSync = false;
+    size_t mCallBegin = 0;     // where the call at hand began to look
+    size_t mRefusedBytes = 0;  // size of all frames that it read in vain
 
     cbUpdateConfig_t mCallback = nullptr;
     void* mContext = nullptr;
@@ -101,56 +116,65 @@ TRANSPORTDEC_ERROR TRANSPORTDEC::readAccessUnit() {
         }
         passFrame();
     }
+    mCallBegin = mBegin;
+    mRefusedBytes = 0;
     for (;;) {
-        TRANSPORTDEC_ERROR result = mInSync ? followFrame() : searchFrame();
-        if (result == TRANSPORTDEC_OK) {
-            result = takeFrame();
+        Step step = mInSync ? followFrame() : searchFrame();
+        if (step == Step::Frame) {
+            step = takeFrame();
         }
-        if (result != TRANSPORTDEC_OK) {
-            return result;
+        switch (step) {
+            case Step::Frame:
+                if (mFraming->unitCount() != 0) {
+                    openUnit(0);
+                    mNextUnit = 1;
+                    return TRANSPORTDEC_OK;
+                }
+                passFrame();  // a frame that only fills time or completes no unit yet
+                break;
+            case Step::Dropped:
+                break;
+            case Step::Starved:
+                return TRANSPORTDEC_NOT_ENOUGH_BITS;
+            case Step::Exhausted:
+                return TRANSPORTDEC_SYNC_ERROR;
+            case Step::Unsupported:
+                return TRANSPORTDEC_UNSUPPORTED_FORMAT;
         }
-        if (mFraming->unitCount() != 0) {
-            openUnit(0);
-            mNextUnit = 1;
-            return TRANSPORTDEC_OK;
-        }
-        passFrame();  // a frame that only fills time or completes no unit yet
     }
 }
 
-// A complete frame at the front, or why there is none.
-TRANSPORTDEC_ERROR TRANSPORTDEC::locateFrame() {
+// Frame, Starved or Dropped.
+TRANSPORTDEC::Step TRANSPORTDEC::locateFrame() {
     const size_t size = available();
     if (size == 0) {
-        return TRANSPORTDEC_NOT_ENOUGH_BITS;
+        return Step::Starved;
     }
     if (!mFraming->startsFrame(front(), size)) {
-        return loseSync();
+        return loseSync(1);
     }
     if (size < mFraming->headerSize()) {
-        return TRANSPORTDEC_NOT_ENOUGH_BITS;
+        return Step::Starved;
     }
     mFrameSize = mFraming->frameSize(front());
     if (mFrameSize == 0) {
-        return loseSync();
+        return loseSync(1);
     }
-    return size < mFrameSize ? TRANSPORTDEC_NOT_ENOUGH_BITS : TRANSPORTDEC_OK;
+    return size < mFrameSize ? Step::Starved : Step::Frame;
 }
 
 // In sync.
-TRANSPORTDEC_ERROR TRANSPORTDEC::followFrame() {
-    const TRANSPORTDEC_ERROR result = locateFrame();
+TRANSPORTDEC::Step TRANSPORTDEC::followFrame() {
+    const Step step = locateFrame();
     size_t chain;
-    if (result == TRANSPORTDEC_NOT_ENOUGH_BITS && findChain(mBegin + 1, &chain)) {
-        return loseSync();
+    if (step == Step::Starved && findChain(mBegin + 1, &chain)) {
+        return loseSync(1);
     }
-    return result;
+    return step;
 }
 
 // Out of sync.
-TRANSPORTDEC_ERROR TRANSPORTDEC::searchFrame() {
-    const size_t from = mBegin;
-    bool passedOver = false;
+TRANSPORTDEC::Step TRANSPORTDEC::searchFrame() {
     while (mBegin < mEnd) {
         const void* found = memchr(front(), mFraming->syncByte(), available());
         if (found == nullptr) {
@@ -162,12 +186,12 @@ TRANSPORTDEC_ERROR TRANSPORTDEC::searchFrame() {
             mBegin++;
             continue;
         }
-        const TRANSPORTDEC_ERROR result = locateFrame();
-        if (result == TRANSPORTDEC_NOT_ENOUGH_BITS && findChain(mBegin + 1, &mBegin)) {
+        const Step step = locateFrame();
+        if (step == Step::Starved && findChain(mBegin + 1, &mBegin)) {
             continue;
         }
-        if (result != TRANSPORTDEC_OK) {
-            return result;
+        if (step != Step::Frame) {
+            return step;
         }
         const size_t behind = available() - mFrameSize;
         if (behind != 0 && !mFraming->follows(front(), front() + mFrameSize, behind)) {
@@ -175,14 +199,11 @@ TRANSPORTDEC_ERROR TRANSPORTDEC::searchFrame() {
             continue;
         }
         if (mFraming->isReadable(front())) {
-            return passedOver ? TRANSPORTDEC_SYNC_ERROR : TRANSPORTDEC_OK;
+            return Step::Frame;
         }
-        // Up to a readable one at one go: a caller that feeds a packet per error would fall behind
-        // by all the others in it.
         mBegin += mFrameSize;
-        passedOver = true;
     }
-    return mBegin != from ? TRANSPORTDEC_SYNC_ERROR : TRANSPORTDEC_NOT_ENOUGH_BITS;
+    return mBegin != mCallBegin ? Step::Exhausted : Step::Starved;
 }
 
 // Whether two complete frames stand at `at` and a third starts behind them: three matches in a row
@@ -221,7 +242,7 @@ bool TRANSPORTDEC::findChain(size_t from, size_t* at) const {
 }
 
 // Reads the complete frame at the front and makes it the frame in hand.
-TRANSPORTDEC_ERROR TRANSPORTDEC::takeFrame() {
+TRANSPORTDEC::Step TRANSPORTDEC::takeFrame() {
     const size_t behind = available() - mFrameSize;
     const bool followed = behind != 0 && mFraming->follows(front(), front() + mFrameSize, behind);
     orvhost::AacParse parsed = mFraming->parse(front(), mFrameSize);
@@ -232,10 +253,10 @@ TRANSPORTDEC_ERROR TRANSPORTDEC::takeFrame() {
         mInSync = true;
         mHasFrame = true;
         if (announceConfig()) {
-            return TRANSPORTDEC_OK;
+            return Step::Frame;
         }
         passFrame();
-        return TRANSPORTDEC_UNSUPPORTED_FORMAT;
+        return Step::Unsupported;
     }
     // The frame's place is certain when it stood where one was due and another stands behind it.
     const bool placed = mInSync ? behind == 0 || followed : followed;
@@ -243,14 +264,24 @@ TRANSPORTDEC_ERROR TRANSPORTDEC::takeFrame() {
         mInSync = true;
         mFraming->forget();
         mBegin += mFrameSize;
-        return TRANSPORTDEC_UNSUPPORTED_FORMAT;
+        return Step::Unsupported;
     }
     if (mInSync && followed) {
         mFraming->forget();
         mBegin += mFrameSize;  // damaged inside: costs this frame alone
-        return TRANSPORTDEC_SYNC_ERROR;
+        return Step::Dropped;
     }
-    return loseSync();
+    return refuseFrame();
+}
+
+// A frame that was read in vain and whose place is in doubt costs one byte, so that frames inside
+// it are found. Frames made to overlap would be read over and over that way: once that took more
+// than a handful of times the bytes passed over in this call, a refused frame goes whole.
+TRANSPORTDEC::Step TRANSPORTDEC::refuseFrame() {
+    constexpr size_t kMostReadings = 16;
+    mRefusedBytes += mFrameSize;
+    const size_t passed = mBegin - mCallBegin + orvhost::AacFraming::kMaxFrameSize;
+    return loseSync(mRefusedBytes > kMostReadings * passed ? mFrameSize : 1);
 }
 
 bool TRANSPORTDEC::announceConfig() {
@@ -277,12 +308,12 @@ void TRANSPORTDEC::passFrame() {
     mHasFrame = false;
 }
 
-// The byte that was taken for a frame's first goes; the search starts behind it.
-TRANSPORTDEC_ERROR TRANSPORTDEC::loseSync() {
+// What was taken for a frame's first bytes goes; the search starts behind it.
+TRANSPORTDEC::Step TRANSPORTDEC::loseSync(size_t bytes) {
     mInSync = false;
     mFraming->forget();
-    mBegin++;
-    return TRANSPORTDEC_SYNC_ERROR;
+    mBegin += bytes;
+    return Step::Dropped;
 }
 
 HANDLE_TRANSPORTDEC transportDec_Open(TRANSPORT_TYPE type, unsigned, unsigned layers) {

@@ -210,6 +210,43 @@ TEST_F(AACMediaExtractorTest, LosesOnlyTheDamagedUnitAndTakesTheNextPESTime) {
                                     unitAt(aacUnit(4, 60), kT + 4 * kFrame)));
 }
 
+// Four units a packet, each packet ending inside its last; one packet, or several, never came. The
+// unit that the hole tore takes the time it would have had, everything behind it that of its own
+// packet: units that wait in the framing must not slip to the time of the packet after.
+TEST_F(AACMediaExtractorTest, ALostPESDelaysNoUnitBehindIt) {
+    for (const unsigned lost : {1u, 5u}) {
+        open(AACMediaExtractor::LOAS);
+        mUnits.clear();
+        Bytes stream;
+        std::vector<size_t> starts;
+        for (unsigned i = 0; i < 44; i++) {
+            starts.push_back(stream.size());
+            stream = stream + kLoas.frame({aacUnit(i, 100 + i)});
+        }
+        for (unsigned packet = 0; packet < 10; packet++) {
+            if (packet >= 3 && packet < 3 + lost) {
+                continue;
+            }
+            // Its first whole unit is the first that starts in it.
+            const unsigned first = packet == 0 ? 0 : 4 * packet + 1;
+            const size_t from = packet == 0 ? 0 : starts[4 * packet] + 40;
+            feed(kT + first * kFrame,
+                 Bytes(stream.begin() + static_cast<long>(from),
+                       stream.begin() + static_cast<long>(starts[4 * packet + 4] + 40)));
+        }
+        std::vector<Unit> expected = {configAt(kStereo48, kT)};
+        for (unsigned i = 1; i < 40; i++) {
+            if (i < 12 || i > 12 + 4 * lost) {
+                expected.push_back(unitAt(aacUnit(i, 100 + i), kT + i * kFrame));
+            }
+        }
+        std::erase_if(mUnits, [](const Unit& unit) {
+            return unit.pts == static_cast<long long>(kT + 12 * kFrame);  // torn
+        });
+        EXPECT_EQ(mUnits, expected) << lost;
+    }
+}
+
 // What does not fit is dropped and takes no time with it.
 TEST_F(AACMediaExtractorTest, DropsUnitsLargerThanTheOutput) {
     open(AACMediaExtractor::ADTS);

@@ -15,8 +15,8 @@
 // LOAS is the AudioSyncStream of ISO/IEC 14496-3 (11-bit sync word 0x2B7) around an AudioMuxElement
 // with its StreamMuxConfig inside, for one program with one layer. ADTS is that of ISO/IEC 13818-7
 // and 14496-3. No byte sequence can stop the framing: each refused frame costs at least its first
-// byte, every length is held against the frame that carries it, and a configuration is only
-// believed once the whole frame around it was read.
+// byte and the search goes on behind it, every length is held against the frame that carries it,
+// and a configuration is only believed once the whole frame around it was read.
 
 enum TRANSPORT_TYPE {
     TT_MP4_ADTS = 2,
@@ -32,7 +32,7 @@ enum TPDEC_PARAM {
 enum TRANSPORTDEC_ERROR {
     TRANSPORTDEC_OK = 0,
     TRANSPORTDEC_NOT_ENOUGH_BITS = 0x101,    // the frame's end has not arrived; feed more bytes
-    TRANSPORTDEC_SYNC_ERROR = 0x102,         // bytes were dropped; read or feed on
+    TRANSPORTDEC_SYNC_ERROR = 0x102,         // no frame start in all bytes fed; they are dropped
     TRANSPORTDEC_INVALID_PARAMETER = 0x202,  // wrong argument, nothing done
     TRANSPORTDEC_UNSUPPORTED_FORMAT = 0x402  // a sound frame of a kind not handled, skipped whole
 };
@@ -88,7 +88,9 @@ int transportDec_RegisterAscCallback(HANDLE_TRANSPORTDEC decoder, cbUpdateConfig
 TRANSPORTDEC_ERROR transportDec_FillData(HANDLE_TRANSPORTDEC decoder, const unsigned char* buffer,
                                          unsigned bufferSize, unsigned* bytesValid, int layer);
 
-// Moves to the next access unit. Anything but TRANSPORTDEC_OK means that there is none now.
+// Moves to the next access unit, over whatever is damaged in front of it. NOT_ENOUGH_BITS and
+// SYNC_ERROR mean that no unit can come from the bytes fed so far; after UNSUPPORTED_FORMAT more
+// may.
 TRANSPORTDEC_ERROR transportDec_ReadAccessUnit(HANDLE_TRANSPORTDEC decoder, unsigned layer);
 
 // The whole length in bits of the unit read last, whatever has been read of it; 0 without one.
