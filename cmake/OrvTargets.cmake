@@ -78,9 +78,11 @@ function(orv_player_library name)
     endif()
 endfunction()
 
-# orv_test(NAME SOURCES a.cpp ... DEPS target ... [TIMEOUT s]): one GoogleTest program.
+# orv_test(NAME SOURCES a.cpp ... DEPS target ... [TIMEOUT s] [SERIAL]): one GoogleTest program.
+# SERIAL: it measures time, so nothing else runs beside it. Sound is silent unless a test chooses
+# otherwise.
 function(orv_test name)
-    cmake_parse_arguments(ARG "" "TIMEOUT" "SOURCES;DEPS" ${ARGN})
+    cmake_parse_arguments(ARG "SERIAL" "TIMEOUT" "SOURCES;DEPS" ${ARGN})
     if(NOT ARG_TIMEOUT)
         set(ARG_TIMEOUT 120)
     endif()
@@ -91,7 +93,10 @@ function(orv_test name)
     target_link_libraries(${name} PRIVATE orv_flags ${ARG_DEPS} GTest::gmock GTest::gtest_main)
     add_test(NAME ${name} COMMAND ${name})
     set_tests_properties(${name} PROPERTIES TIMEOUT ${ARG_TIMEOUT}
-        ENVIRONMENT "TSAN_OPTIONS=suppressions=${CMAKE_SOURCE_DIR}/cmake/tsan.supp halt_on_error=1")
+        ENVIRONMENT "ORV_AUDIO=silent;TSAN_OPTIONS=suppressions=${CMAKE_SOURCE_DIR}/cmake/tsan.supp halt_on_error=1")
+    if(ARG_SERIAL)
+        set_tests_properties(${name} PROPERTIES RUN_SERIAL TRUE)
+    endif()
 endfunction()
 
 # orv_fuzzer(NAME SOURCES a.cpp ... DEPS target ...): one libFuzzer program.

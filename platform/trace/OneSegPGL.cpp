@@ -5,14 +5,20 @@
 #include <spdlog/sinks/stdout_sinks.h>
 #include <spdlog/spdlog.h>
 
+#include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <string_view>
+#include <thread>
+#include <utility>
 
 constinit thread_local const char* OneSegPGL_TraceFile = "";
 constinit thread_local int OneSegPGL_TraceLine = 0;
@@ -20,6 +26,7 @@ constinit thread_local int OneSegPGL_TraceLine = 0;
 namespace {
 
 constexpr uint32_t LEVEL_MASK = 0xF0000000;
+constexpr uint32_t INFORMATION = 0x20000000;
 constexpr size_t QUEUED_LINES = 1024;
 constexpr size_t LINE_BYTES = 1024;
 
@@ -27,10 +34,52 @@ constexpr size_t LINE_BYTES = 1024;
 std::atomic<uint32_t> gPassing{0xC0000000};
 std::once_flag gInitialized;
 
+// Keeps a stream that offends with every picture from burying everything else: of the lines of one
+// place in the code ten pass at once and then one a second. Not when information is asked for:
+// whoever reads that wants all of it.
+class Repetitions {
+public:
+    // False when the line is to be left out. `*leftOut` is how many were before this one.
+    bool passes(const char* file, int line, unsigned int* leftOut) {
+        std::lock_guard<std::mutex> guard(mLock);
+        Place& place = mPlaces[{file, line}];
+        const int64_t now = seconds();
+        place.allowed = std::min(place.allowed + (now - place.second), AT_ONCE);
+        place.second = now;
+        if (place.allowed == 0) {
+            ++place.leftOut;
+            return false;
+        }
+        --place.allowed;
+        *leftOut = place.leftOut;
+        place.leftOut = 0;
+        return true;
+    }
+
+private:
+    static constexpr int64_t AT_ONCE = 10;
+
+    struct Place {
+        int64_t allowed = AT_ONCE;
+        int64_t second = seconds();
+        unsigned int leftOut = 0;
+    };
+
+    static int64_t seconds() {
+        return std::chrono::duration_cast<std::chrono::seconds>(
+                   std::chrono::steady_clock::now().time_since_epoch())
+            .count();
+    }
+
+    std::mutex mLock;
+    std::map<std::pair<const char*, int>, Place> mPlaces;  // as many as the code has lines of log
+};
+
 // Never destroyed while threads of the player may still trace: they live until the process ends.
 struct Writer {
     std::shared_ptr<spdlog::details::thread_pool> pool;
     std::shared_ptr<spdlog::async_logger> logger;
+    Repetitions repetitions;
 };
 Writer* gWriter = nullptr;
 
@@ -109,6 +158,11 @@ void OneSegPGL_TraceOut(uint32_t mask, const char* format, ...) {
     if (!OneSegPGL_IsTraced(mask)) {
         return;
     }
+    unsigned int leftOut = 0;
+    const bool quiet = (gPassing.load(std::memory_order_relaxed) & INFORMATION) == 0;
+    if (quiet && !gWriter->repetitions.passes(OneSegPGL_TraceFile, OneSegPGL_TraceLine, &leftOut)) {
+        return;
+    }
     char text[LINE_BYTES];
     va_list arguments;
     va_start(arguments, format);
@@ -121,8 +175,14 @@ void OneSegPGL_TraceOut(uint32_t mask, const char* format, ...) {
     while (size > 0 && text[size - 1] == '\n') {
         --size;  // messages end their own line or not; the writer always does
     }
-    gWriter->logger->log(levelOf(mask), "{}:{} {}", baseName(OneSegPGL_TraceFile),
-                         OneSegPGL_TraceLine, std::string_view(text, size));
+    const std::string_view message(text, size);
+    if (leftOut > 0) {
+        gWriter->logger->log(levelOf(mask), "{}:{} {} ({} more like it before)",
+                             baseName(OneSegPGL_TraceFile), OneSegPGL_TraceLine, message, leftOut);
+    } else {
+        gWriter->logger->log(levelOf(mask), "{}:{} {}", baseName(OneSegPGL_TraceFile),
+                             OneSegPGL_TraceLine, message);
+    }
 }
 
 void OneSegPGL_Flush() {

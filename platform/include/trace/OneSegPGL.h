@@ -12,6 +12,7 @@
 // first line): ORV_TRACE is "error", "warning" (the default), "info", "entry" or "off", and
 // ORV_TRACE_FILE names a file to write to instead of standard error. Lines are handed to a writer
 // thread over a bounded queue that drops its oldest line when full: tracing never blocks a caller.
+// Below "info" a place in the code that repeats itself is cut to a line a second.
 
 extern "C" {
 
