@@ -332,10 +332,10 @@ void Demultiplexer::flush() {
     mRoomWake.notify_all();
 }
 
-uint16_t Demultiplexer::pcrFilterPid() const {
+uint16_t Demultiplexer::filterPid(int kind) const {
     std::lock_guard lock(mMutex);
     for (const auto& filter : mFilters) {
-        if (filter != nullptr && filter->kind == DEMUX_FILTER_PCR) {
+        if (filter != nullptr && filter->kind == kind) {
             return filter->pid;
         }
     }

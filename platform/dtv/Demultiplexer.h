@@ -62,8 +62,8 @@ public:
     // filters that belong together are all there.
     bool readerArrived() const { return mReaderArrived.load(std::memory_order_acquire); }
 
-    // The PID of the first running PCR filter, PID_NONE without one.
-    uint16_t pcrFilterPid() const;
+    // The PID of the first running filter of that kind, PID_NONE without one.
+    uint16_t filterPid(int kind) const;
 
 private:
     struct Filter;

@@ -13,13 +13,13 @@ namespace {
 constexpr int64_t TRUSTED_INTERVAL_NS = 500'000'000;
 constexpr int64_t LONGEST_INTERVAL_NS = 5'000'000'000;
 
-// So much without a PCR is paced by the last rate: half a second at 12 Mbit/s.
+// So much without a clock is paced by the last rate: half a second at 12 Mbit/s.
 constexpr size_t MAX_OPEN_PACKETS = 4096;
 
 // How long the end of a known stretch may lie back before the open packets behind it go out.
 constexpr int64_t STARVED_NS = 100'000'000;
 
-// For a stream that never brings a PCR: 12 Mbit/s.
+// For a stream that brings neither PCR nor time stamps: 12 Mbit/s.
 constexpr int64_t DEFAULT_PACKET_NS = 188LL * 8 * 1'000'000'000 / 12'000'000;
 
 // No interval above a gigabit a second is believed: it would be a burst.
@@ -33,9 +33,8 @@ constexpr int64_t RATE_WINDOW_PACKETS = 8192;
 }  // namespace
 
 void PcrPacer::setPcrPid(uint16_t pid) {
-    if (pid != mPcrPid) {
-        mPcrPid = pid;
-        mLastPcr = -1;
+    if (mClock.setPcrPid(pid)) {
+        mLastTicks = -1;
     }
 }
 
@@ -82,11 +81,10 @@ void PcrPacer::learnRate(int64_t durationNs) {
     }
 }
 
-void PcrPacer::onPcr(const uint8_t* packet) {
-    const int64_t pcr = pcrOf(packet);
-    const bool measurable = mLastPcr >= 0 && mOpen > 0 && !hasDiscontinuityIndicator(packet);
-    const int64_t duration = measurable ? pcrToNs(pcrDistance(mLastPcr, pcr)) : 0;
-    mLastPcr = pcr;
+void PcrPacer::onSample(int64_t ticks, bool announcedJump) {
+    const bool measurable = mLastTicks >= 0 && mOpen > 0 && !announcedJump;
+    const int64_t duration = measurable ? pcrToNs(pcrDistance(mLastTicks, ticks)) : 0;
+    mLastTicks = ticks;
     if (measurable && isPlausible(duration)) {
         learnRate(duration);
         if (mUnrated > 0) {
@@ -106,24 +104,25 @@ void PcrPacer::onPcr(const uint8_t* packet) {
 }
 
 void PcrPacer::add(const uint8_t* packets, size_t count) {
+    mClock.choose(packets, count);
     for (size_t i = 0; i < count; ++i) {
         const uint8_t* packet = packets + i * TS_PACKET_BYTES;
-        if (hasPcr(packet) && (mPcrPid == PID_NONE || pidOf(packet) == mPcrPid)) {
-            mPcrPid = pidOf(packet);
-            onPcr(packet);
+        const int64_t ticks = mClock.sampleOf(packet);
+        if (ticks >= 0) {
+            onSample(ticks, hasDiscontinuityIndicator(packet));
         }
         ++mOpen;
         if (mOpen + mUnrated >= MAX_OPEN_PACKETS) {
             closeAtLastRate();
-            mLastPcr = -1;
-            mPcrPid = PID_NONE;
+            mLastTicks = -1;
+            mClock.takeAnyPid();
         }
     }
 }
 
 void PcrPacer::finish() {
     closeAtLastRate();
-    mLastPcr = -1;
+    mLastTicks = -1;
 }
 
 bool PcrPacer::waitedLongEnough(int64_t nowNs) {
@@ -143,7 +142,7 @@ size_t PcrPacer::takeDue(int64_t nowNs) {
                 return 0;  // the pace begins with the first packet whose time is known
             }
             closeAtLastRate();
-            mLastPcr = -1;
+            mLastTicks = -1;
         }
         mWaitingSinceNs = -1;
         mStarted = true;
@@ -153,7 +152,7 @@ size_t PcrPacer::takeDue(int64_t nowNs) {
     }
     if (mSegments.empty() && mOpen + mUnrated > 0 && nowNs - mStartNs > STARVED_NS) {
         closeAtLastRate();
-        mLastPcr = -1;
+        mLastTicks = -1;
     }
     const int64_t lateNs = nowNs - nextDueNs(nowNs);
     if (lateNs > MAX_LATE_NS) {
@@ -194,7 +193,8 @@ int64_t PcrPacer::nextDueNs(int64_t unknown) const {
 
 void PcrPacer::clear() {
     mSegments.clear();
-    mLastPcr = -1;
+    mClock.forgetStamp();
+    mLastTicks = -1;
     mOpen = 0;
     mUnrated = 0;
     mTaken = 0;

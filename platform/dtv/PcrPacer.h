@@ -4,17 +4,18 @@
 #include <cstdint>
 #include <deque>
 
-#include "dtv/Services.h"
+#include "dtv/StreamClock.h"
 
 namespace orvhost {
 
-// Says when each packet of a recorded stream is due, from its programme clock reference.
+// Says when each packet of a recorded stream is due, from its programme clock reference or, where
+// the first packets have none, from the time stamps of one PID.
 //
-//   packets   x x x P x x x x x x P x x x x P        P: carries the PCR
+//   packets   x x x P x x x x x x P x x x x P        P: tells the clock
 //             \pre/ \-- 40 ms ---/ \ 40 ms /         a segment: so many packets in so much time
 //
-// Inside a segment packets are spread evenly. A jump of the PCR (either way, announced or not)
-// carries on at the rate of the segment before it, and so does a stretch without PCR. The first
+// Inside a segment packets are spread evenly. A jump of the clock (either way, announced or not)
+// carries on at the rate of the segment before it, and so does a stretch without clock. The first
 // packets, before there is any rate, get the first rate found. Not thread-safe; knows no clock:
 // times are handed in.
 class PcrPacer {
@@ -22,7 +23,11 @@ public:
     // The PID whose PCR counts; PID_NONE takes the first PID that carries one. Also what happens
     // when the chosen PID brings none for a long stretch.
     void setPcrPid(uint16_t pid);
-    uint16_t pcrPid() const { return mPcrPid; }
+    uint16_t pcrPid() const { return mClock.pcrPid(); }
+
+    // The PID whose time stamps pace a stream without PCR, best that of the video; PID_NONE, or a
+    // PID without any, takes the first with some. Without effect once packets were added.
+    void setStampPid(uint16_t pid) { mClock.setStampPid(pid); }
 
     // Adds `count` packets behind those that are not due yet.
     void add(const uint8_t* packets, size_t count);
@@ -57,16 +62,16 @@ private:
 
     bool waitedLongEnough(int64_t nowNs);
     void learnRate(int64_t durationNs);
-    void onPcr(const uint8_t* packet);
+    void onSample(int64_t ticks, bool announcedJump);
     void close(int64_t durationNs);
     void closeAtLastRate();
     bool isPlausible(int64_t durationNs) const;
     int64_t durationAtLastRate(size_t packets) const;
 
-    uint16_t mPcrPid = PID_NONE;
-    int64_t mLastPcr = -1;  // -1: none to measure from
-    size_t mOpen = 0;       // packets of the segment that no PCR has closed yet
-    size_t mUnrated = 0;    // packets before them that wait for the first rate
+    StreamClock mClock;
+    int64_t mLastTicks = -1;  // -1: none to measure from
+    size_t mOpen = 0;         // packets of the segment that no sample has closed yet
+    size_t mUnrated = 0;      // packets before them that wait for the first rate
     // Over the good segments of late: the rate.
     int64_t mRatePackets = 0;
     int64_t mRateNs = 0;

@@ -19,6 +19,10 @@ inline uint16_t pidOf(const uint8_t* p) {
 inline bool hasTransportError(const uint8_t* p) {
     return (p[1] & 0x80) != 0;
 }
+// payload_unit_start_indicator.
+inline bool startsUnit(const uint8_t* p) {
+    return (p[1] & 0x40) != 0;
+}
 inline bool hasPayload(const uint8_t* p) {
     return (p[3] & 0x10) != 0;
 }

@@ -39,8 +39,9 @@ struct TuneResult {
 };
 
 struct TuneOptions {
-    // Paced: the source is fed at the pace of its PCR, and a filter whose queue is full loses its
-    // oldest packets, as on air. Otherwise as fast as the filters are read, and nothing is lost.
+    // Paced: the source is fed at the pace of its PCR (without one, of its time stamps), and a
+    // filter whose queue is full loses its oldest packets, as on air. Otherwise as fast as the
+    // filters are read, and nothing is lost.
     bool paced = true;
     uint16_t serviceId = 0;      // whose PCR paces; 0: the first service that has one
     uint16_t pcrPid = PID_NONE;  // goes before serviceId

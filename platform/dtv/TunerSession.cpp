@@ -24,6 +24,18 @@ constexpr int64_t LONGEST_SLEEP_NS = 100 * MS;
 constexpr int64_t SETTLE_NS = 100 * MS;  // for filters whose reader asks for nothing
 constexpr size_t LOSSLESS_BATCH = 350;   // packets, 64 KiB
 
+uint16_t pcrPidIn(const Service& service) {
+    return service.pcrPid;
+}
+
+uint16_t videoPidIn(const Service& service) {
+    const auto& streams = service.streams;
+    const auto video = std::find_if(streams.begin(), streams.end(), [](const auto& stream) {
+        return stream.kind == StreamKind::Video;
+    });
+    return video == streams.end() ? PID_NONE : video->pid;
+}
+
 }  // namespace
 
 TunerSession::TunerSession(HostClock& clock, Demultiplexer& demultiplexer,
@@ -241,33 +253,35 @@ bool TunerSession::waitForWork() {
     }
 }
 
-uint16_t TunerSession::choosePcrPid() const {
-    if (mOptions.pcrPid != PID_NONE) {
-        return mOptions.pcrPid;
-    }
+// Of the service that was asked for, else of the filter of that kind that runs, else of the first
+// service that has one.
+uint16_t TunerSession::choosePid(int filterKind, uint16_t (*pidIn)(const Service&)) const {
     std::vector<Service> services;
     {
         std::lock_guard lock(mMutex);
         services = mTables.services();
     }
-    const auto pcrOfService = [&services](auto wanted) {
-        const auto found = std::find_if(services.begin(), services.end(), wanted);
-        return found == services.end() ? PID_NONE : found->pcrPid;
-    };
-    const uint16_t named =
-        pcrOfService([this](const Service& s) { return s.serviceId == mOptions.serviceId; });
-    if (mOptions.serviceId != 0 && named != PID_NONE) {
-        return named;
+    for (const Service& service : services) {
+        const uint16_t named = pidIn(service);
+        if (mOptions.serviceId != 0 && service.serviceId == mOptions.serviceId &&
+            named != PID_NONE) {
+            return named;
+        }
     }
-    const uint16_t filtered = mDemultiplexer.pcrFilterPid();
-    return filtered != PID_NONE
-               ? filtered
-               : pcrOfService([](const Service& s) { return s.pcrPid != PID_NONE; });
+    const uint16_t filtered = mDemultiplexer.filterPid(filterKind);
+    if (filtered != PID_NONE) {
+        return filtered;
+    }
+    const auto found = std::find_if(services.begin(), services.end(),
+                                    [pidIn](const Service& s) { return pidIn(s) != PID_NONE; });
+    return found == services.end() ? PID_NONE : pidIn(*found);
 }
 
 void TunerSession::beginFeeding() {
     if (mOptions.paced) {
-        mPacer.setPcrPid(choosePcrPid());
+        mPacer.setPcrPid(mOptions.pcrPid != PID_NONE ? mOptions.pcrPid
+                                                     : choosePid(DEMUX_FILTER_PCR, pcrPidIn));
+        mPacer.setStampPid(choosePid(DEMUX_FILTER_VIDEO, videoPidIn));
         mPacer.restart();
         mNextTickNs = mClock.nowNs();
     }

@@ -61,7 +61,7 @@ private:
     bool startOver();
     ssize_t fill(int timeoutMs);
     void sleepUntil(int64_t deadlineNs);
-    uint16_t choosePcrPid() const;
+    uint16_t choosePid(int filterKind, uint16_t (*pidIn)(const Service&)) const;
     bool isCancelled() const { return mCancelled.load(std::memory_order_relaxed); }
     bool mayFeed() const;
     bool isWantedElsewhere() const;

@@ -120,6 +120,81 @@ TEST(PcrPacerTest, GoesOnAtTheLastRateWithoutPcr) {
     EXPECT_EQ(due, 5001u);
 }
 
+// PES packets of 10 packets each on the PID, one every 40 ms in the order of decoding. Without DTS
+// every third picture is shown two later: its time goes ahead of those that follow.
+void addPictures(TsBuilder& builder, int64_t firstPts, int count, bool reordered = false) {
+    for (int i = 0; i < count; ++i) {
+        const int shownAt = !reordered ? i : i % 3 == 0 ? i + 2 : i - 1;
+        const int64_t pts = (firstPts + shownAt * 40 * 90) % (int64_t{1} << 33);
+        builder.pes(PID, 0xE0, pts, Bytes(150, 1)).nulls(9);
+    }
+}
+
+struct Pictures {
+    const char* name;
+    int64_t secondPts;  // of the second ten pictures; the first ten cover 0 to 400 ms
+    uint16_t stampPid;
+};
+
+TEST(PcrPacerTest, WithoutPcrTheTimeStampsPace) {
+    const int64_t start = (int64_t{1} << 33) - 100 * 90;  // the wrap is no jump
+    const int64_t end = start + 400 * 90;
+    const Pictures cases[] = {
+        {"chosen PID", end, PID},
+        {"first PID with time stamps", end, orvhost::PID_NONE},
+        {"the chosen PID has none", end, 0x333},
+        {"an hour ahead", end + 3'600'000 * 90, PID},
+        {"an hour back", end - 3'600'000 * 90, PID},
+        {"two seconds ahead", end + 2000 * 90, PID},
+    };
+    for (const Pictures& c : cases) {
+        SCOPED_TRACE(c.name);
+        TsBuilder builder;
+        builder.packet(0x333, Bytes{0, 0, 1, 0xE0}, true).nulls(9);  // a start and no more
+        addPictures(builder, start, 10);
+        addPictures(builder, c.secondPts, 10);
+        PcrPacer pacer;
+        pacer.setPcrPid(0x1FF);  // named by the tables, never there
+        pacer.setStampPid(c.stampPid);
+        pacer.add(builder.build().data(), 30);
+        pacer.setStampPid(c.stampPid);  // after a pause
+        pacer.add(builder.build().data() + 30 * 188, builder.size() / 188 - 30);
+        pacer.finish();
+        expectEvenPace(ticks(pacer, builder.size() / 188));
+    }
+}
+
+TEST(PcrPacerTest, ReorderedTimeStampsKeepThePaceOnAverage) {
+    TsBuilder builder;
+    addPictures(builder, 90'000, 60, true);
+    PcrPacer pacer;
+    add(pacer, builder);
+    pacer.finish();
+    size_t due = 0;
+    for (int64_t at = 0; at <= 2000; at += 20) {
+        due += pacer.takeDue(at * MS);
+    }
+    EXPECT_NEAR(static_cast<double>(due), 500, 20);
+}
+
+TEST(PcrPacerTest, ThePcrGoesBeforeTimeStamps) {
+    TsBuilder pictures;  // they say 40 ms where the PCR says 20
+    addPictures(pictures, 90'000, 10);
+    TsBuilder both;
+    for (int i = 0; i < 20; ++i) {
+        both.pcr(0x1FF, i * 20 * PCR_MS).pes(PID, 0xE0, 90'000 + i * 3600, Bytes(150, 1)).nulls(8);
+    }
+    PcrPacer known;
+    add(known, both);
+    EXPECT_EQ(known.bufferedNs(), 19 * 20 * MS);
+
+    PcrPacer late;  // the PCR comes behind what was taken for the head
+    add(late, pictures);
+    EXPECT_EQ(late.bufferedNs(), 9 * 40 * MS);
+    add(late, both);
+    EXPECT_EQ(late.bufferedNs(), 10 * 40 * MS + 19 * 20 * MS);
+}
+
 // 12 Mbit/s, eight packets a millisecond, when the stream says nothing at all.
 TEST(PcrPacerTest, AStreamWithoutAnyPcrStillHasAPace) {
     PcrPacer pacer;
