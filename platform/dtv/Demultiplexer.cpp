@@ -45,6 +45,19 @@ void cutToPcr(uint8_t* out, const uint8_t* packet) {
     std::memset(out + 5 + fieldBytes, 0xFF, TS_PACKET_BYTES - 5 - fieldBytes);
 }
 
+// ISO/IEC 13818-1 2.4.3.3: a packet with payload may be sent twice in a row, the same but for its
+// PCR.
+bool isSentTwice(const uint8_t* first, const uint8_t* second) {
+    if (first[3] != second[3] || !hasPayload(second)) {
+        return false;  // nearly always: the counter steps
+    }
+    const bool both = hasPcr(first) && hasPcr(second);
+    const size_t head = both ? 6 : 4;
+    const size_t rest = both ? 12 : 4;
+    return std::memcmp(first, second, head) == 0 &&
+           std::memcmp(first + rest, second + rest, TS_PACKET_BYTES - rest) == 0;
+}
+
 }  // namespace
 
 // One PID filter and its queue, a ring of whole packets.
@@ -56,9 +69,15 @@ struct Demultiplexer::Filter {
     std::unique_ptr<uint8_t[]> ring;
     size_t first = 0;
     size_t count = 0;
-    Filter* next = nullptr;  // on the same PID
+    const uint8_t* last = nullptr;  // the newest packet, in the ring also after it was read
+    Filter* next = nullptr;         // on the same PID
 
     bool takes(const uint8_t* packet) const { return kind != DEMUX_FILTER_PCR || hasPcr(packet); }
+
+    // Only for a packet that it takes.
+    bool hadLast(const uint8_t* packet) const {
+        return last != nullptr && kind != DEMUX_FILTER_PCR && isSentTwice(last, packet);
+    }
 
     // True when the oldest packet had to go.
     bool push(const uint8_t* packet) {
@@ -74,6 +93,7 @@ struct Demultiplexer::Filter {
         } else {
             std::memcpy(slot, packet, TS_PACKET_BYTES);
         }
+        last = slot;
         ++count;
         return full;
     }
@@ -255,7 +275,12 @@ int Demultiplexer::readData(int handle, uint8_t* data, int size) {
 
 void Demultiplexer::deliver(const uint8_t* packet) {
     for (Filter* f = mByPid[pidOf(packet)]; f != nullptr; f = f->next) {
-        if (f->takes(packet) && f->push(packet)) {
+        if (!f->takes(packet)) {
+            continue;
+        }
+        if (f->hadLast(packet)) {
+            mRepeated.fetch_add(1, std::memory_order_relaxed);
+        } else if (f->push(packet)) {
             mDropped.fetch_add(1, std::memory_order_relaxed);
         }
     }
@@ -325,6 +350,7 @@ void Demultiplexer::flush() {
             if (filter != nullptr) {
                 filter->first = 0;
                 filter->count = 0;
+                filter->last = nullptr;
             }
         }
         mRoom = true;

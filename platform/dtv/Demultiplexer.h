@@ -58,6 +58,9 @@ public:
     size_t filterCount() const { return mFilterCount.load(std::memory_order_acquire); }
     uint64_t droppedPackets() const { return mDropped.load(std::memory_order_relaxed); }
 
+    // Packets that came twice in a row (ISO/IEC 13818-1 2.4.3.3); PES and video filters get one.
+    uint64_t repeatedPackets() const { return mRepeated.load(std::memory_order_relaxed); }
+
     // True once a reader asked for data since the first of the running filters was started: the
     // filters that belong together are all there.
     bool readerArrived() const { return mReaderArrived.load(std::memory_order_acquire); }
@@ -86,6 +89,7 @@ private:
     std::atomic<size_t> mFilterCount{0};
     std::atomic<bool> mReaderArrived{false};
     std::atomic<uint64_t> mDropped{0};
+    std::atomic<uint64_t> mRepeated{0};
     std::function<void()> mFilterCallback;  // fixed before use
 };
 

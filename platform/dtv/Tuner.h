@@ -73,6 +73,7 @@ struct TunerStatistics {
     uint64_t syncLosses = 0;
     uint64_t skippedBytes = 0;        // outside of packets
     uint64_t droppedPackets = 0;      // by full filter queues
+    uint64_t repeatedPackets = 0;     // sent twice and given to a filter once
     std::vector<PidStatistics> pids;  // those that were seen, ascending
 };
 

@@ -59,6 +59,7 @@ void TunerSession::start() {
         {
             std::lock_guard counting(mMutex);
             mDroppedBefore = mDemultiplexer.droppedPackets();
+            mRepeatedBefore = mDemultiplexer.repeatedPackets();
         }
         mThread = std::thread(&TunerSession::run, this);
     }
@@ -419,6 +420,7 @@ TunerStatistics TunerSession::statistics() const {
     all.syncLosses = mSyncLosses;
     all.skippedBytes = mSkippedBytes;
     all.droppedPackets = mDemultiplexer.droppedPackets() - mDroppedBefore;
+    all.repeatedPackets = mDemultiplexer.repeatedPackets() - mRepeatedBefore;
     all.pids = mCounter.pids();
     return all;
 }

@@ -99,6 +99,7 @@ private:
     uint64_t mSyncLosses = 0;
     uint64_t mSkippedBytes = 0;
     uint64_t mDroppedBefore = 0;
+    uint64_t mRepeatedBefore = 0;
     ServiceTables mTables;
     PacketCounter mCounter;
 

@@ -133,6 +133,52 @@ TEST_F(DemultiplexerTest, PcrFilterCutsToHeaderAndAdaptationField) {
     EXPECT_TRUE(orvhost::hasDiscontinuityIndicator(out.data() + 188));
 }
 
+// ISO/IEC 13818-1 2.4.3.3: the same counter and the same bytes but for the PCR.
+TEST_F(DemultiplexerTest, APacketThatIsSentTwiceIsDeliveredOnce) {
+    struct Case {
+        const char* name;
+        Bytes second;  // behind packet(VIDEO, Bytes(100, 7), true, 27'000'000), counter 0
+        size_t delivered;
+    };
+    const auto one = [](const Bytes& payload, int64_t pcr, unsigned lost = 0) {
+        TsBuilder builder;
+        for (unsigned i = 0; i < lost; ++i) {
+            builder.packet(VIDEO, Bytes(184, 1));
+        }
+        const Bytes all = builder.packet(VIDEO, payload, true, pcr).build();
+        return Bytes(all.end() - 188, all.end());
+    };
+    const Bytes first = one(Bytes(100, 7), 27'000'000);
+    const Case cases[] = {
+        {"the same", first, 1},
+        {"another PCR", one(Bytes(100, 7), 27'000'999), 1},
+        {"another payload", one(Bytes(100, 8), 27'000'000), 2},
+        {"another length", one(Bytes(101, 7), 27'000'000), 2},
+        {"the next counter", one(Bytes(100, 7), 27'000'000, 1), 2},
+        {"no PCR", one(Bytes(100, 7), NO_TIME), 2},
+    };
+    uint64_t repeated = 0;
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        const int video = mDemux.startFiltering(VIDEO, DEMUX_FILTER_VIDEO);
+        const int pcr = mDemux.startFiltering(VIDEO, DEMUX_FILTER_PCR);
+        feedLive(first);
+        EXPECT_EQ(readAll(video), first);  // also across a read
+        feedLive(c.second + TsBuilder().nulls(1).build());
+        EXPECT_EQ(readAll(video), c.delivered == 1 ? Bytes{} : c.second);
+        EXPECT_EQ(readAll(pcr).size(), orvhost::hasPcr(c.second.data()) ? 2 * 188u : 188u);
+        repeated += 2 - c.delivered;
+        EXPECT_EQ(mDemux.repeatedPackets(), repeated);
+        mDemux.stopFiltering(video);
+        mDemux.stopFiltering(pcr);
+    }
+    const int video = mDemux.startFiltering(VIDEO, DEMUX_FILTER_VIDEO);
+    feedLive(first);
+    mDemux.flush();  // a jump: the same packet again is a new one
+    feedLive(first);
+    EXPECT_EQ(readAll(video), first);
+}
+
 TEST_F(DemultiplexerTest, FullLiveQueueLosesItsOldestPackets) {
     const int handle = mDemux.startFiltering(AUDIO, DEMUX_FILTER_PES);
     TsBuilder one;
