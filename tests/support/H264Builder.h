@@ -112,7 +112,7 @@ struct SpsFields {
     uint64_t refFrames = 2;
     uint64_t widthMbs = 120, mapUnits = 68;
     bool frameMbsOnly = true;
-    bool mbAdaptive = true;  // of fields
+    bool mbAdaptive = true;                     // of fields
     std::optional<std::vector<uint64_t>> crop;  // left, right, top, bottom
     bool vui = true;
     std::optional<unsigned> aspectRatio;
