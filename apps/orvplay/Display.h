@@ -14,8 +14,7 @@ public:
     // False when there is no display or it cannot be used; says why on standard error.
     virtual bool open() = 0;
 
-    // Shows a picture; it is read during the call only, or kept by its buffer reference while the
-    // caller keeps the slot of the last three pictures shown acquired.
+    // Shows a picture; it is read during the call only.
     virtual void show(const orvhost::AcquiredBuffer& picture) = 0;
 
     // Handles what came from the user and shows what is due; never waits. Called after each

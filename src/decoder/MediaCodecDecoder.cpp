@@ -259,22 +259,7 @@ int MediaCodecDecoder::setSurface(sp<android::Surface>& surface) {
     if (surface == nullptr) {
         return 0;
     }
-    const bool started = mState == STARTED;
-    if (started) {
-        if (stopMediaCodec() != 0) {
-            ORV_LOGE("[%s] %s: Error stopping MediaCodec", component(), __func__);
-        }
-        emptyOutput();
-    }
-    if (mState != CREATED) {
-        releaseMediaDecoder();
-        if (allocateMediaDecoder() != 0) {
-            ORV_LOGE("[%s] %s: Error allocating Media Codec", component(), __func__);
-        }
-    }
-    if (started && (mCodec == nullptr || startMediaCodec() != 0)) {
-        ORV_LOGE("[%s] %s: Error starting Media Codec", component(), __func__);
-    }
+    rebuildCodec(__func__);
     return 0;
 }
 
@@ -329,20 +314,26 @@ void MediaCodecDecoder::runRestart() {
 }
 
 void MediaCodecDecoder::restartInternal() {
-    if (mState == STARTED) {
+    rebuildCodec(__func__);
+}
+
+// A fresh codec for the state at hand, which does not change; nothing of the old one stays.
+void MediaCodecDecoder::rebuildCodec(const char* caller) {
+    const bool started = mState == STARTED;
+    if (started) {
         if (stopMediaCodec() != 0) {
-            ORV_LOGE("[%s] %s: Error stopping MediaCodec", component(), __func__);
+            ORV_LOGE("[%s] %s: Error stopping MediaCodec", component(), caller);
         }
         emptyOutput();
     }
     if (mState != CREATED) {
         releaseMediaDecoder();
         if (allocateMediaDecoder() != 0) {
-            ORV_LOGE("[%s] %s: Error allocating Media Codec", component(), __func__);
+            ORV_LOGE("[%s] %s: Error allocating Media Codec", component(), caller);
         }
     }
-    if (mState == STARTED && (mCodec == nullptr || startMediaCodec() != 0)) {
-        ORV_LOGE("[%s] %s: Error starting Media Codec", component(), __func__);
+    if (started && (mCodec == nullptr || startMediaCodec() != 0)) {
+        ORV_LOGE("[%s] %s: Error starting Media Codec", component(), caller);
     }
 }
 

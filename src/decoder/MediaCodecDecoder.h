@@ -96,6 +96,7 @@ private:
     int joinThreads();
     void emptyOutput();
     void restartInternal();
+    void rebuildCodec(const char* caller);
     void runRestart();  // takes mLock; restart thread
     bool setCropSize(int left, int top, int right, int bottom, android_native_rect_t* crop);
 
