@@ -32,7 +32,7 @@ public:
     };
 
     PlayerSession(const android::sp<android::IGraphicBufferProducer>& producer, Events events);
-    ~PlayerSession();
+    ~PlayerSession() override;
     PlayerSession(const PlayerSession&) = delete;  // the player knows it by address
     PlayerSession& operator=(const PlayerSession&) = delete;
 
