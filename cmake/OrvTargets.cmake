@@ -99,10 +99,15 @@ function(orv_test name)
     endif()
 endfunction()
 
-# orv_fuzzer(NAME SOURCES a.cpp ... DEPS target ...): one libFuzzer program.
+# orv_fuzzer(NAME SOURCES a.cpp ... DEPS target ...): one libFuzzer program. Target `fuzzers` builds
+# them all and nothing else.
+if(ORV_BUILD_FUZZERS)
+    add_custom_target(fuzzers)
+endif()
 function(orv_fuzzer name)
     cmake_parse_arguments(ARG "" "" "SOURCES;DEPS" ${ARGN})
     add_executable(${name} ${ARG_SOURCES})
     target_link_libraries(${name} PRIVATE orv_flags ${ARG_DEPS})
     target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+    add_dependencies(fuzzers ${name})
 endfunction()
