@@ -109,16 +109,9 @@ void AudioEncoder::sendNextSamples() {
 }
 
 bool AudioEncoder::next(AudioUnit* unit) {
-    int result = AVERROR(EAGAIN);
-    while ((result = avcodec_receive_packet(mContext.get(), mPacket.get())) == AVERROR(EAGAIN) &&
-           !mFlushed) {
-        sendNextSamples();
-    }
-    if (result == AVERROR_EOF) {
+    if (!receivePacket(mContext.get(), mPacket.get(), mFlushed, "audio",
+                       [this] { sendNextSamples(); })) {
         return false;
-    }
-    if (result < 0) {
-        throw Failure("audio encoding failed: " + libavError(result));
     }
     unit->bytes.assign(mPacket->data, mPacket->data + mPacket->size);
     unit->positionSamples = mPacket->pts;

@@ -11,6 +11,8 @@ extern "C" {
 #include <memory>
 #include <string>
 
+#include "mksample/Options.h"
+
 namespace mksample {
 
 struct LibavDeleter {
@@ -27,6 +29,21 @@ inline std::string libavError(int code) {
     char text[AV_ERROR_MAX_STRING_SIZE] = {};
     av_strerror(code, text, sizeof(text));
     return text;
+}
+
+// Takes the next packet of an encoder, giving it input by sendNext() for as long as it wants some
+// and `flushed` is not set. False at the end of the stream; throws a Failure, as of `kind`.
+template <typename SendNext>
+bool receivePacket(AVCodecContext* encoder, AVPacket* packet, const bool& flushed, const char* kind,
+                   SendNext sendNext) {
+    int result = AVERROR(EAGAIN);
+    while ((result = avcodec_receive_packet(encoder, packet)) == AVERROR(EAGAIN) && !flushed) {
+        sendNext();
+    }
+    if (result < 0 && result != AVERROR_EOF) {
+        throw Failure(std::string(kind) + " encoding failed: " + libavError(result));
+    }
+    return result != AVERROR_EOF;
 }
 
 }  // namespace mksample

@@ -131,16 +131,9 @@ void VideoEncoder::sendNextPicture() {
 }
 
 bool VideoEncoder::next(VideoUnit* unit) {
-    int result = AVERROR(EAGAIN);
-    while ((result = avcodec_receive_packet(mContext.get(), mPacket.get())) == AVERROR(EAGAIN) &&
-           !mFlushed) {
-        sendNextPicture();
-    }
-    if (result == AVERROR_EOF) {
+    if (!receivePacket(mContext.get(), mPacket.get(), mFlushed, "video",
+                       [this] { sendNextPicture(); })) {
         return false;
-    }
-    if (result < 0) {
-        throw Failure("video encoding failed: " + libavError(result));
     }
     unit->bytes = withoutUserData(mPacket->data, static_cast<size_t>(mPacket->size));
     unit->ptsFrames = mPacket->pts;
