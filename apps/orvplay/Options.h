@@ -6,17 +6,28 @@
 
 namespace orvplay {
 
-struct PlayOptions {
+// Which streams of which source; a PID of 0 stands for none.
+struct StreamOptions {
     std::string source;
     std::string service;  // name or number; empty: the first one
     std::optional<uint16_t> videoPid;
     std::optional<uint16_t> audioPid;
     std::optional<uint16_t> pcrPid;
+};
+
+struct PlayOptions : StreamOptions {
     bool headless = false;
     bool json = false;
     bool audio = true;
     double durationS = 0.0;  // from the first picture; 0: to the end
     std::string snapshot;    // PNG of the last picture shown; empty: none
+};
+
+struct UnitsOptions : StreamOptions {
+    std::string stream;           // "video" or "audio"; empty: both
+    std::string stage = "units";  // or "pes": the packets that the parser delivers
+    std::string out;              // file for their bytes; empty: none
+    bool quiet = false;           // the summary alone
 };
 
 struct ProbeOptions {

@@ -37,7 +37,7 @@ const Service* serviceNamed(const std::vector<Service>& services, const std::str
 }
 
 // The service that the wishes point at: by its name, else by a PID, else the first with a picture.
-const Service* pickService(const std::vector<Service>& services, const PlayOptions& options) {
+const Service* pickService(const std::vector<Service>& services, const StreamOptions& options) {
     if (!options.service.empty()) {
         return serviceNamed(services, options.service);
     }
@@ -84,7 +84,7 @@ std::map<std::string, std::string> StreamSelection::configuration() const {
             {"isMPEG2Audio", audioKind == StreamKind::AudioMpeg ? "1" : "0"}};
 }
 
-bool selectStreams(const std::vector<Service>& services, const PlayOptions& options,
+bool selectStreams(const std::vector<Service>& services, const StreamOptions& options,
                    StreamSelection* selection, std::string* error) {
     const Service* service = pickService(services, options);
     if (service == nullptr && !options.service.empty()) {

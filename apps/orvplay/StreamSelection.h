@@ -26,7 +26,7 @@ struct StreamSelection {
 // Picks the service and its streams, by the user's wishes: the first service with a picture, its
 // first picture and its first sound, unless told otherwise. False, and one line in *error that
 // says what there is, when something that was named is not in the tables.
-bool selectStreams(const std::vector<orvhost::Service>& services, const PlayOptions& options,
+bool selectStreams(const std::vector<orvhost::Service>& services, const StreamOptions& options,
                    StreamSelection* selection, std::string* error);
 
 // "705 \"News HD\"", for messages.

@@ -5,6 +5,7 @@
 #include "ExitCode.h"
 #include "PlayCommand.h"
 #include "ProbeCommand.h"
+#include "UnitsCommand.h"
 
 namespace {
 
@@ -21,13 +22,17 @@ void addPid(CLI::App* command, const std::string& name, std::optional<uint16_t>&
         ->type_name("PID");
 }
 
+void addStreams(CLI::App* command, StreamOptions& options) {
+    command->add_option("--service", options.service, "Service to take, by name or number");
+    addPid(command, "--video-pid", options.videoPid, "picture");
+    addPid(command, "--audio-pid", options.audioPid, "sound");
+}
+
 void addPlay(CLI::App& app, PlayOptions& options) {
     CLI::App* play = app.add_subcommand("play", "Play a transport stream as live television");
     play->add_option("SOURCE", options.source, "A transport stream file, or - for standard input")
         ->required();
-    play->add_option("--service", options.service, "Service to play, by name or number");
-    addPid(play, "--video-pid", options.videoPid, "picture");
-    addPid(play, "--audio-pid", options.audioPid, "sound");
+    addStreams(play, options);
     addPid(play, "--pcr-pid", options.pcrPid, "clock");
     play->add_flag("--headless", options.headless,
                    "Open no window (the default without a display)");
@@ -53,6 +58,28 @@ void addProbe(CLI::App& app, ProbeOptions& options) {
     probe->add_flag("--json", options.json, "Print JSON, one object a line");
 }
 
+void addUnits(CLI::App& app, UnitsOptions& options) {
+    CLI::App* units = app.add_subcommand(
+        "units", "Print every access unit that the player cuts out of a stream, as JSON");
+    units->add_option("SOURCE", options.source, "A transport stream file, or - for standard input")
+        ->required();
+    addStreams(units, options);
+    units->add_option("--stream", options.stream, "Only the picture or only the sound")
+        ->check(CLI::IsMember({"video", "audio"}))
+        ->type_name("video|audio");
+    units
+        ->add_option("--stage", options.stage,
+                     "What to print: access units (the default) or PES packets")
+        ->check(CLI::IsMember({"units", "pes"}))
+        ->type_name("units|pes");
+    units->add_option("--out", options.out, "Write the bytes of the units there, one after another")
+        ->type_name("FILE");
+    units->add_flag("--quiet", options.quiet, "Print the summary alone");
+    units->footer(
+        "Nothing is lost and nothing waits for a clock. With --video-pid or --audio-pid only the\n"
+        "streams named are taken. The last PES packet of a stream is never complete.");
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -64,12 +91,17 @@ int main(int argc, char** argv) {
     app.footer(EXIT_CODES);
     PlayOptions play;
     ProbeOptions probe;
+    UnitsOptions units;
     addPlay(app, play);
     addProbe(app, probe);
+    addUnits(app, units);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? EXIT_OK : EXIT_USAGE;
+    }
+    if (app.got_subcommand("units")) {
+        return unitsCommand(units);
     }
     return app.got_subcommand("play") ? playCommand(play) : probeCommand(probe);
 }

@@ -343,6 +343,13 @@ void Demultiplexer::wakeFeeder() {
     mRoomWake.notify_all();
 }
 
+bool Demultiplexer::isDrained() const {
+    std::lock_guard lock(mMutex);
+    return std::all_of(mFilters.begin(), mFilters.end(), [](const auto& filter) {
+        return filter == nullptr || filter->count == 0;
+    });
+}
+
 void Demultiplexer::flush() {
     {
         std::lock_guard lock(mMutex);

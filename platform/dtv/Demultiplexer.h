@@ -48,6 +48,9 @@ public:
     void waitForRoom();
     void wakeFeeder();
 
+    // Whether readers have taken everything that was fed.
+    bool isDrained() const;
+
     // Drops what all queues hold.
     void flush();
 

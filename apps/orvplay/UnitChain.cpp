@@ -1,0 +1,166 @@
+#include "UnitChain.h"
+
+#include <new>
+#include <system_error>
+
+#include "decoder/AACMediaExtractor.h"
+#include "decoder/H264MediaExtractor.h"
+
+using OrvPlayer::AACMediaExtractor;
+using OrvPlayer::H264MediaExtractor;
+using OrvPlayer::MediaExtractor;
+using OrvPlayer::PESData;
+using OrvPlayer::RingBuffer;
+
+namespace orvplay {
+
+namespace {
+
+// The capacities of playback for PES packets, so that none is lost here that plays, or the other
+// way round. Packets come in larger batches than from the air.
+constexpr unsigned int PACKETS_EXPONENT = 20;
+constexpr unsigned int VIDEO_PES_BYTES = 6'291'456;
+constexpr unsigned int AUDIO_PES_BYTES = 65'536;
+
+constexpr int MOST_FRUITLESS_STARTS = 100;
+
+}  // namespace
+
+UnitChain::UnitChain(OrvPlayer::TSReceiverPIDType role, Extraction extraction, Sink sink,
+                     std::function<void()> onEvent)
+    : mSink(std::move(sink)),
+      mOnEvent(std::move(onEvent)),
+      mVideo(role == OrvPlayer::PID_TYPE_VIDEO),
+      mPackets(new RingBuffer),
+      mPES(new RingBuffer),
+      mParser(new OrvPlayer::TSParser(role)) {
+    switch (extraction) {
+        case Extraction::H264:
+            mExtractor = new H264MediaExtractor(mPES);
+            break;
+        case Extraction::AAC_LATM:
+            mExtractor = new AACMediaExtractor(mPES, AACMediaExtractor::LOAS);
+            break;
+        case Extraction::AAC_ADTS:
+            mExtractor = new AACMediaExtractor(mPES, AACMediaExtractor::ADTS);
+            break;
+        case Extraction::NONE:
+            break;
+    }
+}
+
+UnitChain::~UnitChain() {
+    cancel();
+    finish();
+}
+
+bool UnitChain::start() {
+    const unsigned int pesBytes = mVideo ? VIDEO_PES_BYTES : AUDIO_PES_BYTES;
+    if (mPackets->configure("Packets", PACKETS_EXPONENT) != 0 ||
+        mPES->configureWithSize("PES", pesBytes) != 0) {
+        return false;
+    }
+    mUnit.reset(new (std::nothrow) uint8_t[pesBytes]);  // no unit is larger than its PES packet
+    if (mUnit == nullptr) {
+        return false;
+    }
+    mParser->setInput(mPackets);
+    mParser->addOutput(mPES, nullptr);
+    mParser->configure(nullptr);
+    mParser->addErrorListener(*this);
+    if (mParser->start() != 0) {
+        return false;
+    }
+    try {
+        mThread = std::thread(&UnitChain::run, this);
+    } catch (const std::system_error&) {
+        return false;
+    }
+    return true;
+}
+
+void UnitChain::onError(unsigned int code, const OrvPlayer::Module*) const {
+    if (code == OrvPlayer::TSParser::ERR_SCRAMBLED) {
+        mScrambled = true;
+        mOnEvent();
+    }
+}
+
+bool UnitChain::passScrambling() {
+    mParser->stop();
+    mScrambled = false;
+    const uint64_t units = mUnits;
+    mFruitlessStarts = units == mUnitsAtScrambling ? mFruitlessStarts + 1 : 0;
+    mUnitsAtScrambling = units;
+    return mFruitlessStarts < MOST_FRUITLESS_STARTS && mParser->start() == 0;
+}
+
+void UnitChain::finish() {
+    mParser->stop();
+    mParserDone = true;
+    mPES->wakeReaders();
+    if (mThread.joinable()) {
+        mThread.join();
+    }
+}
+
+void UnitChain::run() {
+    bool more = true;
+    while (more && !mCancelled && !mSinkClosed) {
+        const bool last = mParserDone;  // asked before the look: what came until then is seen
+        const bool came = mExtractor != nullptr ? giveUnit() : givePES();
+        more = came || !last || mPES->getDataSize() > 0;
+    }
+    if (mExtractor != nullptr) {
+        mExtractor->reset();
+    }
+    mPES->readAdvance(0);
+}
+
+// False when there was nothing to work on.
+bool UnitChain::giveUnit() {
+    Unit unit;
+    unsigned long size = 0;
+    long long pts = 0;
+    const int status =
+        mExtractor->getDecodableUnit(mUnit.get(), mPES->getSize(), &size, &pts, &unit.flags);
+    if (status != MediaExtractor::STATUS_OK) {
+        return false;
+    }
+    if (size > 0) {
+        unit.bytes = mUnit.get();
+        unit.size = size;
+        unit.pts90k = pts;
+        give(unit);
+    }
+    return true;
+}
+
+bool UnitChain::givePES() {
+    const unsigned char* block = mPES->read(PESData::FIXED_SIZE, RingBuffer::BLOCKING);
+    if (block == nullptr) {
+        return false;
+    }
+    const auto* record = reinterpret_cast<const PESData*>(block);
+    const uint32_t size = record->mSize;
+    Unit unit;
+    unit.bytes = block + record->mOffsetES;
+    unit.size = record->mSizeES;
+    unit.pts90k = static_cast<int64_t>(record->mPTS);
+    unit.dts90k = static_cast<int64_t>(record->mDTS);
+    unit.streamId = block[PESData::FIXED_SIZE + 3];
+    give(unit);
+    mPES->readAdvance(size);
+    return true;
+}
+
+void UnitChain::give(const Unit& unit) {
+    ++mUnits;
+    mBytes += unit.size;
+    if (!mSink(unit)) {
+        mSinkClosed = true;
+        mOnEvent();
+    }
+}
+
+}  // namespace orvplay

@@ -1,0 +1,78 @@
+#include "UnitsCommand.h"
+
+#include "ExitCode.h"
+#include "Interrupt.h"
+#include "StreamSelection.h"
+#include "TuneFailure.h"
+#include "UnitsRun.h"
+#include "dtv/Tuner.h"
+
+namespace orvplay {
+
+namespace {
+
+constexpr int TABLES_TIMEOUT_MS = 3000;
+
+int fail(ExitCode code, const std::string& message) {
+    fprintf(stderr, "orvplay: %s\n", message.c_str());
+    return code;
+}
+
+// Leaves the streams that were asked for: those of one kind, or those whose PIDs were named.
+void narrow(const UnitsOptions& options, StreamSelection* selection) {
+    const bool named = options.videoPid.has_value() || options.audioPid.has_value();
+    if (options.stream == "audio" || (named && !options.videoPid.has_value())) {
+        selection->videoPid = 0;
+    }
+    if (options.stream == "video" || (named && !options.audioPid.has_value())) {
+        selection->audioPid = 0;
+    }
+    // One file cannot hold two streams one after the other.
+    if (!options.out.empty() && selection->videoPid != 0 && selection->audioPid != 0) {
+        fprintf(stderr, "orvplay: %s gets the picture; --stream audio for the sound\n",
+                options.out.c_str());
+        selection->audioPid = 0;
+    }
+}
+
+int chooseStreams(const UnitsOptions& options, StreamSelection* selection) {
+    const orvhost::ServiceList list = orvhost::Tuner::instance().services(TABLES_TIMEOUT_MS);
+    if (list.services.empty() && !options.videoPid && !options.audioPid) {
+        return fail(exitCodeOf(list.result.status), list.result.message);
+    }
+    std::string error;
+    if (!selectStreams(list.services, options, selection, &error)) {
+        return fail(EXIT_NOT_FOUND, error);
+    }
+    narrow(options, selection);
+    if (selection->videoPid == 0 && selection->audioPid == 0) {
+        return fail(EXIT_NOT_FOUND, "no " + options.stream +
+                                        " in the service; try: orvplay probe " + options.source);
+    }
+    if (options.stage == "units" && selection->audioPid != 0 &&
+        selection->audioKind == orvhost::StreamKind::AudioMpeg) {
+        return fail(EXIT_PLAYBACK, "MPEG audio cannot be cut into units yet; try --stage pes");
+    }
+    return EXIT_OK;
+}
+
+}  // namespace
+
+int unitsCommand(const UnitsOptions& options) {
+    Interrupt::install();
+    orvhost::Tuner& tuner = orvhost::Tuner::instance();
+    orvhost::TuneOptions tuning;
+    tuning.paced = false;
+    if (const orvhost::TuneResult tuned = tuner.tune(options.source, tuning); !tuned.ok()) {
+        return fail(exitCodeOf(tuned.status), tuned.message);
+    }
+    StreamSelection selection;
+    int code = chooseStreams(options, &selection);
+    if (code == EXIT_OK) {
+        code = UnitsRun(options, selection).run();
+    }
+    tuner.untune();
+    return code;
+}
+
+}  // namespace orvplay
