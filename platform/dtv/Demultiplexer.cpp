@@ -345,9 +345,8 @@ void Demultiplexer::wakeFeeder() {
 
 bool Demultiplexer::isDrained() const {
     std::lock_guard lock(mMutex);
-    return std::all_of(mFilters.begin(), mFilters.end(), [](const auto& filter) {
-        return filter == nullptr || filter->count == 0;
-    });
+    return std::all_of(mFilters.begin(), mFilters.end(),
+                       [](const auto& filter) { return filter == nullptr || filter->count == 0; });
 }
 
 void Demultiplexer::flush() {
