@@ -118,6 +118,10 @@ struct Demultiplexer::Filter {
 Demultiplexer::Demultiplexer() = default;
 Demultiplexer::~Demultiplexer() = default;
 
+void Demultiplexer::setPump(std::function<bool(int)> pump) {
+    mPump = std::move(pump);
+}
+
 void Demultiplexer::setFilterCallback(std::function<void()> callback) {
     mFilterCallback = std::move(callback);
 }
@@ -195,7 +199,7 @@ int Demultiplexer::stopFiltering(int handle) {
         mFilterCount.fetch_sub(1, std::memory_order_release);
         mRoom = true;
     }
-    mRoomWake.notify_all();
+    noteRoom();
     if (mFilterCallback) {
         mFilterCallback();
     }
@@ -236,15 +240,24 @@ int Demultiplexer::select(DemuxBinder_HandleSet* set, int timeoutMs) {
     const DemuxBinder_HandleSet wanted = *set;
     std::unique_lock lock(mMutex);
     int ready = keepReady(set);
-    if (ready > 0 || timeoutMs == 0) {
-        return ready;
-    }
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-    bool timedOut = false;
-    while (ready == 0 && !timedOut) {
-        ++mWaitingReaders;
-        timedOut = mDataWake.wait_until(lock, deadline) == std::cv_status::timeout;
-        --mWaitingReaders;
+    using std::chrono::milliseconds;
+    using std::chrono::steady_clock;
+    const auto deadline = steady_clock::now() + milliseconds(timeoutMs);
+    for (bool timedOut = false; ready == 0 && !timedOut;) {
+        const uint64_t wakeUps = mWakeUps;
+        bool fed = false;
+        if (mPump) {
+            lock.unlock();
+            const auto left = std::chrono::ceil<milliseconds>(deadline - steady_clock::now());
+            fed = mPump(static_cast<int>(std::max<int64_t>(left.count(), 0)));
+            lock.lock();
+        }
+        if (!fed && timeoutMs > 0 && mWakeUps == wakeUps) {
+            ++mWaitingReaders;
+            mDataWake.wait_until(lock, deadline);
+            --mWaitingReaders;
+        }
+        timedOut = steady_clock::now() >= deadline;
         *set = wanted;
         ready = keepReady(set);
     }
@@ -257,6 +270,7 @@ int Demultiplexer::readData(int handle, uint8_t* data, int size) {
     }
     noteReader();
     size_t taken = 0;
+    bool roomMade = false;
     {
         std::lock_guard lock(mMutex);
         Filter* filter = find(handle);
@@ -264,13 +278,30 @@ int Demultiplexer::readData(int handle, uint8_t* data, int size) {
             return -EBADF;
         }
         taken = filter->pop(data, static_cast<size_t>(size) / TS_PACKET_BYTES);
-        if (taken == 0 || mRoom) {
-            return static_cast<int>(taken * TS_PACKET_BYTES);
-        }
-        mRoom = true;
+        roomMade = taken > 0 && !std::exchange(mRoom, true);
     }
-    mRoomWake.notify_all();
+    if (roomMade) {
+        noteRoom();
+    }
     return static_cast<int>(taken * TS_PACKET_BYTES);
+}
+
+// Somebody may have met a full queue: the feeder, or a reader that pumps.
+void Demultiplexer::noteRoom() {
+    mRoomWake.notify_all();
+    wakeReaders();
+}
+
+void Demultiplexer::wakeReaders() {
+    bool wake = false;
+    {
+        std::lock_guard lock(mMutex);
+        ++mWakeUps;
+        wake = mWaitingReaders > 0;
+    }
+    if (wake) {
+        mDataWake.notify_all();
+    }
 }
 
 void Demultiplexer::deliver(const uint8_t* packet) {
@@ -293,6 +324,7 @@ void Demultiplexer::feedLive(const uint8_t* packets, size_t count) {
         for (size_t i = 0; i < count; ++i) {
             deliver(packets + i * TS_PACKET_BYTES);
         }
+        ++mWakeUps;
         wake = mWaitingReaders > 0;
     }
     if (wake) {
@@ -322,6 +354,7 @@ size_t Demultiplexer::feedLossless(const uint8_t* packets, size_t count) {
             }
             deliver(packet);
         }
+        ++mWakeUps;
         wake = mWaitingReaders > 0;
     }
     if (wake) {

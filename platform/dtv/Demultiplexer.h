@@ -22,7 +22,8 @@ namespace orvhost {
 //                      `--> [queue of filter 7] -- read() -->
 //
 // One lock per batch on either side; a packet costs a table look-up and one copy per filter.
-// Readers are woken once per batch.
+// Readers are woken once per batch. Where a pump is set, the readers themselves fetch what is to be
+// fed: a reader that finds its queues empty runs it, on its own thread.
 class Demultiplexer {
 public:
     Demultiplexer();
@@ -54,6 +55,13 @@ public:
     // Drops what all queues hold.
     void flush();
 
+    // `pump` feeds more, waiting at most timeoutMs; false when nothing came of that. Runs on a
+    // reader's thread, perhaps on several at once, without a lock held. Set it before use.
+    void setPump(std::function<bool(int timeoutMs)> pump);
+
+    // Has readers that wait run the pump again.
+    void wakeReaders();
+
     // `callback` runs after a filter was started or stopped, and when readerArrived() turns true,
     // on the thread that did it. Set it before use.
     void setFilterCallback(std::function<void()> callback);
@@ -80,6 +88,7 @@ private:
     void deliver(const uint8_t* packet);
     int keepReady(DemuxBinder_HandleSet* set) const;
     void noteReader();
+    void noteRoom();
 
     mutable std::mutex mMutex;          // all below that is not atomic
     std::condition_variable mDataWake;  // select()
@@ -93,7 +102,9 @@ private:
     std::atomic<bool> mReaderArrived{false};
     std::atomic<uint64_t> mDropped{0};
     std::atomic<uint64_t> mRepeated{0};
+    uint64_t mWakeUps = 0;  // calls for the readers, so that none is missed on the way to a wait
     std::function<void()> mFilterCallback;  // fixed before use
+    std::function<bool(int)> mPump;         // fixed before use
 };
 
 }  // namespace orvhost

@@ -10,14 +10,18 @@ namespace {
 // A buffer that grew for the head of a source shrinks again once that was fed.
 constexpr size_t USUAL_BYTES = 2 << 20;
 
+// So little moves to the front rather than that the next read goes to memory that is not in the
+// processor's cache.
+constexpr size_t SMALL_BYTES = 4096;
+
 }  // namespace
 
 void PacketWindow::makeRoom(size_t bytes) {
     const size_t used = mCount * TS_PACKET_BYTES + mRaw;
-    if (mBegin + used + bytes <= mBuffer.size()) {
+    if (mBegin + used + bytes <= mBuffer.size() && used > SMALL_BYTES) {
         return;
     }
-    if (used > 0) {
+    if (used > 0 && mBegin > 0) {
         std::memmove(mBuffer.data(), mBuffer.data() + mBegin, used);
     }
     mBegin = 0;

@@ -19,6 +19,10 @@ Tuner::Tuner(HostClock& clock) : mClock(clock) {
             present->wake();
         }
     });
+    mDemultiplexer.setPump([this](int timeoutMs) {
+        const auto present = session();
+        return present != nullptr && present->pump(timeoutMs);
+    });
 }
 
 Tuner::~Tuner() {

@@ -41,7 +41,7 @@ struct TuneResult {
 struct TuneOptions {
     // Paced: the source is fed at the pace of its PCR (without one, of its time stamps), and a
     // filter whose queue is full loses its oldest packets, as on air. Otherwise as fast as the
-    // filters are read, and nothing is lost.
+    // filters are read, on the thread that reads them, and nothing is lost.
     bool paced = true;
     uint16_t serviceId = 0;      // whose PCR paces; 0: the first service that has one
     uint16_t pcrPid = PID_NONE;  // goes before serviceId
@@ -119,11 +119,12 @@ public:
 
     TunerStatistics statistics() const;
 
-    // True once the last packet of the source went to the filters.
+    // True once the last packet of the source went to the filters and, where nothing paces them,
+    // a reader asked for more.
     bool atEnd() const;
 
-    // `callback` runs on the feeding thread each time the end is reached, without a lock held. It
-    // must not call the tuner; it may stop filters. Set it while nothing is tuned.
+    // `callback` runs on the feeding thread each time the end is reached. It must not call the
+    // tuner; it may stop filters. Set it while nothing is tuned.
     void setEndCallback(std::function<void()> callback);
 
     Demultiplexer& demultiplexer() { return mDemultiplexer; }

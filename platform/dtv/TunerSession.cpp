@@ -22,7 +22,6 @@ constexpr int64_t TICK_NS = 20 * MS;      // one batch
 constexpr int64_t LOOK_AHEAD_NS = 100 * MS;
 constexpr int64_t LONGEST_SLEEP_NS = 100 * MS;
 constexpr int64_t SETTLE_NS = 100 * MS;  // for filters whose reader asks for nothing
-constexpr size_t LOSSLESS_BATCH = 350;   // packets, 64 KiB
 
 uint16_t pcrPidIn(const Service& service) {
     return service.pcrPid;
@@ -78,6 +77,7 @@ void TunerSession::close() {
     if (mThread.joinable()) {
         mThread.join();
     }
+    std::lock_guard feeding(mFeedMutex);  // nor does a reader feed any more
 }
 
 void TunerSession::wake() {
@@ -88,8 +88,13 @@ void TunerSession::wake() {
 }
 
 void TunerSession::run() {
-    lookAtHead();
+    {
+        std::lock_guard feeding(mFeedMutex);
+        lookAtHead();
+    }
+    mDemultiplexer.wakeReaders();
     while (waitForWork()) {
+        std::lock_guard feeding(mFeedMutex);
         if (mOptions.paced) {
             feedPaced();
         } else {
@@ -235,7 +240,7 @@ bool TunerSession::waitForWork() {
             continue;
         }
         mSettled = settledNs >= 0 && mClock.nowNs() >= settledNs;
-        if (!mEnded && mayFeed()) {
+        if (!mEnded && mayFeed() && !isPumped()) {
             if (!mFeeding) {
                 mFeeding = true;
                 lock.unlock();
@@ -336,27 +341,45 @@ bool TunerSession::isWantedElsewhere() const {
 }
 
 void TunerSession::feedLossless() {
-    if (mWindow.count() == 0) {
-        if (mSourceEnded) {
-            reachEnd();
-        } else {
-            fill(POLL_MS);
-        }
-        return;
-    }
-    const size_t batch = std::min(mWindow.count(), LOSSLESS_BATCH);
-    const size_t taken = mDemultiplexer.feedLossless(mWindow.packets(), batch);
-    mWindow.release(taken);
-    mFedThisLap += taken;
-    if (taken < batch && !isWantedElsewhere()) {
+    if (!feedOnce(POLL_MS) && mWindow.count() > 0 && !isWantedElsewhere()) {
         mDemultiplexer.waitForRoom();
     }
 }
 
-void TunerSession::reachEnd() {
+bool TunerSession::pump(int timeoutMs) {
+    if (!isPumped()) {
+        return false;
+    }
+    std::lock_guard feeding(mFeedMutex);
+    {
+        std::lock_guard lock(mMutex);
+        if (isCancelled() || !mHeadDone || !mOpening.ok() || mRewindWanted || mEnded) {
+            return false;
+        }
+    }
+    return feedOnce(timeoutMs);
+}
+
+// Reads, where nothing is left, and gives the filters what they take. False when neither came
+// about.
+bool TunerSession::feedOnce(int timeoutMs) {
+    if (mWindow.count() == 0) {
+        if (mSourceEnded) {
+            return reachEnd();
+        }
+        fill(timeoutMs);
+    }
+    const size_t taken = mDemultiplexer.feedLossless(mWindow.packets(), mWindow.count());
+    mWindow.release(taken);
+    mFedThisLap += taken;
+    return taken > 0;
+}
+
+// True when the source goes on from its beginning.
+bool TunerSession::reachEnd() {
     const bool again = mOptions.loop && mFedThisLap > 0;
     if (again && startOver()) {
-        return;
+        return true;
     }
     {
         std::lock_guard lock(mMutex);
@@ -366,6 +389,7 @@ void TunerSession::reachEnd() {
     if (mEndCallback) {
         mEndCallback();
     }
+    return false;
 }
 
 // ---- going back ------------------------------------------------------------------------------
@@ -385,6 +409,7 @@ bool TunerSession::startOver() {
 }
 
 void TunerSession::doRewind() {
+    std::lock_guard feeding(mFeedMutex);
     const bool done = startOver();
     if (done) {
         mDemultiplexer.flush();

@@ -26,6 +26,10 @@ namespace orvhost {
 // window and is fed like the rest. Feeding begins when a filter runs and its reader has asked for
 // data (filters that belong together then all get the first packet), paced also 100 ms after the
 // filter.
+//
+// Who feeds: paced, and free-running, the session's thread. Otherwise the readers, by pump(), so
+// that what was read is still in the processor's cache when it is parsed; the thread then only
+// looks at the head and rewinds.
 class TunerSession {
 public:
     TunerSession(HostClock& clock, Demultiplexer& demultiplexer, std::unique_ptr<ByteSource> source,
@@ -42,6 +46,10 @@ public:
     // Filters changed.
     void wake();
 
+    // For a reader that wants more: feeds once, waiting at most timeoutMs for the source. False
+    // when nothing came of it, and always where the session's thread feeds. Any thread.
+    bool pump(int timeoutMs);
+
     TuneResult waitForPackets();
     ServiceList services(int timeoutMs);
     TunerStatistics statistics() const;
@@ -56,7 +64,9 @@ private:
     void beginFeeding();
     void feedPaced();
     void feedLossless();
-    void reachEnd();
+    bool feedOnce(int timeoutMs);
+    bool isPumped() const { return !mOptions.paced && !mOptions.freeRunning; }
+    bool reachEnd();
     void doRewind();
     bool startOver();
     ssize_t fill(int timeoutMs);
@@ -73,7 +83,7 @@ private:
     const TuneOptions mOptions;
     const std::function<void()> mEndCallback;
 
-    // Feeding thread only.
+    std::mutex mFeedMutex;  // whoever feeds; taken before all others. Down to mNextTickNs
     PacketWindow mWindow;
     PcrPacer mPacer;
     bool mPacerKnowsWindow = false;  // the head is handed to the pacer when feeding begins

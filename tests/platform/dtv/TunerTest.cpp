@@ -210,6 +210,11 @@ TEST_F(TunerTest, AFileBeginsAtItsStartAndAgainAfterRewind) {
     video = start(VIDEO);
     mTuner.demultiplexer().stopFiltering(audio);
     EXPECT_EQ(read(video, expected.size()), expected);
+    DemuxBinder_HandleSet more{};  // the end is met by who asks for more
+    DemuxBinder_HandleSET(video, &more);
+    for (int i = 0; i < 10 && !mTuner.atEnd(); ++i) {
+        mTuner.demultiplexer().select(&more, 0);
+    }
     ASSERT_EQ(ended.get_future().wait_for(std::chrono::seconds(5)), std::future_status::ready);
     EXPECT_TRUE(mTuner.atEnd());
 }
