@@ -161,7 +161,7 @@ TEST_F(AACMediaExtractorTest, UnitsAlignedToPESAreStampedOneFrameEarly) {
 
 TEST_F(AACMediaExtractorTest, GivesTheConfigurationThatTheStreamSignals) {
     LoasMux sbr;
-    sbr.asc = BitWriter().put(5, 5).put(6, 4).put(2, 4).put(3, 4).put(2, 5).put(0, 3);
+    sbr.asc = Bits().u(5, 5).u(4, 6).u(4, 2).u(4, 3).u(5, 2).u(3, 0);
     open(AACMediaExtractor::LOAS);
     feed(kT, sbr.frame({aacUnit(0, 50)}) + sbr.frame({aacUnit(1, 50)}));
     EXPECT_THAT(mUnits, ElementsAre(configAt({0x2B, 0x11, 0x88, 0, 0, 0, 0, 0, 0, 0}, kT),
@@ -172,7 +172,7 @@ TEST_F(AACMediaExtractorTest, GivesTheConfigurationThatTheStreamSignals) {
 // gives.
 TEST_F(AACMediaExtractorTest, KeepsTheFirstConfiguration) {
     LoasMux zero;
-    zero.asc = BitWriter().put(2, 5).put(15, 4).put(0, 24).put(2, 4).put(0, 3);
+    zero.asc = Bits().u(5, 2).u(4, 15).u(24, 0).u(4, 2).u(3, 0);
     const Bytes config = {0x17, 0x80, 0x00, 0x00, 0x10, 0, 0, 0, 0, 0};
     open(AACMediaExtractor::LOAS);
     feed(kT, zero.frame({aacUnit(0, 50)}) + kLoas.frame({aacUnit(1, 50), aacUnit(2, 50)}));
@@ -465,18 +465,18 @@ TEST(ASCParserTest, WritesEveryForm) {
         {{2, 6, 24000, 2, 3, 48000, 5}, {0x2B, 0x11, 0x88, 0, 0, 0, 0, 0, 0, 0}},
         {{2, 6, 24000, 2, 3, 48000, 22}, {0x13, 0x10, 0, 0, 0, 0, 0, 0, 0, 0}},
         {{39, 3, 48000, 2, 0, 0, 0},
-         BitWriter().put(31, 5).put(7, 6).put(3, 4).put(2, 4).put(0, 32).put(0, 29).bytes()},
+         Bits().u(5, 31).u(6, 7).u(4, 3).u(4, 2).u(32, 0).u(29, 0).bytes()},
         {{33, 15, 0xABCDEF, 1, 15, 0x123456, 5},
-         BitWriter()
-             .put(5, 5)
-             .put(15, 4)
-             .put(0xABCDEF, 24)
-             .put(1, 4)
-             .put(15, 4)
-             .put(0x123456, 24)
-             .put(31, 5)
-             .put(1, 6)
-             .put(0, 4)
+         Bits()
+             .u(5, 5)
+             .u(4, 15)
+             .u(24, 0xABCDEF)
+             .u(4, 1)
+             .u(4, 15)
+             .u(24, 0x123456)
+             .u(5, 31)
+             .u(6, 1)
+             .u(4, 0)
              .bytes()},
     };
     for (auto [parser, expected] : cases) {

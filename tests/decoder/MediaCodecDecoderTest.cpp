@@ -25,8 +25,9 @@ namespace {
 using namespace OrvPlayer;
 using android::sp;
 using orvtest::await;
+using orvtest::Bytes;
 using orvtest::FakeCodec;
-using Bytes = std::vector<uint8_t>;
+using orvtest::operator+;
 using Events = std::vector<std::string>;
 
 // A window of a given size that keeps the crop it was told.
@@ -234,7 +235,6 @@ TEST_F(MediaCodecDecoderTest, FeedsTheCodec) {
     EXPECT_EQ(mCodec.inputsOut(), 1u);
     EXPECT_TRUE(mCodec.inputs().empty());
     const orvtest::Adts adts;
-    using orvtest::operator+;
     mPES.push(90'001, adts.frame({orvtest::aacUnit(1, 90)}) +
                           adts.frame({orvtest::aacUnit(2, 90)}) +
                           adts.frame({orvtest::aacUnit(3, 90)}));

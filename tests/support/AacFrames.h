@@ -1,49 +1,12 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
 #include <vector>
+
+#include "support/Bits.h"
 
 // Builds AAC transport frames bit by bit, for tests that know what must come out again.
 namespace orvtest {
-
-using Bytes = std::vector<uint8_t>;
-
-class BitWriter {
-public:
-    BitWriter& put(uint32_t value, unsigned count) {
-        for (unsigned i = count; i-- > 0;) {
-            if (mBits % 8 == 0) {
-                mBytes.push_back(0);
-            }
-            mBytes.back() |= static_cast<uint8_t>((value >> i & 1) << (7 - mBits % 8));
-            mBits++;
-        }
-        return *this;
-    }
-    BitWriter& put(const Bytes& bytes) {
-        for (const uint8_t byte : bytes) {
-            put(byte, 8);
-        }
-        return *this;
-    }
-    BitWriter& put(const BitWriter& other) {
-        for (size_t i = 0; i < other.mBits; i++) {
-            put(other.mBytes[i / 8] >> (7 - i % 8) & 1, 1);
-        }
-        return *this;
-    }
-    BitWriter& align() {
-        mBits = mBytes.size() * 8;
-        return *this;
-    }
-    size_t bits() const { return mBits; }
-    const Bytes& bytes() const { return mBytes; }
-
-private:
-    Bytes mBytes;
-    size_t mBits = 0;
-};
 
 // `size` bytes that differ from unit to unit and hold neither sync word at any bit offset: never
 // more than two ones in a row.
@@ -58,27 +21,27 @@ inline Bytes aacUnit(unsigned seed, size_t size) {
 }
 
 // An AudioSpecificConfig of general audio without extensions.
-inline BitWriter plainAsc(unsigned aot = 2, unsigned frequencyIndex = 3, unsigned channels = 2) {
-    return BitWriter().put(aot, 5).put(frequencyIndex, 4).put(channels, 4).put(0, 3);
+inline Bits plainAsc(unsigned aot = 2, unsigned frequencyIndex = 3, unsigned channels = 2) {
+    return Bits().u(5, aot).u(4, frequencyIndex).u(4, channels).u(3, 0);
 }
 
 // program_config_element after its id: one front pair and one LFE, with a comment.
-inline BitWriter& putPairAndLfe(BitWriter& bits, size_t alignedFrom) {
-    bits.put(0, 4).put(1, 2).put(3, 4);  // tag, object type, frequency
-    bits.put(1, 4).put(0, 4).put(0, 4).put(1, 2).put(0, 3).put(0, 4);  // element counts
-    bits.put(0, 1).put(0, 1).put(1, 1).put(5, 3);                      // mixdowns
-    bits.put(1, 1).put(0, 4);                                          // front: a pair
-    bits.put(0, 4);                                                    // LFE
-    while ((bits.bits() - alignedFrom) % 8 != 0) {
-        bits.put(0, 1);
+inline Bits& putPairAndLfe(Bits& bits, size_t alignedFrom) {
+    bits.u(4, 0).u(2, 1).u(4, 3);                          // tag, object type, frequency
+    bits.u(4, 1).u(4, 0).u(4, 0).u(2, 1).u(3, 0).u(4, 0);  // element counts
+    bits.u(1, 0).u(1, 0).u(1, 1).u(3, 5);                  // mixdowns
+    bits.u(1, 1).u(4, 0);                                  // front: a pair
+    bits.u(4, 0);                                          // LFE
+    while ((bits.size() - alignedFrom) % 8 != 0) {
+        bits.u(1, 0);
     }
-    return bits.put(2, 8).put('o', 8).put('k', 8);
+    return bits.u(8, 2).u(8, 'o').u(8, 'k');
 }
 
 // What a StreamMuxConfig shall say, and the frames around it.
 struct LoasMux {
     unsigned version = 0;
-    BitWriter asc = plainAsc();
+    Bits asc = plainAsc();
     unsigned ascFillBits = 0;  // version 1
     bool sameTimeFraming = true;
     unsigned fixedLength = 0;  // bytes of every unit; 0: variable
@@ -87,47 +50,47 @@ struct LoasMux {
     unsigned numProgram = 0;
     unsigned numLayer = 0;
 
-    BitWriter config(size_t subFrames) const {
-        BitWriter bits;
-        bits.put(version, 1);
+    Bits config(size_t subFrames) const {
+        Bits bits;
+        bits.u(1, version);
         if (version == 1) {
-            bits.put(0, 1).put(1, 2).put(0x1234, 16);  // audioMuxVersionA, taraBufferFullness
+            bits.u(1, 0).u(2, 1).u(16, 0x1234);  // audioMuxVersionA, taraBufferFullness
         }
-        bits.put(sameTimeFraming, 1).put(static_cast<uint32_t>(subFrames - 1), 6);
-        bits.put(numProgram, 4).put(numLayer, 3);
+        bits.u(1, sameTimeFraming).u(6, static_cast<uint32_t>(subFrames - 1));
+        bits.u(4, numProgram).u(3, numLayer);
         if (version == 1) {
-            bits.put(0, 2).put(static_cast<uint32_t>(asc.bits() + ascFillBits), 8);
+            bits.u(2, 0).u(8, static_cast<uint32_t>(asc.size() + ascFillBits));
         }
-        bits.put(asc);
+        bits.append(asc);
         for (unsigned i = 0; version == 1 && i < ascFillBits; i++) {
-            bits.put(1, 1);
+            bits.u(1, 1);
         }
         if (fixedLength != 0) {
-            bits.put(1, 3).put(fixedLength - 20, 9);
+            bits.u(3, 1).u(9, fixedLength - 20);
         } else {
-            bits.put(0, 3).put(0xFF, 8);
+            bits.u(3, 0).u(8, 0xFF);
         }
-        bits.put(otherDataBits != 0, 1);
+        bits.u(1, otherDataBits != 0);
         if (otherDataBits != 0 && version == 1) {
-            bits.put(3, 2).put(otherDataBits, 32);
+            bits.u(2, 3).u(32, otherDataBits);
         } else if (otherDataBits != 0) {
-            bits.put(1, 1).put(otherDataBits >> 8, 8).put(0, 1).put(otherDataBits & 0xFF, 8);
+            bits.u(1, 1).u(8, otherDataBits >> 8).u(1, 0).u(8, otherDataBits & 0xFF);
         }
-        bits.put(hasCrc, 1);
+        bits.u(1, hasCrc);
         if (hasCrc) {
-            bits.put(0xA5, 8);
+            bits.u(8, 0xA5);
         }
         return bits;
     }
 
     // One frame whose subframes hold one unit each.
     Bytes frame(const std::vector<Bytes>& units, bool withConfig = true) const {
-        BitWriter bits = start(units.size(), withConfig);
+        Bits bits = start(units.size(), withConfig);
         for (const Bytes& unit : units) {
             if (fixedLength == 0) {
                 putLength(bits, unit.size());
             }
-            bits.put(unit);
+            bits.append(unit);
         }
         return finish(bits);
     }
@@ -138,42 +101,42 @@ struct LoasMux {
         bool endsUnit;
     };
     Bytes chunkFrame(const std::vector<std::vector<Chunk>>& subFrames) const {
-        BitWriter bits = start(subFrames.size(), true);
+        Bits bits = start(subFrames.size(), true);
         for (const auto& chunks : subFrames) {
-            bits.put(static_cast<uint32_t>(chunks.size() - 1), 4);
+            bits.u(4, static_cast<uint32_t>(chunks.size() - 1));
             for (const Chunk& chunk : chunks) {
-                bits.put(0, 4);
+                bits.u(4, 0);
                 putLength(bits, chunk.bytes.size());
-                bits.put(chunk.endsUnit, 1);
+                bits.u(1, chunk.endsUnit);
             }
             for (const Chunk& chunk : chunks) {
-                bits.put(chunk.bytes);
+                bits.append(chunk.bytes);
             }
         }
         return finish(bits);
     }
 
     static Bytes wrap(const Bytes& element) {
-        BitWriter bits;
-        bits.put(0x2B7, 11).put(static_cast<uint32_t>(element.size()), 13);
-        return bits.put(element).bytes();
+        Bits bits;
+        bits.u(11, 0x2B7).u(13, static_cast<uint32_t>(element.size()));
+        return bits.append(element).bytes();
     }
 
 private:
-    BitWriter start(size_t subFrames, bool withConfig) const {
-        BitWriter bits;
-        bits.put(!withConfig, 1);
-        return withConfig ? bits.put(config(subFrames)) : bits;
+    Bits start(size_t subFrames, bool withConfig) const {
+        Bits bits;
+        bits.u(1, !withConfig);
+        return withConfig ? bits.append(config(subFrames)) : bits;
     }
-    static void putLength(BitWriter& bits, size_t size) {
+    static void putLength(Bits& bits, size_t size) {
         for (; size >= 255; size -= 255) {
-            bits.put(255, 8);
+            bits.u(8, 255);
         }
-        bits.put(static_cast<uint32_t>(size), 8);
+        bits.u(8, static_cast<uint32_t>(size));
     }
-    Bytes finish(BitWriter& bits) const {
+    Bytes finish(Bits& bits) const {
         for (unsigned i = 0; i < otherDataBits; i++) {
-            bits.put(1, 1);
+            bits.u(1, 1);
         }
         return wrap(bits.align().bytes());
     }
@@ -197,25 +160,25 @@ struct Adts {
         if (hasCrc && blocks.size() > 1) {
             size += 2 * (blocks.size() - 1) + 2;
         }
-        BitWriter bits;
-        bits.put(0xFFF, 12).put(isMpeg2, 1).put(0, 2).put(!hasCrc, 1);
-        bits.put(profile, 2).put(frequencyIndex, 4).put(0, 1).put(channels, 3).put(0, 4);
-        bits.put(static_cast<uint32_t>(size), 13).put(0x7FF, 11);
-        bits.put(static_cast<uint32_t>(blocks.size() - 1), 2);
+        Bits bits;
+        bits.u(12, 0xFFF).u(1, isMpeg2).u(2, 0).u(1, !hasCrc);
+        bits.u(2, profile).u(4, frequencyIndex).u(1, 0).u(3, channels).u(4, 0);
+        bits.u(13, static_cast<uint32_t>(size)).u(11, 0x7FF);
+        bits.u(2, static_cast<uint32_t>(blocks.size() - 1));
         if (hasCrc && blocks.size() > 1) {
             size_t position = 0;
             for (size_t i = 0; i + 1 < blocks.size(); i++) {
                 position += blocks[i].size() + blockCrc;
-                bits.put(static_cast<uint32_t>(position), 16);
+                bits.u(16, static_cast<uint32_t>(position));
             }
-            bits.put(crc(bits.bytes()), 16);
+            bits.u(16, crc(bits.bytes()));
         } else if (hasCrc) {
-            bits.put(0x1357, 16);
+            bits.u(16, 0x1357);
         }
         for (const Bytes& block : blocks) {
-            bits.put(block);
+            bits.append(block);
             if (hasCrc && blocks.size() > 1) {
-                bits.put(0x2468, 16);
+                bits.u(16, 0x2468);
             }
         }
         return bits.bytes();
@@ -232,10 +195,5 @@ struct Adts {
         return value;
     }
 };
-
-inline Bytes operator+(Bytes left, const Bytes& right) {
-    left.insert(left.end(), right.begin(), right.end());
-    return left;
-}
 
 }  // namespace orvtest

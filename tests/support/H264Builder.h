@@ -1,60 +1,18 @@
 #pragma once
 
-#include <bit>
 #include <cstdint>
 #include <optional>
 #include <vector>
+
+#include "support/Bits.h"
 
 // NAL units made in memory, field by field, for tests (ITU-T H.264, 7.3).
 
 namespace OrvPlayer::h264 {
 
-using Bytes = std::vector<uint8_t>;
-
-inline Bytes operator+(Bytes left, const Bytes& right) {
-    left.insert(left.end(), right.begin(), right.end());
-    return left;
-}
-
-// A bit string that grows at its end.
-class Bits {
-public:
-    Bits& u(unsigned count, uint64_t value) {
-        while (count-- > 0) {
-            mBits.push_back((value >> count & 1) != 0);
-        }
-        return *this;
-    }
-    Bits& ue(uint64_t codeNum) {
-        const unsigned width = static_cast<unsigned>(std::bit_width(codeNum + 1));
-        return u(width - 1, 0).u(width, codeNum + 1);
-    }
-    Bits& se(int64_t value) {
-        return ue(static_cast<uint64_t>(value > 0 ? 2 * value - 1 : -2 * value));
-    }
-    Bits& append(const Bits& other) {
-        mBits.insert(mBits.end(), other.mBits.begin(), other.mBits.end());
-        return *this;
-    }
-    Bits& align() {
-        mBits.resize((mBits.size() + 7) / 8 * 8);
-        return *this;
-    }
-    // The stop bit and the alignment behind it.
-    Bits& trailing() { return u(1, 1).align(); }
-
-    // The last byte filled up with zero bits.
-    Bytes bytes() const {
-        Bytes out((mBits.size() + 7) / 8);
-        for (size_t i = 0; i < mBits.size(); ++i) {
-            out[i / 8] = static_cast<uint8_t>(out[i / 8] | mBits[i] << (7 - i % 8));
-        }
-        return out;
-    }
-
-private:
-    std::vector<bool> mBits;
-};
+using orvtest::Bits;
+using orvtest::Bytes;
+using orvtest::operator+;
 
 // A payload with emulation prevention bytes put in.
 inline Bytes escaped(const Bytes& payload) {
@@ -188,12 +146,7 @@ inline Bytes pps() {
 
 // One message of an SEI unit.
 inline Bits message(unsigned type, const Bytes& payload) {
-    Bits out;
-    out.u(8, type).u(8, payload.size());
-    for (const uint8_t byte : payload) {
-        out.u(8, byte);
-    }
-    return out;
+    return Bits().u(8, type).u(8, payload.size()).append(payload);
 }
 // Picture timing of a stream without HRD, its clock timestamps absent.
 inline Bytes picTiming(unsigned picStruct) {

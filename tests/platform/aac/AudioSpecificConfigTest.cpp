@@ -11,10 +11,10 @@ using orvhost::AacBitReader;
 using orvhost::AacParse;
 
 // The bits start three bits into a byte, as they do inside a StreamMuxConfig.
-AacParse parse(const BitWriter& asc, CSAudioSpecificConfig* config, bool lengthKnown = true) {
-    const BitWriter shifted = BitWriter().put(5, 3).put(asc);
+AacParse parse(const Bits& asc, CSAudioSpecificConfig* config, bool lengthKnown = true) {
+    const Bits shifted = Bits().u(3, 5).append(asc);
     const Bytes bytes = shifted.bytes();
-    AacBitReader reader(bytes.data(), 3, shifted.bits());
+    AacBitReader reader(bytes.data(), 3, shifted.size());
     const AacParse result = orvhost::parseAudioSpecificConfig(reader, lengthKnown, config);
     if (result == AacParse::Ok && !lengthKnown) {
         EXPECT_EQ(reader.bitsLeft(), 0u);
@@ -24,7 +24,7 @@ AacParse parse(const BitWriter& asc, CSAudioSpecificConfig* config, bool lengthK
 
 struct Case {
     const char* name;
-    BitWriter asc;
+    Bits asc;
     CSAudioSpecificConfig expected;
 };
 
@@ -51,20 +51,19 @@ CSAudioSpecificConfig withSbr(CSAudioSpecificConfig config, unsigned index, unsi
 }
 
 std::vector<Case> cases() {
-    BitWriter pce = plainAsc(2, 3, 0);
+    Bits pce = plainAsc(2, 3, 0);
     putPairAndLfe(pce, 0);
-    const BitWriter he = BitWriter().put(5, 5).put(6, 4).put(2, 4).put(3, 4).put(2, 5).put(0, 3);
-    const BitWriter hePs =
-        BitWriter().put(29, 5).put(6, 4).put(1, 4).put(15, 4).put(50000, 24).put(2, 5).put(0, 3);
-    const BitWriter erLc = BitWriter().put(17, 5).put(3, 4).put(2, 4).put(1, 3).put(0, 3 + 1 + 2);
-    const BitWriter erTwinVq = BitWriter().put(21, 5).put(3, 4).put(2, 4).put(1, 3).put(0, 1 + 2);
-    const BitWriter erLd = BitWriter().put(23, 5).put(3, 4).put(2, 4).put(4, 3).put(0, 2);
+    const Bits he = Bits().u(5, 5).u(4, 6).u(4, 2).u(4, 3).u(5, 2).u(3, 0);
+    const Bits hePs = Bits().u(5, 29).u(4, 6).u(4, 1).u(4, 15).u(24, 50000).u(5, 2).u(3, 0);
+    const Bits erLc = Bits().u(5, 17).u(4, 3).u(4, 2).u(3, 1).u(3 + 1 + 2, 0);
+    const Bits erTwinVq = Bits().u(5, 21).u(4, 3).u(4, 2).u(3, 1).u(1 + 2, 0);
+    const Bits erLd = Bits().u(5, 23).u(4, 3).u(4, 2).u(3, 4).u(2, 0);
     return {
         {"aac-lc", plainAsc(), core(2, 3, 48000, 2, 2)},
-        {"written frequency", BitWriter().put(2, 5).put(15, 4).put(0, 24).put(7, 4).put(0, 3),
+        {"written frequency", Bits().u(5, 2).u(4, 15).u(24, 0).u(4, 7).u(3, 0),
          core(2, 15, 0, 7, 8)},
         {"960 samples, core coder delay",
-         BitWriter().put(2, 5).put(3, 4).put(2, 4).put(3, 2).put(0x3FFF, 14).put(0, 1),
+         Bits().u(5, 2).u(4, 3).u(4, 2).u(2, 3).u(14, 0x3FFF).u(1, 0),
          core(2, 3, 48000, 2, 2, 960)},
         {"program config element", pce, core(2, 3, 48000, 0, 3)},
         {"explicit sbr", he, withSbr(core(2, 6, 24000, 2, 2), 3, 48000)},
@@ -87,17 +86,17 @@ TEST(AudioSpecificConfigTest, ReadsEveryFieldAndExactlyItsBits) {
 // Signalling behind the core's configuration counts only where its length is known.
 TEST(AudioSpecificConfigTest, ReadsSyncExtensionsOfAKnownLength) {
     const auto sbr = [](bool present) {
-        BitWriter bits = plainAsc(2, 6, 1).put(0x2B7, 11).put(5, 5).put(present, 1);
-        return present ? bits.put(3, 4) : bits;
+        Bits bits = plainAsc(2, 6, 1).u(11, 0x2B7).u(5, 5).u(1, present);
+        return present ? bits.u(4, 3) : bits;
     };
     CSAudioSpecificConfig config;
     ASSERT_EQ(parse(sbr(true), &config), AacParse::Ok);
     EXPECT_EQ(config, withSbr(core(2, 6, 24000, 1, 1), 3, 48000));
-    ASSERT_EQ(parse(sbr(true).put(0x548, 11).put(1, 1), &config), AacParse::Ok);
+    ASSERT_EQ(parse(sbr(true).u(11, 0x548).u(1, 1), &config), AacParse::Ok);
     EXPECT_EQ(config, withSbr(core(2, 6, 24000, 1, 1), 3, 48000, true));
     ASSERT_EQ(parse(sbr(false), &config), AacParse::Ok);
     EXPECT_EQ(config, core(2, 6, 24000, 1, 1));
-    ASSERT_EQ(parse(plainAsc().put(0, 16), &config), AacParse::Ok);
+    ASSERT_EQ(parse(plainAsc().u(16, 0), &config), AacParse::Ok);
     EXPECT_EQ(config, core(2, 3, 48000, 2, 2));
 }
 
@@ -105,7 +104,7 @@ TEST(AudioSpecificConfigTest, ReadsSyncExtensionsOfAKnownLength) {
 TEST(AudioSpecificConfigTest, RefusesEveryTruncation) {
     for (const Case& c : cases()) {
         const Bytes bytes = c.asc.bytes();
-        for (size_t bits = 0; bits < c.asc.bits(); bits++) {
+        for (size_t bits = 0; bits < c.asc.size(); bits++) {
             AacBitReader reader(bytes.data(), 0, bits);
             CSAudioSpecificConfig config;
             EXPECT_NE(orvhost::parseAudioSpecificConfig(reader, false, &config), AacParse::Ok)
@@ -120,7 +119,7 @@ TEST(AudioSpecificConfigTest, TellsReservedFromUnsupported) {
     EXPECT_EQ(parse(plainAsc(2, 3, 15), &config), AacParse::Breach);
     EXPECT_EQ(parse(plainAsc(0), &config), AacParse::Breach);
     EXPECT_EQ(parse(plainAsc(8), &config), AacParse::Unsupported);
-    EXPECT_EQ(parse(plainAsc(17).put(2, 2), &config), AacParse::Unsupported);
+    EXPECT_EQ(parse(plainAsc(17).u(2, 2), &config), AacParse::Unsupported);
 }
 
 }  // namespace

@@ -233,20 +233,20 @@ std::vector<Breach> breaches() {
     const Bytes loasGood = mux.frame({unit});
     LoasMux shortAsc = mux;
     shortAsc.version = 1;
-    shortAsc.asc = BitWriter().put(2, 5).put(3, 4);
+    shortAsc.asc = Bits().u(5, 2).u(4, 3);
     LoasMux reserved = mux;
     reserved.asc = plainAsc(2, 13);
     LoasMux other = mux;
     other.otherDataBits = 0xFFFF;
     const auto element = [&mux](const Bytes& tail) {
-        return LoasMux::wrap(BitWriter().put(0, 1).put(mux.config(1)).put(tail).align().bytes());
+        return LoasMux::wrap(Bits().u(1, 0).append(mux.config(1)).append(tail).align().bytes());
     };
-    BitWriter endless = BitWriter().put(0, 1).put(mux.config(1));
-    BitWriter escaped;  // the same with otherDataPresent and a length that never ends
-    for (size_t i = 0; i + 2 < endless.bits(); i++) {
-        escaped.put(endless.bytes()[i / 8] >> (7 - i % 8) & 1, 1);
+    Bits endless = Bits().u(1, 0).append(mux.config(1));
+    Bits escaped;  // the same with otherDataPresent and a length that never ends
+    for (size_t i = 0; i + 2 < endless.size(); i++) {
+        escaped.u(1, endless.bytes()[i / 8] >> (7 - i % 8) & 1);
     }
-    escaped.put(1, 1).put(Bytes(40, 0xFF)).align();
+    escaped.u(1, 1).append(Bytes(40, 0xFF)).align();
 
     Adts format;
     const Bytes adtsGood = format.frame({unit});
@@ -331,7 +331,7 @@ TEST(LoasTransportTest, RefusesOtherLayoutsAndSkipsTheirFrames) {
     programs.numProgram = 1;
     layers.numLayer = 1;
     celp.asc = plainAsc(8);
-    usac.asc = BitWriter().put(31, 5).put(42 - 32, 6).put(3, 4).put(2, 4);
+    usac.asc = Bits().u(5, 31).u(6, 42 - 32).u(4, 3).u(4, 2);
     for (const LoasMux& mux : {programs, layers, celp, usac}) {
         Receiver receiver(TT_MP4_LOAS);
         receiver.feed(mux.frame({unit}) + mux.frame({unit}) + good.frame({unit}));
