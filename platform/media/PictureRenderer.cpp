@@ -2,6 +2,9 @@
 
 #include <system/graphics.h>
 
+#include <algorithm>
+#include <limits>
+
 #include "trace/HostLog.h"
 
 namespace orvhost {
@@ -39,7 +42,10 @@ android_dataspace dataSpaceOf(const AVFrame& picture) {
 
 IGraphicBufferProducer::QueueBufferInput describe(const AVFrame& picture, int64_t timeUs) {
     IGraphicBufferProducer::QueueBufferInput input;
-    input.timestamp = timeUs * 1000;
+    // The time is the stream's, so any number. Bounded, it can be told in nanoseconds, and whoever
+    // takes the distance of two pictures stays in range as well.
+    constexpr int64_t LATEST_US = std::numeric_limits<int64_t>::max() / 2 / 1000;
+    input.timestamp = std::clamp(timeUs, -LATEST_US, LATEST_US) * 1000;
     input.crop = {0, 0, picture.width - 1, picture.height - 1};
     input.interlaced = picture.interlaced_frame != 0;
     input.topFieldFirst = picture.top_field_first != 0;

@@ -27,6 +27,12 @@ constexpr int BUFFERS_CHANGED = -1014;
 
 constexpr uint8_t BITS_PER_SAMPLE = 16;
 
+// Truncated towards zero. A stream may say that its frames last for hours, and the sum of a few
+// thousand is then any number: the product is taken modulo 2^64.
+int64_t microsecondsOf(int64_t pts90k) {
+    return static_cast<int64_t>(static_cast<uint64_t>(pts90k) * 1000) / 90;
+}
+
 }  // namespace
 
 bool MediaCodecDecoder::feedCodec(InputThread& thread) {
@@ -97,7 +103,7 @@ void MediaCodecDecoder::queueUnit(const InputThread& thread, size_t index, size_
     mInputBuffers[index]->setRange(0, size);
     android::AString detail;
     const int status =
-        mCodec->queueInputBuffer(index, 0, size, pts * 1000 / 90, codecFlags, &detail);
+        mCodec->queueInputBuffer(index, 0, size, microsecondsOf(pts), codecFlags, &detail);
     // A codec that was stopped since the last look refuses; that is no error.
     if (status != android::OK && !thread.isExiting()) {
         ORV_LOGE("[%s] %s: Error queueing buffer on MediaCodec: %s (%d) %s", component(),

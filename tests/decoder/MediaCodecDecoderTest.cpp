@@ -258,8 +258,33 @@ TEST_F(MediaCodecDecoderTest, FeedsTheCodec) {
     }));
     EXPECT_EQ(picture.bytes, unit);
     EXPECT_EQ(picture.timeUs, 1'000'011);
-    EXPECT_GT(mResolution.width, 0);
-    EXPECT_GT(mResolution.height, 0);
+    EXPECT_EQ(mResolution.width, 1920);
+    EXPECT_EQ(mResolution.height, 1088);
+}
+
+// Frames that last 2^32 - 1 seconds each: the sum leaves the range of 64 bits, the rest goes on.
+TEST_F(MediaCodecDecoderTest, FeedsPicturesOfAnyTime) {
+    constexpr int64_t TICKS = 0xFFFFFFFF * int64_t{90'000};
+    h264::SpsFields fields;
+    fields.timing = h264::Timing{0xFFFFFFFF, 1, true};
+    Bytes payload = h264::aud() + h264::sps(fields) + h264::slice(0);
+    for (uint8_t i = 1; i < 30; ++i) {
+        payload = payload + h264::aud() + h264::slice(i);
+    }
+    makeStarted(Decoder::H264);
+    mPES.push(0, payload);
+    std::vector<int64_t> times;
+    ASSERT_TRUE(await([&] {
+        times.clear();
+        for (const FakeCodec::Input& input : mCodec.inputs()) {
+            if (!input.bytes.empty()) {
+                times.push_back(input.timeUs);
+            }
+        }
+        return times.size() == 30;
+    }));
+    EXPECT_EQ(times[20], 20 * (TICKS / 9 * 100));
+    EXPECT_EQ(times[29], -80'409'771'486'217'240) << "29 * TICKS * 1000 is 2^64 too much";
 }
 
 // Only sound restarts a codec that has failed.
