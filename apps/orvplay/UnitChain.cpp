@@ -1,7 +1,7 @@
 #include "UnitChain.h"
 
 #include <new>
-#include <system_error>
+#include <utility>
 
 #include "decoder/AACMediaExtractor.h"
 #include "decoder/H264MediaExtractor.h"
@@ -26,10 +26,8 @@ constexpr int MOST_FRUITLESS_STARTS = 100;
 
 }  // namespace
 
-UnitChain::UnitChain(OrvPlayer::TSReceiverPIDType role, Extraction extraction, Sink sink,
-                     std::function<void()> onEvent)
+UnitChain::UnitChain(OrvPlayer::TSReceiverPIDType role, Extraction extraction, Sink sink)
     : mSink(std::move(sink)),
-      mOnEvent(std::move(onEvent)),
       mVideo(role == OrvPlayer::PID_TYPE_VIDEO),
       mPackets(new RingBuffer),
       mPES(new RingBuffer),
@@ -50,11 +48,10 @@ UnitChain::UnitChain(OrvPlayer::TSReceiverPIDType role, Extraction extraction, S
 }
 
 UnitChain::~UnitChain() {
-    cancel();
-    finish();
+    mParser->stop();
 }
 
-bool UnitChain::start() {
+bool UnitChain::open() {
     const unsigned int pesBytes = mVideo ? VIDEO_PES_BYTES : AUDIO_PES_BYTES;
     if (mPackets->configure("Packets", PACKETS_EXPONENT) != 0 ||
         mPES->configureWithSize("PES", pesBytes) != 0) {
@@ -66,74 +63,61 @@ bool UnitChain::start() {
     }
     mParser->setInput(mPackets);
     mParser->addOutput(mPES, nullptr);
-    mParser->configure(nullptr);
     mParser->addErrorListener(*this);
-    if (mParser->start() != 0) {
-        return false;
-    }
-    try {
-        mThread = std::thread(&UnitChain::run, this);
-    } catch (const std::system_error&) {
-        return false;
-    }
-    return true;
+    return openParser();
+}
+
+bool UnitChain::openParser() {
+    return mParser->open([this] { drain(); }) == 0;
 }
 
 void UnitChain::onError(unsigned int code, const OrvPlayer::Module*) const {
-    if (code == OrvPlayer::TSParser::ERR_SCRAMBLED) {
-        mScrambled = true;
-        mOnEvent();
-    }
+    mScrambled = mScrambled || code == OrvPlayer::TSParser::ERR_SCRAMBLED;
 }
 
+UnitChain::State UnitChain::workOff() {
+    while (mPackets->getDataSize() >= OrvPlayer::TS_PACKET_BYTES && !mSinkClosed) {
+        mParser->parsePass();
+        drain();
+        if (mScrambled && !passScrambling()) {
+            return State::SCRAMBLED;
+        }
+    }
+    return mSinkClosed ? State::SINK_CLOSED : State::GOES_ON;
+}
+
+// Bit errors look like scrambling: the parser is started again behind them.
 bool UnitChain::passScrambling() {
     mParser->stop();
     mScrambled = false;
-    const uint64_t units = mUnits;
-    mFruitlessStarts = units == mUnitsAtScrambling ? mFruitlessStarts + 1 : 0;
-    mUnitsAtScrambling = units;
-    return mFruitlessStarts < MOST_FRUITLESS_STARTS && mParser->start() == 0;
+    mFruitlessStarts = mUnits == mUnitsAtScrambling ? mFruitlessStarts + 1 : 0;
+    mUnitsAtScrambling = mUnits;
+    return mFruitlessStarts < MOST_FRUITLESS_STARTS && openParser();
 }
 
-void UnitChain::finish() {
-    mParser->stop();
-    mParserDone = true;
-    mPES->wakeReaders();
-    if (mThread.joinable()) {
-        mThread.join();
+// A look at an empty ring buffer would wait for a writer.
+void UnitChain::drain() {
+    while (mPES->getDataSize() >= PESData::FIXED_SIZE && !mSinkClosed) {
+        if (!(mExtractor != nullptr ? giveUnit() : givePES())) {
+            break;
+        }
     }
 }
 
-void UnitChain::run() {
-    bool more = true;
-    while (more && !mCancelled && !mSinkClosed) {
-        const bool last = mParserDone;  // asked before the look: what came until then is seen
-        const bool came = mExtractor != nullptr ? giveUnit() : givePES();
-        more = came || !last || mPES->getDataSize() > 0;
-    }
-    if (mExtractor != nullptr) {
-        mExtractor->reset();
-    }
-    mPES->readAdvance(0);
-}
-
-// False when there was nothing to work on.
+// False when the ring buffer holds no record.
 bool UnitChain::giveUnit() {
     Unit unit;
     unsigned long size = 0;
     long long pts = 0;
     const int status =
         mExtractor->getDecodableUnit(mUnit.get(), mPES->getSize(), &size, &pts, &unit.flags);
-    if (status != MediaExtractor::STATUS_OK) {
-        return false;
-    }
-    if (size > 0) {
+    if (status == MediaExtractor::STATUS_OK && size > 0) {
         unit.bytes = mUnit.get();
         unit.size = size;
         unit.pts90k = pts;
         give(unit);
     }
-    return true;
+    return status != MediaExtractor::STATUS_FAULT;
 }
 
 bool UnitChain::givePES() {
@@ -157,10 +141,7 @@ bool UnitChain::givePES() {
 void UnitChain::give(const Unit& unit) {
     ++mUnits;
     mBytes += unit.size;
-    if (!mSink(unit)) {
-        mSinkClosed = true;
-        mOnEvent();
-    }
+    mSinkClosed = !mSink(unit);
 }
 
 }  // namespace orvplay

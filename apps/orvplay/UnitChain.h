@@ -1,11 +1,9 @@
 #pragma once
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <thread>
 
 #include "common/ErrorListener.h"
 #include "common/RingBuffer.h"
@@ -25,72 +23,59 @@ struct Unit {
 };
 
 // One elementary stream on its way through the player's own parser and extractor, as in playback
-// but at the pace of whoever takes the units:
+// but on the caller's thread, which moves it on with every workOff():
 //
-//     receiver -> [TS ring] -> TSParser -> [PES ring] -> extractor -> Sink
-//                               thread                     thread
+//     receiver -> [packets] -> TSParser -> [PES] -> extractor -> Sink
 //
 // Without an extractor the PES packets themselves are what is given out.
 class UnitChain : public OrvPlayer::ErrorListener {
 public:
-    // Called on the chain's thread; the bytes are readable until it returns. False: no more of it.
+    // The bytes are readable until it returns. False: no more of it.
     using Sink = std::function<bool(const Unit&)>;
 
     enum class Extraction { NONE, H264, AAC_LATM, AAC_ADTS };
 
-    // `onEvent` runs, on any thread, when the parser gave up on scrambled packets or when the sink
-    // wants no more.
-    UnitChain(OrvPlayer::TSReceiverPIDType role, Extraction extraction, Sink sink,
-              std::function<void()> onEvent);
+    // What workOff() came to.
+    enum class State { GOES_ON, SCRAMBLED, SINK_CLOSED };
+
+    UnitChain(OrvPlayer::TSReceiverPIDType role, Extraction extraction, Sink sink);
     ~UnitChain() override;
-    UnitChain(const UnitChain&) = delete;  // its threads know it by address
+    UnitChain(const UnitChain&) = delete;  // its parser knows it by address
     UnitChain& operator=(const UnitChain&) = delete;
 
     // Where the receiver writes the stream's packets.
     const android::sp<OrvPlayer::RingBuffer>& input() const { return mPackets; }
 
-    // False when memory or threads are lacking.
-    bool start();
+    // False when memory is lacking.
+    bool open();
 
-    // True once the parser ended at scrambled packets.
-    bool isScrambled() const { return mScrambled; }
-    // Starts the parser again behind them. False when that was of no use many times in a row: the
-    // stream is scrambled for good.
-    bool passScrambling();
+    // Gives out every unit that the packets received so far complete. SCRAMBLED when the parser
+    // gave up on scrambled packets again and again without a unit between.
+    State workOff();
 
-    // Everything was received: true once the parser has worked it off.
-    bool isParsed() const { return mPackets->getDataSize() < OrvPlayer::TS_PACKET_BYTES; }
-    // Ends the parser, gives out what it delivered, and ends. For a chain that is to end early,
-    // cancel() comes first.
-    void finish();
-    void cancel() { mCancelled = true; }
-
-    bool sinkClosed() const { return mSinkClosed; }
     uint64_t units() const { return mUnits; }
     uint64_t bytes() const { return mBytes; }
 
 private:
     void onError(unsigned int code, const OrvPlayer::Module* module) const override;
-    void run();
+    bool openParser();
+    bool passScrambling();
+    void drain();
     bool giveUnit();
     bool givePES();
     void give(const Unit& unit);
 
     const Sink mSink;
-    const std::function<void()> mOnEvent;
     const bool mVideo;
     android::sp<OrvPlayer::RingBuffer> mPackets;
     android::sp<OrvPlayer::RingBuffer> mPES;
     android::sp<OrvPlayer::TSParser> mParser;
     android::sp<OrvPlayer::MediaExtractor> mExtractor;  // null for the PES packets
     std::unique_ptr<uint8_t[]> mUnit;
-    std::thread mThread;
-    mutable std::atomic<bool> mScrambled{false};  // set by the listener, which is const
-    std::atomic<bool> mParserDone{false};
-    std::atomic<bool> mCancelled{false};
-    std::atomic<bool> mSinkClosed{false};
-    std::atomic<uint64_t> mUnits{0};
-    std::atomic<uint64_t> mBytes{0};
+    mutable bool mScrambled = false;  // set by the listener, which is const
+    bool mSinkClosed = false;
+    uint64_t mUnits = 0;
+    uint64_t mBytes = 0;
     uint64_t mUnitsAtScrambling = 0;
     int mFruitlessStarts = 0;
 };

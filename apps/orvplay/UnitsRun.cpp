@@ -5,7 +5,6 @@ extern "C" {
 }
 
 #include <cerrno>
-#include <chrono>
 #include <cinttypes>
 #include <cstring>
 #include <nlohmann/json.hpp>
@@ -19,7 +18,7 @@ namespace orvplay {
 
 namespace {
 
-constexpr auto LOOK_PERIOD = std::chrono::milliseconds(2);
+constexpr int PASSES_PER_LOOK = 64;
 constexpr size_t PRINT_BUFFER_BYTES = 1 << 16;
 
 UnitChain::Extraction audioExtraction(orvhost::StreamKind kind) {
@@ -69,12 +68,7 @@ void UnitsRun::addStream(const std::string& name, OrvPlayer::TSReceiverPIDType r
     stream.name = name;
     stream.pid = pid;
     stream.chain = std::make_unique<UnitChain>(
-        role, extraction, [this, &stream](const Unit& unit) { return take(stream, unit); },
-        [this] {
-            std::lock_guard<std::mutex> guard(mEventLock);
-            mEventCame = true;
-            mEvent.notify_all();
-        });
+        role, extraction, [this, &stream](const Unit& unit) { return take(stream, unit); });
 }
 
 int UnitsRun::run() {
@@ -83,13 +77,12 @@ int UnitsRun::run() {
     }
     setvbuf(stdout, nullptr, _IOFBF, PRINT_BUFFER_BYTES);
     mBeginNs = monotonicNs();
-    if (!start()) {
-        finish(true);
-        fprintf(stderr, "orvplay: the streams cannot be set up: out of memory or threads\n");
+    if (!open()) {
+        fprintf(stderr, "orvplay: the streams cannot be set up: out of memory\n");
         return EXIT_FAILED;
     }
-    const int code = watch();
-    finish(code != EXIT_OK);
+    const int code = work();
+    mReceiver->stop();
     mStatus.clear();
     printSummary();
     return lastCode(code);
@@ -107,24 +100,23 @@ bool UnitsRun::openOut() {
     return mOut != nullptr;
 }
 
-bool UnitsRun::start() {
+bool UnitsRun::open() {
     mReceiver = new OrvPlayer::TSReceiver;
     std::map<OrvPlayer::TSReceiverPIDType, unsigned short> pids;
     for (const auto& stream : mStreams) {
-        if (!stream->chain->start()) {
+        if (!stream->chain->open()) {
             return false;
         }
         mReceiver->addOutput(stream->chain->input(), nullptr);
         pids[stream->name == "video" ? OrvPlayer::PID_TYPE_VIDEO : OrvPlayer::PID_TYPE_AUDIO] =
             stream->pid;
     }
-    return mReceiver->configure(pids) == 0 && mReceiver->start() == 0;
+    return mReceiver->configure(pids) == 0 && mReceiver->open() == 0;
 }
 
 bool UnitsRun::take(Stream& stream, const Unit& unit) {
     const uint64_t index = stream.index++;
     if (mOut != nullptr && fwrite(unit.bytes, 1, unit.size, mOut) != unit.size) {
-        std::lock_guard<std::mutex> guard(mLock);
         mOutError = errno;
         return false;
     }
@@ -132,7 +124,6 @@ bool UnitsRun::take(Stream& stream, const Unit& unit) {
         return true;
     }
     const std::string md5 = md5Of(unit.bytes, unit.size);
-    std::lock_guard<std::mutex> guard(mLock);
     int written = printf("{\"stream\":\"%s\",\"index\":%" PRIu64 ",\"pts\":%" PRId64,
                          stream.name.c_str(), index, unit.pts90k);
     if (written > 0 && mOptions.stage == "pes") {
@@ -149,70 +140,45 @@ bool UnitsRun::take(Stream& stream, const Unit& unit) {
 }
 
 // Returns EXIT_OK when the source was worked off.
-int UnitsRun::watch() {
-    bool receiving = true;
-    for (;;) {
-        {
-            std::unique_lock<std::mutex> lock(mEventLock);
-            mEvent.wait_for(lock, LOOK_PERIOD, [this] { return mEventCame; });
-            mEventCame = false;
-        }
+int UnitsRun::work() {
+    orvhost::Tuner& tuner = orvhost::Tuner::instance();
+    bool ended = false;
+    while (!ended) {
         if (Interrupt::requested()) {
             return EXIT_INTERRUPTED;
         }
-        if (const int code = lookAtChains(); code != EXIT_OK) {
-            return code;
+        ended = tuner.atEnd() && tuner.demultiplexer().isDrained();
+        if (!ended) {
+            mReceiver->receivePass();
         }
-        if (receiving && isReceived()) {
-            mReceiver->stop();  // what it holds is in the rings then
-            receiving = false;
+        for (const auto& stream : mStreams) {
+            if (const int code = workOff(*stream); code != EXIT_OK) {
+                return code;
+            }
         }
-        if (!receiving && isParsed()) {
-            return EXIT_OK;
-        }
-        mStatus.show("reading: " +
-                     std::to_string(orvhost::Tuner::instance().statistics().bytes >> 20) + " MiB");
-    }
-}
-
-bool UnitsRun::isReceived() const {
-    orvhost::Tuner& tuner = orvhost::Tuner::instance();
-    return tuner.atEnd() && tuner.demultiplexer().isDrained();
-}
-
-bool UnitsRun::isParsed() const {
-    for (const auto& stream : mStreams) {
-        if (!stream->chain->isParsed() || stream->chain->isScrambled()) {
-            return false;
-        }
-    }
-    return true;
-}
-
-int UnitsRun::lookAtChains() {
-    for (const auto& stream : mStreams) {
-        if (stream->chain->sinkClosed()) {
-            return EXIT_FAILED;
-        }
-        if (stream->chain->isScrambled() && !stream->chain->passScrambling()) {
-            mStatus.clear();
-            fprintf(stderr, "orvplay: PID %u is scrambled; choose a clear one (orvplay probe %s)\n",
-                    stream->pid, mOptions.source.c_str());
-            return EXIT_PLAYBACK;
-        }
+        showProgress();
     }
     return EXIT_OK;
 }
 
-void UnitsRun::finish(bool early) {
-    if (mReceiver != nullptr) {
-        mReceiver->stop();
+int UnitsRun::workOff(Stream& stream) {
+    switch (stream.chain->workOff()) {
+        case UnitChain::State::SCRAMBLED:
+            mStatus.clear();
+            fprintf(stderr, "orvplay: PID %u is scrambled; choose a clear one (orvplay probe %s)\n",
+                    stream.pid, mOptions.source.c_str());
+            return EXIT_PLAYBACK;
+        case UnitChain::State::SINK_CLOSED:
+            return EXIT_FAILED;
+        default:
+            return EXIT_OK;
     }
-    for (const auto& stream : mStreams) {
-        if (early) {
-            stream->chain->cancel();
-        }
-        stream->chain->finish();
+}
+
+void UnitsRun::showProgress() {
+    if (++mPasses % PASSES_PER_LOOK == 0) {
+        const uint64_t bytes = orvhost::Tuner::instance().statistics().bytes;
+        mStatus.show("reading: " + std::to_string(bytes >> 20) + " MiB");
     }
 }
 

@@ -1,9 +1,7 @@
 #pragma once
 
-#include <condition_variable>
 #include <cstdio>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -23,7 +21,8 @@ namespace orvplay {
 //     {"event":"summary","units":902,"bytes":..,"seconds":0.02,...}
 //
 // Time stamps are in 90 kHz ticks modulo 2^33 for PES packets; those of units may run past that.
-// Lines of two streams interleave as they come.
+// The same source gives the same lines in the same order. Everything happens on the caller's
+// thread.
 class UnitsRun {
 public:
     UnitsRun(const UnitsOptions& options, const StreamSelection& selection);
@@ -44,13 +43,11 @@ private:
     void addStream(const std::string& name, OrvPlayer::TSReceiverPIDType role, uint16_t pid,
                    UnitChain::Extraction extraction);
     bool openOut();
-    bool start();
+    bool open();
     bool take(Stream& stream, const Unit& unit);
-    int watch();
-    bool isReceived() const;
-    bool isParsed() const;
-    int lookAtChains();
-    void finish(bool early);
+    int work();
+    int workOff(Stream& stream);
+    void showProgress();
     void printSummary();
     int lastCode(int code);
 
@@ -61,14 +58,9 @@ private:
     FILE* mOut = nullptr;
     int64_t mBeginNs = 0;
     StatusLine mStatus;
-
-    std::mutex mLock;  // the two below; one line at a time
-    int mPrintError = 0;
+    int mPasses = 0;
+    int mPrintError = 0;  // errno values
     int mOutError = 0;
-
-    std::mutex mEventLock;
-    std::condition_variable mEvent;
-    bool mEventCame = false;
 };
 
 }  // namespace orvplay

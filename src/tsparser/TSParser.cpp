@@ -5,6 +5,7 @@
 #include <cstring>
 #include <new>
 #include <string>
+#include <utility>
 
 #include "common/Trace.h"
 
@@ -58,7 +59,7 @@ int TSParser::start() {
     return 0;
 }
 
-int TSParser::open() {
+int TSParser::open(std::function<void()> makeRoom) {
     if (mpParsers != nullptr) {
         release();  // a worker that ended by itself left them and its locks behind
     }
@@ -69,6 +70,7 @@ int TSParser::open() {
     if (!mOutputs.empty() && !reserveBlock(START)) {
         return ERR_WORKER;
     }
+    mMakeRoom = std::move(makeRoom);
     mpParsers = std::make_unique<Parsers>();
     mScrambledCount = 0;
     mExiting.store(false);
@@ -220,6 +222,12 @@ bool TSParser::waitForRoom(uint32_t size) {
     RingBuffer& output = *mOutputs.front();
     const uint32_t needed = HEADER + mPESSize + size;
     const uint32_t target = roundUp4(needed);
+    if (mMakeRoom) {
+        mMakeRoom();
+        if (output.getFreeSpace() >= target) {
+            return true;
+        }
+    }
     ORV_LOGW("%s - output RB is full; waiting for free space. payload size = %d type = %d", WORKER,
              static_cast<int>(size), mStreamType);
     while (!isExiting() && output.getFreeSpace() < target) {
@@ -297,6 +305,9 @@ bool TSParser::copyPEStoOtherOutputs(unsigned char* block, unsigned int size) {
 // On success this thread holds the first output's write lock until the block is committed; a
 // discarded block is begun anew in place.
 bool TSParser::reserveBlock(const char* caller) {
+    if (mMakeRoom && mOutputs.front()->getFreeSpace() < HEADER) {
+        mMakeRoom();
+    }
     unsigned char* block = mOutputs.front()->write(HEADER, RingBuffer::BLOCKING);
     if (block == nullptr) {
         mpPESWriter = nullptr;

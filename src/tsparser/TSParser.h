@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 
 #include "common/Data.h"
@@ -61,8 +62,9 @@ public:
 
     // For a caller that brings its own thread: open() instead of start(), then parsePass() as long
     // as it returns true, then stop(). A pass works off what the input holds; it waits at most 100
-    // ms for input, and for as long as it takes for room in the output.
-    int open();
+    // ms for input, and for as long as it takes for room in the output. Who reads the output on the
+    // same thread gives a `makeRoom`, which is called instead of that wait and reads all there is.
+    int open(std::function<void()> makeRoom = nullptr);
     bool parsePass();
 
 protected:
@@ -98,6 +100,7 @@ private:
     const int32_t mStreamType;  // the role
     std::atomic<bool> mNotifyAudioPTS{false};
     std::atomic<bool> mExiting{false};
+    std::function<void()> mMakeRoom;  // null with a worker of our own
     android::sp<Synchronization> mSync;
     std::unique_ptr<Parsers> mpParsers;  // null while stopped
 

@@ -17,6 +17,7 @@ namespace {
 constexpr unsigned int PACKET_BYTES = 188;
 constexpr int SELECT_TIMEOUT_MS = 30;
 constexpr int NO_HANDLE = -1;
+constexpr char START[] = "start";  // the function that the lines of log name
 
 int filterKind(TSReceiverPIDType role) {
     switch (role) {
@@ -85,30 +86,37 @@ unsigned int TSReceiver::configure(std::map<TSReceiverPIDType, unsigned short> p
 }
 
 int TSReceiver::start() {
-    {
-        std::lock_guard<std::mutex> guard(mFilterLock);
-        if (mPIDMap.empty()) {
-            ORV_LOGE("%s - cannot start TSReceiver: no PID set!\n", __func__);
-            return ERR_NO_PID;
-        }
-        if (!pairUp(__func__, mPIDMap.size(), mOutputs.size())) {
-            return ERR_PID_COUNT;
-        }
-    }
     if (mThread != nullptr) {
         return 0;  // two workers would write into the same outputs
     }
-    if (!startFiltering()) {
-        ORV_LOGE("%s - could not start filtering!\n", __func__);
-        return ERR_FILTERING;
+    if (const int result = open(); result != 0) {
+        return result;
     }
-    mExiting.store(false);
     mThread = new TSReceiverThread(this);
     if (mThread->run("TSReceiver", android::PRIORITY_DEFAULT) != android::NO_ERROR) {
         ORV_LOGE("%s - could not start thread!\n", __func__);
         mThread.clear();
         return ERR_WORKER;
     }
+    return 0;
+}
+
+int TSReceiver::open() {
+    {
+        std::lock_guard<std::mutex> guard(mFilterLock);
+        if (mPIDMap.empty()) {
+            ORV_LOGE("%s - cannot start TSReceiver: no PID set!\n", START);
+            return ERR_NO_PID;
+        }
+        if (!pairUp(START, mPIDMap.size(), mOutputs.size())) {
+            return ERR_PID_COUNT;
+        }
+    }
+    if (!startFiltering()) {
+        ORV_LOGE("%s - could not start filtering!\n", START);
+        return ERR_FILTERING;
+    }
+    mExiting.store(false);
     return 0;
 }
 

@@ -47,6 +47,13 @@ public:
     // does it too.
     void requestExit();
 
+    // For a caller that brings its own thread: open() instead of start(), then receivePass() as
+    // long as it returns true, then stop(). A pass moves what the service has for each output, at
+    // most what fits; it waits at most 30 ms for data, and 100 ms for room in an output that is
+    // full.
+    int open();
+    bool receivePass();
+
     // Ends the worker (within the 100 ms of a ring buffer wait) and the filters, and releases the
     // outputs. Harmless at any time. Returns 0.
     int stop() override;
@@ -82,7 +89,6 @@ private:
         int handle;
     };
 
-    bool receivePass();
     DemuxBinder_HandleSet copyHandleSet() const;
     void takeSlots();
     bool receive(const Slot& slot);
