@@ -60,7 +60,7 @@ bool isSentTwice(const uint8_t* first, const uint8_t* second) {
 
 }  // namespace
 
-// One PID filter and its queue, a ring of whole packets.
+// One PID filter and its queue: a ring of whole packets, and behind them those that are lent.
 struct Demultiplexer::Filter {
     int handle = -1;
     uint16_t pid = PID_NONE;
@@ -69,14 +69,54 @@ struct Demultiplexer::Filter {
     std::unique_ptr<uint8_t[]> ring;
     size_t first = 0;
     size_t count = 0;
-    const uint8_t* last = nullptr;  // the newest packet, in the ring also after it was read
-    Filter* next = nullptr;         // on the same PID
+    std::vector<const uint8_t*> lent;
+    size_t lentTaken = 0;           // of them, by the reader
+    const uint8_t* last = nullptr;  // the newest packet: in the ring, lent, or below
+    uint8_t lastLent[TS_PACKET_BYTES];
+    Filter* next = nullptr;  // on the same PID
 
     bool takes(const uint8_t* packet) const { return kind != DEMUX_FILTER_PCR || hasPcr(packet); }
 
     // Only for a packet that it takes.
     bool hadLast(const uint8_t* packet) const {
         return last != nullptr && kind != DEMUX_FILTER_PCR && isSentTwice(last, packet);
+    }
+
+    bool isEmpty() const { return count == 0 && lentTaken == lent.size(); }
+
+    void refer(const uint8_t* packet) {
+        lent.push_back(packet);
+        last = packet;
+    }
+
+    // Copies what is lent into the ring; false when that is full.
+    bool keepLent() {
+        if (lent.empty()) {
+            return true;
+        }
+        for (; lentTaken < lent.size(); ++lentTaken) {
+            if (count >= std::min(depth, LOSSLESS_DEPTH)) {
+                return false;
+            }
+            push(lent[lentTaken]);
+        }
+        std::memcpy(lastLent, lent.back(), TS_PACKET_BYTES);
+        last = lastLent;
+        forgetLent();
+        return true;
+    }
+
+    void forgetLent() {
+        lent.clear();
+        lentTaken = 0;
+    }
+
+    void copy(uint8_t* out, const uint8_t* packet) const {
+        if (kind == DEMUX_FILTER_PCR) {
+            cutToPcr(out, packet);
+        } else {
+            std::memcpy(out, packet, TS_PACKET_BYTES);
+        }
     }
 
     // True when the oldest packet had to go.
@@ -88,17 +128,24 @@ struct Demultiplexer::Filter {
         }
         const size_t free = first + count;
         uint8_t* slot = ring.get() + (free < depth ? free : free - depth) * TS_PACKET_BYTES;
-        if (kind == DEMUX_FILTER_PCR) {
-            cutToPcr(slot, packet);
-        } else {
-            std::memcpy(slot, packet, TS_PACKET_BYTES);
-        }
+        copy(slot, packet);
         last = slot;
         ++count;
         return full;
     }
 
     size_t pop(uint8_t* out, size_t most) {
+        size_t taken = popQueued(out, most);
+        for (; taken < most && lentTaken < lent.size(); ++taken, ++lentTaken) {
+            copy(out + taken * TS_PACKET_BYTES, lent[lentTaken]);
+        }
+        return taken;
+    }
+
+    size_t popQueued(uint8_t* out, size_t most) {
+        if (count == 0) {
+            return 0;
+        }
         const size_t taken = std::min(most, count);
         const size_t straight = std::min(taken, depth - first);
         std::memcpy(out, ring.get() + first * TS_PACKET_BYTES, straight * TS_PACKET_BYTES);
@@ -165,6 +212,7 @@ int Demultiplexer::startFiltering(uint16_t pid, int kind) {
         }
         filter->handle = handle;
         filter->next = std::exchange(mByPid[pid], filter.get());
+        mFiltered[pid] = 1;
         mFilters[static_cast<size_t>(handle)] = std::move(filter);
         if (mFilterCount.load(std::memory_order_relaxed) == 0) {
             mReaderArrived.store(false, std::memory_order_release);
@@ -195,6 +243,7 @@ int Demultiplexer::stopFiltering(int handle) {
             link = &(*link)->next;
         }
         *link = filter->next;
+        mFiltered[filter->pid] = mByPid[filter->pid] != nullptr ? 1 : 0;
         gone = std::move(mFilters[static_cast<size_t>(handle)]);
         mFilterCount.fetch_sub(1, std::memory_order_release);
         mRoom = true;
@@ -214,7 +263,7 @@ int Demultiplexer::keepReady(DemuxBinder_HandleSet* set) const {
             const int bit = __builtin_ctzll(left);
             left &= left - 1;
             const Filter* filter = find(word * 64 + bit);
-            if (filter != nullptr && filter->count > 0) {
+            if (filter != nullptr && !filter->isEmpty()) {
                 ++ready;
             } else {
                 set->bits[word] &= ~(uint64_t{1} << bit);
@@ -332,27 +381,16 @@ void Demultiplexer::feedLive(const uint8_t* packets, size_t count) {
     }
 }
 
-bool Demultiplexer::refuses(const Filter* chain, const uint8_t* packet) {
-    for (const Filter* f = chain; f != nullptr; f = f->next) {
-        if (f->count >= std::min(f->depth, LOSSLESS_DEPTH) && f->takes(packet)) {
-            return true;
-        }
-    }
-    return false;
-}
-
-size_t Demultiplexer::feedLossless(const uint8_t* packets, size_t count) {
+void Demultiplexer::lend(const uint8_t* packets, size_t count) {
     bool wake = false;
-    size_t taken = 0;
     {
         std::lock_guard lock(mMutex);
-        for (; taken < count; ++taken) {
-            const uint8_t* packet = packets + taken * TS_PACKET_BYTES;
-            if (refuses(mByPid[pidOf(packet)], packet)) {
-                mRoom = false;
-                break;
+        for (size_t i = 0; i < count; ++i) {
+            const uint8_t* packet = packets + i * TS_PACKET_BYTES;
+            const uint16_t pid = pidOf(packet);
+            if (mFiltered[pid] != 0) {
+                lendOne(mByPid[pid], packet);
             }
-            deliver(packet);
         }
         ++mWakeUps;
         wake = mWaitingReaders > 0;
@@ -360,7 +398,30 @@ size_t Demultiplexer::feedLossless(const uint8_t* packets, size_t count) {
     if (wake) {
         mDataWake.notify_all();
     }
-    return taken;
+}
+
+void Demultiplexer::lendOne(Filter* chain, const uint8_t* packet) {
+    for (Filter* f = chain; f != nullptr; f = f->next) {
+        if (!f->takes(packet)) {
+            continue;
+        }
+        if (f->hadLast(packet)) {
+            mRepeated.fetch_add(1, std::memory_order_relaxed);
+        } else {
+            f->refer(packet);
+        }
+    }
+}
+
+bool Demultiplexer::takeBack() {
+    std::lock_guard lock(mMutex);
+    for (const auto& filter : mFilters) {
+        if (filter != nullptr && !filter->keepLent()) {
+            mRoom = false;
+            return false;
+        }
+    }
+    return true;
 }
 
 void Demultiplexer::waitForRoom() {
@@ -389,6 +450,7 @@ void Demultiplexer::flush() {
             if (filter != nullptr) {
                 filter->first = 0;
                 filter->count = 0;
+                filter->forgetLent();
                 filter->last = nullptr;
             }
         }

@@ -21,7 +21,7 @@ namespace orvhost {
 //   feed() -- PID table --> [queue of filter 3] -- read() -->
 //                      `--> [queue of filter 7] -- read() -->
 //
-// One lock per batch on either side; a packet costs a table look-up and one copy per filter.
+// One lock per batch on either side; a packet costs a table look-up and, live, one copy per filter.
 // Readers are woken once per batch. Where a pump is set, the readers themselves fetch what is to be
 // fed: a reader that finds its queues empty runs it, on its own thread.
 class Demultiplexer {
@@ -41,18 +41,21 @@ public:
     // ones.
     void feedLive(const uint8_t* packets, size_t count);
 
-    // Lossless: takes packets up to the first one for which a queue has no room; returns how many.
-    size_t feedLossless(const uint8_t* packets, size_t count);
+    // Lossless, and without a copy of its own: the filters refer to the packets until takeBack().
+    void lend(const uint8_t* packets, size_t count);
+    // Ends the last loan: what no reader has taken yet is copied into the queues. False when one of
+    // them has no room; the loan goes on then.
+    bool takeBack();
 
-    // Waits until a queue that refused a packet has room again, was stopped, or wakeFeeder() was
-    // called since the last return.
+    // Waits until a queue that was full in takeBack() has room again, was stopped, or wakeFeeder()
+    // was called since the last return.
     void waitForRoom();
     void wakeFeeder();
 
     // Whether readers have taken everything that was fed.
     bool isDrained() const;
 
-    // Drops what all queues hold.
+    // Drops what all queues hold, a loan included.
     void flush();
 
     // `pump` feeds more, waiting at most timeoutMs; false when nothing came of that. Runs on a
@@ -84,8 +87,8 @@ private:
 
     Filter* find(int handle) const;
     int freeHandle();
-    static bool refuses(const Filter* chain, const uint8_t* packet);
     void deliver(const uint8_t* packet);
+    void lendOne(Filter* chain, const uint8_t* packet);
     int keepReady(DemuxBinder_HandleSet* set) const;
     void noteReader();
     void noteRoom();
@@ -94,7 +97,8 @@ private:
     std::condition_variable mDataWake;  // select()
     std::condition_variable mRoomWake;  // waitForRoom()
     std::array<std::unique_ptr<Filter>, DEMUX_HANDLE_COUNT> mFilters;
-    std::array<Filter*, PID_COUNT> mByPid{};  // filters of one PID are chained
+    std::array<Filter*, PID_COUNT> mByPid{};     // filters of one PID are chained
+    std::array<uint8_t, PID_COUNT> mFiltered{};  // whether there are any
     int mNextHandle = 0;
     int mWaitingReaders = 0;
     bool mRoom = false;  // for waitForRoom(): something was taken out, or the feeder is wanted

@@ -11,9 +11,8 @@ constexpr int64_t LONGEST_INTERVAL_NS = 10'000'000'000;
 
 }  // namespace
 
-void PacketCounter::count(const uint8_t* packet) {
+void PacketCounter::countUnusual(const uint8_t* packet) {
     const uint16_t pid = pidOf(packet);
-    ++mPackets;
     if (mIndex[pid] == 0) {
         mEntries.emplace_back().statistics.pid = pid;
         mIndex[pid] = static_cast<uint16_t>(mEntries.size());
@@ -29,6 +28,9 @@ void PacketCounter::count(const uint8_t* packet) {
     }
     if (pid != PID_NONE) {
         countContinuity(packet, entry);
+    } else {
+        entry.counterStep = 0;
+        entry.expectAfter(continuityCounterOf(packet));
     }
     if (hasPcr(packet)) {
         countPcr(packet, entry);
@@ -55,6 +57,7 @@ void PacketCounter::countContinuity(const uint8_t* packet, Entry& entry) {
     entry.counter = counter;
     entry.counterKnown = true;
     entry.duplicated = duplicated;
+    entry.expectAfter(counter);
 }
 
 void PacketCounter::countPcr(const uint8_t* packet, Entry& entry) {
@@ -74,8 +77,17 @@ void PacketCounter::forgetContinuity() {
     for (Entry& entry : mEntries) {
         entry.counterKnown = false;
         entry.duplicated = false;
+        entry.usual = NO_USUAL;
         entry.pcr = -1;
     }
+}
+
+uint64_t PacketCounter::packets() const {
+    uint64_t all = 0;
+    for (const Entry& entry : mEntries) {
+        all += entry.statistics.packets;
+    }
+    return all;
 }
 
 std::vector<PidStatistics> PacketCounter::pids() const {

@@ -12,6 +12,16 @@ namespace {
 constexpr size_t PERIODS[] = {188, 192, 204};
 constexpr size_t SYNCS_TO_LOCK = 5;
 
+// The bytes of the packets in sync from `data` on, without those whose end is not in sight.
+size_t cleanRun(const uint8_t* data, size_t size) {
+    size_t at = 0;
+    while (size - at > TS_PACKET_BYTES && data[at] == TS_SYNC_BYTE &&
+           data[at + TS_PACKET_BYTES] == TS_SYNC_BYTE) {
+        at += TS_PACKET_BYTES;
+    }
+    return at;
+}
+
 enum class Match { Yes, No, Unknown };
 
 // Whether packets of `period` bytes begin at `at`. At the very end of the data fewer sync bytes
@@ -104,6 +114,10 @@ PacketSynchronizer::Result PacketSynchronizer::align(uint8_t* data, size_t size,
             if (!mInSync) {
                 break;
             }
+        }
+        if (out == in && mPeriod == TS_PACKET_BYTES) {
+            in += cleanRun(data + in, size - in);
+            out = in;
         }
         const Verdict verdict = judge(data, size, in, last);
         if (verdict == Verdict::NeedMore) {

@@ -78,6 +78,9 @@ void TunerSession::close() {
         mThread.join();
     }
     std::lock_guard feeding(mFeedMutex);  // nor does a reader feed any more
+    if (std::exchange(mLent, 0) > 0) {
+        mDemultiplexer.flush();
+    }
 }
 
 void TunerSession::wake() {
@@ -341,7 +344,7 @@ bool TunerSession::isWantedElsewhere() const {
 }
 
 void TunerSession::feedLossless() {
-    if (!feedOnce(POLL_MS) && mWindow.count() > 0 && !isWantedElsewhere()) {
+    if (!feedOnce(POLL_MS) && mLent > 0 && !isWantedElsewhere()) {
         mDemultiplexer.waitForRoom();
     }
 }
@@ -360,19 +363,23 @@ bool TunerSession::pump(int timeoutMs) {
     return feedOnce(timeoutMs);
 }
 
-// Reads, where nothing is left, and gives the filters what they take. False when neither came
-// about.
+// Reads once and lends the filters what came. False when nothing did, or when a queue is too full
+// for what is lent to it still.
 bool TunerSession::feedOnce(int timeoutMs) {
+    if (!mDemultiplexer.takeBack()) {
+        return false;
+    }
+    mWindow.release(std::exchange(mLent, 0));
     if (mWindow.count() == 0) {
         if (mSourceEnded) {
             return reachEnd();
         }
         fill(timeoutMs);
     }
-    const size_t taken = mDemultiplexer.feedLossless(mWindow.packets(), mWindow.count());
-    mWindow.release(taken);
-    mFedThisLap += taken;
-    return taken > 0;
+    mLent = mWindow.count();
+    mDemultiplexer.lend(mWindow.packets(), mLent);
+    mFedThisLap += mLent;
+    return mLent > 0;
 }
 
 // True when the source goes on from its beginning.
@@ -397,6 +404,9 @@ bool TunerSession::reachEnd() {
 bool TunerSession::startOver() {
     if (!mSource->rewind()) {
         return false;
+    }
+    if (std::exchange(mLent, 0) > 0) {
+        mDemultiplexer.flush();
     }
     mWindow.clear();
     mPacer.clear();

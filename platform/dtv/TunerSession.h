@@ -85,6 +85,7 @@ private:
 
     std::mutex mFeedMutex;  // whoever feeds; taken before all others. Down to mNextTickNs
     PacketWindow mWindow;
+    size_t mLent = 0;  // packets at the front of the window that the filters refer to
     PcrPacer mPacer;
     bool mPacerKnowsWindow = false;  // the head is handed to the pacer when feeding begins
     bool mSourceEnded = false;
