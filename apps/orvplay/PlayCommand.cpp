@@ -7,7 +7,7 @@
 #include "PlayRun.h"
 #include "StreamSelection.h"
 #include "TuneFailure.h"
-#include "WindowDisplay.h"
+#include "WindowLoader.h"
 #include "audio/AudioOutput.h"
 #include "dtv/Tuner.h"
 
@@ -39,7 +39,7 @@ int findStreams(const PlayOptions& options, StreamSelection* selection) {
 
 int playCommand(const PlayOptions& given) {
     PlayOptions options = given;
-    options.headless = options.headless || !WindowDisplay::isDisplayAvailable();
+    options.headless = options.headless || !isDisplayAvailable();
     if (!options.audio) {
         orvhost::setAudioOutput(orvhost::AudioOutput::SILENT);
     }

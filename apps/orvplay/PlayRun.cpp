@@ -10,7 +10,7 @@
 #include "Interrupt.h"
 #include "MonotonicTime.h"
 #include "StillWriter.h"
-#include "WindowDisplay.h"
+#include "WindowLoader.h"
 #include "dtv/Tuner.h"
 
 namespace orvplay {
@@ -37,7 +37,7 @@ PlayRun::PlayRun(const PlayOptions& options, const StreamSelection& selection)
 
 int PlayRun::run() {
     if (!openOutputs()) {
-        return fail(EXIT_FAILED, "no window could be opened; try --headless");
+        return EXIT_FAILED;  // the window said why
     }
     if (const int status = open(); status != 0) {
         return fail(EXIT_PLAYBACK, whyNotOpened(status));
@@ -69,7 +69,12 @@ bool PlayRun::openOutputs() {
     if (!mOptions.headless) {
         const std::string name =
             mSelection.serviceName.empty() ? mOptions.source : mSelection.serviceName;
-        display = std::make_unique<WindowDisplay>(name + " - OrvPlayer");
+        std::string error;
+        display = createWindow(name + " - OrvPlayer", &error);
+        if (display == nullptr) {
+            fprintf(stderr, "orvplay: %s\n", error.c_str());
+            return false;
+        }
     }
     mPictures = std::make_unique<PictureOutput>(mConsumer, std::move(display), mSync);
     if (!mPictures->start()) {

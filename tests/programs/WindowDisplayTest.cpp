@@ -1,4 +1,5 @@
 #include "WindowDisplay.h"
+#include "WindowLoader.h"
 
 #include <SDL.h>
 #include <gtest/gtest.h>
@@ -234,7 +235,7 @@ TEST(NoDisplayTest, SaysToRunHeadless) {
     unsetenv("SDL_VIDEODRIVER");
     for (const char* display : {"", ":64999", "nonsense"}) {
         setenv("DISPLAY", display, 1);
-        EXPECT_EQ(WindowDisplay::isDisplayAvailable(), *display != '\0');
+        EXPECT_EQ(isDisplayAvailable(), *display != '\0');
         WindowDisplay window("test");
         testing::internal::CaptureStderr();
         EXPECT_FALSE(window.open());

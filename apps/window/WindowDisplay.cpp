@@ -75,10 +75,6 @@ WindowDisplay::~WindowDisplay() {
     }
 }
 
-bool WindowDisplay::isDisplayAvailable() {
-    return isSet("DISPLAY") || isSet("WAYLAND_DISPLAY");
-}
-
 bool WindowDisplay::open() {
     SDL_SetHint(SDL_HINT_NO_SIGNAL_HANDLERS, "1");  // an interrupt ends the program, not the window
     SDL_SetHint(SDL_HINT_APP_NAME, "OrvPlayer");
@@ -87,7 +83,7 @@ bool WindowDisplay::open() {
     SDL_SetHint(SDL_HINT_VIDEO_X11_NET_WM_BYPASS_COMPOSITOR, "0");
 
     if (!isSet("SDL_VIDEODRIVER")) {
-        if (!isDisplayAvailable()) {
+        if (!isSet("DISPLAY") && !isSet("WAYLAND_DISPLAY")) {
             fprintf(stderr, "orvplay: there is no display for a window; use --headless\n");
             return false;
         }

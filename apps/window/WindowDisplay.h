@@ -34,9 +34,6 @@ public:
     WindowDisplay(const WindowDisplay&) = delete;  // owns a window
     WindowDisplay& operator=(const WindowDisplay&) = delete;
 
-    // Whether the environment names a display; it may still refuse to open.
-    static bool isDisplayAvailable();
-
     bool open() override;
     void show(const orvhost::AcquiredBuffer& picture) override;
     Request handleEvents() override;
