@@ -25,6 +25,23 @@ private:
     Record* mRecord;
 };
 
+template <typename Record>
+void expectPayloadAt(unsigned int offset) {
+    InPlace<Record> record;
+    record->mSize = offset + 188;
+    unsigned char* data = nullptr;
+    unsigned int size = 0;
+    record->getRaw(&data, &size);
+    EXPECT_EQ(data, record.bytes() + offset);
+    EXPECT_EQ(size, 188u);
+}
+
+TEST(DataTest, PayloadFollowsTheFixedPart) {
+    expectPayloadAt<PESData>(40);
+    expectPayloadAt<AudioFragmentData>(32);
+    expectPayloadAt<VideoFrameData>(80);
+}
+
 TEST(DataTest, PictureInAGraphicBufferIsCopied) {
     const android::sp<android::GraphicBuffer> picture = new android::GraphicBuffer(
         32, 16, 0x105,
