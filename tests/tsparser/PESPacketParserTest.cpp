@@ -84,7 +84,8 @@ TEST_F(PESPacketParserTest, BadStartBitsPutThePayloadAtByte6) {
     EXPECT_EQ(mData.PTS, 0u);
 }
 
-// Everything that an optional header can carry, in its order.
+// Everything that an optional header can carry, in its order. The packet's length is wrong, as
+// broadcasts have it, and looked at by nobody.
 Bytes fullHeader() {
     Bytes fields{0x31, 0x23, 0x45, 0x67, 0x89,        // PTS
                  0x11, 0x98, 0x77, 0x65, 0x43,        // DTS
@@ -101,7 +102,7 @@ Bytes fullHeader() {
                             0xA5, 0xBF,   // sequence counter
                             0x6A, 0xBC,   // P-STD
                             0x81, 0x2D};  // extension 2
-    return Bytes{0, 0, 1, 0xE0, 0, 0, 0xBE, 0xFF, static_cast<uint8_t>(fields.size())} + fields;
+    return Bytes{0, 0, 1, 0xE0, 0, 1, 0xBE, 0xFF, static_cast<uint8_t>(fields.size())} + fields;
 }
 
 TEST_F(PESPacketParserTest, OptionalFields) {

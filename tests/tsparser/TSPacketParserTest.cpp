@@ -139,6 +139,15 @@ TEST_F(TSPacketParserTest, ReadsTheExtensionAtFixedOffsets) {
     EXPECT_EQ(mData.piecewise_rate, 0x1ABC5Au);  // byte 4 twice, byte 6 not at all
     EXPECT_EQ(mData.splice_type, 6);
     EXPECT_EQ(mData.DTS_next_AU, 7ull << 30 | 0x80ull << 22 | 1ull << 15 | 0xC0ull << 7 | 2);
+    orvtest::TraceCapture trace;
+    for (const size_t marker : {7u, 9u, 11u}) {  // each of the three is needed
+        Bytes broken = EXTENSION;
+        broken[marker] ^= 1;
+        mData.splice_type = 0;
+        parse(packet(3, 0, true, Bytes{40, 0x03, 2, 0xD1, 0xD2} + broken));
+        EXPECT_EQ(mData.splice_type, 0);
+        EXPECT_EQ(trace.take().front(), "parseAdaptationField - bad seamless splice marker bits!");
+    }
 }
 
 TEST_F(TSPacketParserTest, ExtensionWithoutPrivateDataIsReadOneByteOn) {

@@ -30,6 +30,16 @@ inline Bytes named(char name, size_t size) {
     return Bytes(size, static_cast<uint8_t>(name));
 }
 
+// PES packets a, b, c, ...
+inline Bytes manyPES(size_t count, size_t size) {
+    TsBuilder stream;
+    for (size_t i = 0; i < count; ++i) {
+        stream.pes(VIDEO_PID, 0xE0, static_cast<int64_t>(i),
+                   named(static_cast<char>('a' + i % 26), size));
+    }
+    return stream.build();
+}
+
 inline android::sp<OrvPlayer::RingBuffer> makeRing(const char* name, unsigned size) {
     android::sp<OrvPlayer::RingBuffer> ring = new OrvPlayer::RingBuffer;
     EXPECT_EQ(ring->configureWithSize(name, size), 0);

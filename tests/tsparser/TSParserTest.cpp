@@ -98,6 +98,19 @@ TEST_P(TSParserSliceTest, DamagedPacketCostsOnlyItsPES) {
 
 INSTANTIATE_TEST_SUITE_P(PacketsPerPass, TSParserSliceTest, testing::Values(1, 2, 5, 64));
 
+TEST_F(TSParserTest, PartOfAPacketWaitsForTheRest) {
+    make(PID_TYPE_VIDEO);
+    ASSERT_EQ(mParser->open(), 0);
+    const Bytes bytes = manyPES(2, 100);
+    push(Bytes(bytes.begin(), bytes.begin() + 184));
+    EXPECT_TRUE(mParser->parsePass());
+    EXPECT_EQ(mInput->getDataSize(), 184u);
+    push(Bytes(bytes.begin() + 184, bytes.end()));
+    EXPECT_TRUE(mParser->parsePass());
+    drain();
+    EXPECT_EQ(names(), "a");
+}
+
 TEST_F(TSParserTest, UnusablePESIsDroppedAlone) {
     make(PID_TYPE_AUDIO);
     ASSERT_EQ(mParser->open(), 0);

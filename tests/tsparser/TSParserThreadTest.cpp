@@ -30,15 +30,6 @@ protected:
     }
 };
 
-Bytes manyPES(size_t count, size_t size) {
-    TsBuilder stream;
-    for (size_t i = 0; i < count; ++i) {
-        stream.pes(VIDEO_PID, 0xE0, static_cast<int64_t>(i),
-                   named(static_cast<char>('a' + i % 26), size));
-    }
-    return stream.build();
-}
-
 Bytes scrambled(Bytes bytes) {
     for (size_t at = 3; at < bytes.size(); at += PACKET_BYTES) {
         bytes[at] |= 0x80;
@@ -164,6 +155,7 @@ TEST_F(TSParserThreadTest, TimeStampsGoToClockAndRecorder) {
                  .pes(VIDEO_PID, streamId, 903'600, named('B', 10))
                  .pes(VIDEO_PID, streamId, 907'200, named('C', 10))
                  .build());
+        mParser->setNotifyAudioPTS(notify);  // at any time
         ASSERT_TRUE(await(2));
         mParser->stop();
         mReceived.clear();
