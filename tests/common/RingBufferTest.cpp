@@ -83,8 +83,8 @@ TEST(RingBufferTest, FailedMappingIsFinal) {
 TEST(RingBufferTest, RefusesSizesThatWrapWhenRoundedUp) {
     const auto ring = makeRing(4096);
     for (const unsigned huge : {0xFFFFFFFFu, 0xFFFFFFFDu, 0x80000000u, 4097u}) {
-        EXPECT_EQ(ring->write(huge, NON_BLOCKING), nullptr);
-        EXPECT_EQ(ring->read(huge, NON_BLOCKING), nullptr);
+        ASSERT_EQ(ring->write(huge, NON_BLOCKING), nullptr);  // else its lock is held
+        ASSERT_EQ(ring->read(huge, NON_BLOCKING), nullptr);
     }
 }
 
