@@ -18,7 +18,7 @@ namespace {
 
 // The capacities of playback for PES packets, so that none is lost here that plays, or the other
 // way round. Packets come in larger batches than from the air.
-constexpr unsigned int PACKETS_EXPONENT = 20;
+constexpr unsigned int PACKETS_EXPONENT = 17;
 constexpr unsigned int VIDEO_PES_BYTES = 6'291'456;
 constexpr unsigned int AUDIO_PES_BYTES = 65'536;
 

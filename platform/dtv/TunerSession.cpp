@@ -14,7 +14,7 @@ namespace {
 
 constexpr int64_t MS = 1'000'000;
 
-constexpr size_t READ_BYTES = 256 << 10;
+constexpr size_t READ_BYTES = 128 << 10;
 constexpr size_t HEAD_BYTES = 8 << 20;    // the look at the head ends here
 constexpr uint64_t SYNC_BYTES = 1 << 20;  // so much without a packet is no transport stream
 constexpr int POLL_MS = 20;               // how soon a waiting read sees that filters came
