@@ -22,6 +22,13 @@
 namespace android {
 namespace {
 
+// A sanitizer slows the server's client down by more than the sound may be off.
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+constexpr double MAX_ERROR_MS = 100;
+#else
+constexpr double MAX_ERROR_MS = 15;
+#endif
+
 constexpr int64_t MS = 1'000'000;
 
 int64_t nowNs() {
@@ -159,7 +166,7 @@ protected:
             errorsMs.push_back(static_cast<double>(errorNs) / MS);
         }
         std::sort(errorsMs.begin(), errorsMs.end());
-        EXPECT_LT(errorsMs[1], 15) << pWhen;
+        EXPECT_LT(errorsMs[1], MAX_ERROR_MS) << pWhen;
         std::cout << pWhen << ": heard " << errorsMs[1] << " ms off the time it was due\n";
     }
 
