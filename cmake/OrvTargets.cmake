@@ -111,3 +111,15 @@ function(orv_fuzzer name)
     target_link_options(${name} PRIVATE -fsanitize=fuzzer)
     add_dependencies(fuzzers ${name})
 endfunction()
+
+# orv_benchmark(NAME SOURCES a.cpp ... DEPS target ...): one program that measures. Target `bench`
+# builds them all; nothing else does.
+if(ORV_BUILD_BENCH)
+    add_custom_target(bench)
+endif()
+function(orv_benchmark name)
+    cmake_parse_arguments(ARG "" "" "SOURCES;DEPS" ${ARGN})
+    add_executable(${name} EXCLUDE_FROM_ALL ${ARG_SOURCES})
+    target_link_libraries(${name} PRIVATE orv_flags ${ARG_DEPS})
+    add_dependencies(bench ${name})
+endfunction()
