@@ -20,26 +20,31 @@ public:
     HandoffLock& operator=(const HandoffLock&) = delete;
 
     void lock() {
-        while (!tryLock()) {
-            mHeld.wait(HELD, std::memory_order_relaxed);
+        int free = FREE;
+        if (!mState.compare_exchange_strong(free, HELD, std::memory_order_acquire,
+                                            std::memory_order_relaxed)) {
+            lockContended();
         }
     }
 
-    bool tryLock() { return mHeld.exchange(HELD, std::memory_order_acquire) == FREE; }
-
     // A momentary value, for reports.
-    bool isHeld() const { return mHeld.load(std::memory_order_relaxed) == HELD; }
+    bool isHeld() const { return mState.load(std::memory_order_relaxed) != FREE; }
 
+    // One exchange, and a system call only when a thread may be waiting.
     void unlock() {
-        mHeld.store(FREE, std::memory_order_release);
-        mHeld.notify_one();
+        if (mState.exchange(FREE, std::memory_order_seq_cst) == HELD_WAITED) {
+            mState.notify_one();
+        }
     }
 
 private:
     static constexpr int FREE = 0;
     static constexpr int HELD = 1;
+    static constexpr int HELD_WAITED = 2;  // and there may be threads that wait for it
 
-    std::atomic<int> mHeld{FREE};
+    void lockContended();
+
+    std::atomic<int> mState{FREE};
 };
 
 // A condition that threads holding a HandoffLock wait on, timed on the monotonic clock.
@@ -48,6 +53,10 @@ private:
 // announces itself and looks at its predicate again before it sleeps, so whoever makes the
 // predicate true and then broadcasts is either seen by that look or sees the waiter. For that the
 // predicate must be made of sequentially consistent atomics.
+//
+// Sleeping and waking take longer than the other side needs for a record when both run at full
+// speed. A thread whose last wait was short therefore looks at its predicate for some microseconds
+// before it sleeps; at the pace of a broadcast waits are long and nobody does.
 class HandoffCondition {
 public:
     HandoffCondition();
@@ -57,17 +66,21 @@ public:
 
     // Releases `lock`, sleeps until a broadcast or until `timeoutMs` have passed, takes `lock`
     // again. Sleeps once: the caller looks at its predicate afterwards. Does not sleep at all when
-    // `ready()` holds. The caller holds `lock` before and after.
+    // `ready()` holds. The caller holds `lock` before and after; all callers use the same one.
     template <typename Ready>
     void waitOnce(HandoffLock& lock, unsigned int timeoutMs, Ready ready) {
+        if (mLookFirst && lookForAWhile(ready)) {
+            return;
+        }
         pthread_mutex_lock(&mMutex);
         mWaiters.fetch_add(1, std::memory_order_seq_cst);
         if (!ready()) {
             lock.unlock();
-            sleep(timeoutMs);
+            const bool wasShort = sleep(timeoutMs);
             mWaiters.fetch_sub(1, std::memory_order_relaxed);
             pthread_mutex_unlock(&mMutex);
             lock.lock();
+            mLookFirst = wasShort;
             return;
         }
         mWaiters.fetch_sub(1, std::memory_order_relaxed);
@@ -78,11 +91,40 @@ public:
     void broadcast();
 
 private:
-    void sleep(unsigned int timeoutMs);
+    // The counters that the predicate reads change hands between processors with each look, so
+    // looks are spaced out.
+    static constexpr int LOOKS = 12;
+    static constexpr int PAUSES_PER_LOOK = 64;
 
-    pthread_mutex_t mMutex;  // held only to begin a sleep, to end it and to wake
-    pthread_cond_t mCondition;
+    template <typename Ready>
+    static bool lookForAWhile(Ready ready) {
+        for (int look = 0; look < LOOKS; ++look) {
+            for (int i = 0; i < PAUSES_PER_LOOK; ++i) {
+                pause();
+            }
+            if (ready()) {
+                return true;
+            }
+        }
+        return false;
+    }
+
+    // Tells the processor that this is a waiting loop.
+    static void pause() {
+#if defined(__x86_64__) || defined(__i386__)
+        __builtin_ia32_pause();
+#elif defined(__aarch64__)
+        asm volatile("yield");
+#endif
+    }
+
+    // True when it took so short that looking on would have been better.
+    bool sleep(unsigned int timeoutMs);
+
     std::atomic<uint32_t> mWaiters{0};
+    bool mLookFirst = false;  // under the callers' lock
+    pthread_mutex_t mMutex;   // held only to begin a sleep, to end it and to wake
+    pthread_cond_t mCondition;
 };
 
 }  // namespace OrvPlayer

@@ -121,10 +121,28 @@ int RingBuffer::unmapStorage() {
     return storage == nullptr ? 0 : munmap(storage, 2 * static_cast<size_t>(mSize));
 }
 
+// What was seen last may be long past: writers and readers go on by more than they asked for, by
+// what getFreeSpace() and getDataSize() told them. Hence sums, which cannot go below 0.
+bool RingBuffer::hasSpace(uint64_t size) {
+    const uint64_t needed = mHead.load(std::memory_order_relaxed) + size;
+    if (needed > mTailSeen + mSize) {
+        mTailSeen = mTail.load();
+    }
+    return needed <= mTailSeen + mSize;
+}
+
+bool RingBuffer::hasData(uint64_t size) {
+    const uint64_t needed = mTail.load(std::memory_order_relaxed) + size;
+    if (needed > mHeadSeen) {
+        mHeadSeen = mHead.load();
+    }
+    return needed <= mHeadSeen;
+}
+
 unsigned char* RingBuffer::write(unsigned int size, block_t block) {
     mWriteLock.lock();
     const uint64_t rounded = roundUp4(size);
-    const auto fits = [this, rounded] { return rounded <= getFreeSpace(); };
+    const auto fits = [this, rounded] { return hasSpace(rounded); };
     if (!fits() && block == BLOCKING) {
         mSpaceAvailable.waitOnce(mWriteLock, WAIT_MS, fits);
     }
@@ -142,7 +160,7 @@ void RingBuffer::writeAdvance(unsigned long size) {
 }
 
 bool RingBuffer::waitForSpace(unsigned int size) {
-    const auto fits = [this, size] { return size <= getFreeSpace(); };
+    const auto fits = [this, size] { return hasSpace(size); };
     if (!fits()) {
         mSpaceAvailable.waitOnce(mWriteLock, WAIT_MS, fits);
     }
@@ -151,7 +169,7 @@ bool RingBuffer::waitForSpace(unsigned int size) {
 
 unsigned char* RingBuffer::read(unsigned int size, block_t block) {
     mReadLock.lock();
-    const auto ready = [this, size] { return size <= getDataSize(); };
+    const auto ready = [this, size] { return hasData(size); };
     if (!ready() && block == BLOCKING) {
         mDataAvailable.waitOnce(mReadLock, WAIT_MS, ready);
     }
@@ -173,6 +191,8 @@ void RingBuffer::reset() {
     mWriteLock.lock();
     mHead.store(0);
     mTail.store(0);
+    mHeadSeen = 0;
+    mTailSeen = 0;
     mDataAvailable.broadcast();
     mSpaceAvailable.broadcast();
     mWriteLock.unlock();

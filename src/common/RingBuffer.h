@@ -92,18 +92,28 @@ private:
     bool mapView(unsigned char* address, int region);
     int unmapStorage();
 
+    // For the holder of the write or the read lock: whether there is room, or data. Looks at the
+    // other side's counter only when what it showed last does not suffice.
+    bool hasSpace(uint64_t size);
+    bool hasData(uint64_t size);
+
+    // The two sides write into cache lines of their own.
+    static constexpr size_t CACHE_LINE = 64;
+
     std::string mName;
     // Bytes ever committed and ever released; sequentially consistent, as the conditions ask. 64
     // bits wide: the capacity need not divide 2^32, so narrower counters would shift every position
     // when they wrap.
-    std::atomic<uint64_t> mHead{0};
-    std::atomic<uint64_t> mTail{0};
-    unsigned int mSize = 0;            // capacity; 0 while not configured
-    unsigned char* mBuffer = nullptr;  // 2 * mSize bytes of address space
-    HandoffLock mWriteLock;
-    HandoffLock mReadLock;
-    HandoffCondition mSpaceAvailable;  // waited on under mWriteLock
-    HandoffCondition mDataAvailable;   // waited on under mReadLock
+    alignas(CACHE_LINE) std::atomic<uint64_t> mHead{0};
+    alignas(CACHE_LINE) std::atomic<uint64_t> mTail{0};
+    alignas(CACHE_LINE) unsigned int mSize = 0;  // capacity; 0 while not configured
+    unsigned char* mBuffer = nullptr;            // 2 * mSize bytes of address space
+    alignas(CACHE_LINE) HandoffLock mWriteLock;
+    uint64_t mTailSeen = 0;  // under mWriteLock: mTail at some time before
+    alignas(CACHE_LINE) HandoffLock mReadLock;
+    uint64_t mHeadSeen = 0;                                // under mReadLock: the same of mHead
+    alignas(CACHE_LINE) HandoffCondition mSpaceAvailable;  // waited on under mWriteLock
+    alignas(CACHE_LINE) HandoffCondition mDataAvailable;   // waited on under mReadLock
 };
 
 }  // namespace OrvPlayer

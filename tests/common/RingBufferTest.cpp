@@ -106,13 +106,19 @@ TEST_P(RingBufferModelTest, BehavesLikeAQueueOfBytes) {
         // Mostly records much smaller than the ring, at times up to all of it.
         const unsigned wanted = random() % (random() % 8 == 0 ? size + 8 : size / 6);
         const unsigned rounded = (wanted + 3) & ~3u;
+        // Each side may go on by more than it asked for, by what it is told that there is.
+        const unsigned asked = random() % 4 == 0 ? 0 : wanted;
         if (random() % 2 == 0) {
-            unsigned char* to = ring->write(wanted, NON_BLOCKING);
-            ASSERT_EQ(to != nullptr, rounded <= size - model.size());
+            unsigned char* to = ring->write(asked, NON_BLOCKING);
+            ASSERT_EQ(to != nullptr, ((asked + 3) & ~3u) <= size - model.size());
             if (to == nullptr) {
                 continue;
             }
             EXPECT_EQ(reinterpret_cast<uintptr_t>(to) % 4, 0u);
+            if (rounded > ring->getFreeSpace()) {
+                ring->writeAdvance(0);
+                continue;
+            }
             const bool commits = random() % 4 != 0;
             for (unsigned i = 0; i < rounded; ++i) {
                 to[i] = commits ? static_cast<unsigned char>(next + i) : 0xDD;
@@ -125,8 +131,8 @@ TEST_P(RingBufferModelTest, BehavesLikeAQueueOfBytes) {
             }
             lastWrite = to;
         } else {
-            const unsigned char* from = ring->read(wanted, NON_BLOCKING);
-            ASSERT_EQ(from != nullptr, wanted <= model.size());
+            const unsigned char* from = ring->read(asked, NON_BLOCKING);
+            ASSERT_EQ(from != nullptr, asked <= model.size());
             if (from == nullptr) {
                 continue;
             }
