@@ -101,7 +101,6 @@ TEST_P(RingBufferModelTest, BehavesLikeAQueueOfBytes) {
     std::mt19937 random(size + nearWrap);
     std::deque<unsigned char> model;
     unsigned char next = 0;
-    const unsigned char* lastWrite = nullptr;
     for (int step = 0; step < 4000; ++step) {
         // Mostly records much smaller than the ring, at times up to all of it.
         const unsigned wanted = random() % (random() % 8 == 0 ? size + 8 : size / 6);
@@ -129,7 +128,6 @@ TEST_P(RingBufferModelTest, BehavesLikeAQueueOfBytes) {
                     model.push_back(next++);
                 }
             }
-            lastWrite = to;
         } else {
             const unsigned char* from = ring->read(asked, NON_BLOCKING);
             ASSERT_EQ(from != nullptr, asked <= model.size());
@@ -145,7 +143,6 @@ TEST_P(RingBufferModelTest, BehavesLikeAQueueOfBytes) {
         }
         ASSERT_EQ(ring->getDataSize() + ring->getFreeSpace(), size);
     }
-    EXPECT_NE(lastWrite, nullptr);
 }
 
 INSTANTIATE_TEST_SUITE_P(Sizes, RingBufferModelTest,

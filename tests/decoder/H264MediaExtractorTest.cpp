@@ -334,6 +334,8 @@ TEST_F(H264MediaExtractorTest, WaitsOnceForARecord) {
         EXPECT_THAT(mTrace.take(), ElementsAre("getDecodableUnit: RingBuffer fatal errror: 48 " +
                                                std::to_string(claimed)));
     }
+    // Each look took its time: a record that stays bad is not met again at once.
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(5 * 90));
     record->mSize = whole;
     EXPECT_EQ(call(), MediaExtractor::STATUS_OK);
     EXPECT_EQ(mRing.buffer->getDataSize(), 0u);
