@@ -292,7 +292,8 @@ int Demultiplexer::select(DemuxBinder_HandleSet* set, int timeoutMs) {
     using std::chrono::milliseconds;
     using std::chrono::steady_clock;
     const auto deadline = steady_clock::now() + milliseconds(timeoutMs);
-    for (bool timedOut = false; ready == 0 && !timedOut;) {
+    const uint64_t releases = mReleases;
+    for (bool timedOut = false; ready == 0 && !timedOut && mReleases == releases;) {
         const uint64_t wakeUps = mWakeUps;
         bool fed = false;
         if (mPump) {
@@ -301,7 +302,7 @@ int Demultiplexer::select(DemuxBinder_HandleSet* set, int timeoutMs) {
             fed = mPump(static_cast<int>(std::max<int64_t>(left.count(), 0)));
             lock.lock();
         }
-        if (!fed && timeoutMs > 0 && mWakeUps == wakeUps) {
+        if (!fed && timeoutMs > 0 && mWakeUps == wakeUps && mReleases == releases) {
             ++mWaitingReaders;
             mDataWake.wait_until(lock, deadline);
             --mWaitingReaders;
@@ -339,6 +340,14 @@ int Demultiplexer::readData(int handle, uint8_t* data, int size) {
 void Demultiplexer::noteRoom() {
     mRoomWake.notify_all();
     wakeReaders();
+}
+
+void Demultiplexer::releaseReaders() {
+    {
+        std::lock_guard lock(mMutex);
+        ++mReleases;
+    }
+    mDataWake.notify_all();
 }
 
 void Demultiplexer::wakeReaders() {

@@ -64,6 +64,8 @@ public:
 
     // Has readers that wait run the pump again.
     void wakeReaders();
+    // Has readers that wait return without data: there is no more for now.
+    void releaseReaders();
 
     // `callback` runs after a filter was started or stopped, and when readerArrived() turns true,
     // on the thread that did it. Set it before use.
@@ -106,6 +108,7 @@ private:
     std::atomic<bool> mReaderArrived{false};
     std::atomic<uint64_t> mDropped{0};
     std::atomic<uint64_t> mRepeated{0};
+    uint64_t mReleases = 0;
     uint64_t mWakeUps = 0;  // calls for the readers, so that none is missed on the way to a wait
     std::function<void()> mFilterCallback;  // fixed before use
     std::function<bool(int)> mPump;         // fixed before use

@@ -393,6 +393,7 @@ bool TunerSession::reachEnd() {
         mEnded = true;
     }
     mCallerWake.notify_all();
+    mDemultiplexer.releaseReaders();
     if (mEndCallback) {
         mEndCallback();
     }

@@ -44,6 +44,10 @@ TEST(ProgramUseTest, WrongUseIsToldInOneLineAtOnce) {
         {{"play", SMALL, "--service", "9"}, 8, "51200 \"ORV HD\", 51224 \"ORV 1SEG\""},
         {{"play", SMALL, "--video-pid", "77"}, 8, "273, 274"},
         {{"play", std::string(ORV_SAMPLES_DIR) + "/small-mpeg.ts"}, 6, "--audio-pid 0"},
+        {{"units", "/no/such.ts"}, 4, "/no/such.ts"},
+        {{"units", SMALL, "--stage", "frames"}, 2, "--stage"},
+        {{"units", SMALL, "--video-pid", "0"}, 8, "probe"},
+        {{"units", SMALL, "--stream", "audio", "--out", "/no/such/place"}, 1, "/no/such/place"},
         {{"probe", "/no/such.ts"}, 4, "/no/such.ts"},
         {{"probe", noise.path()}, 5, "not an MPEG transport stream"},
     };
