@@ -10,7 +10,6 @@ extern "C" {
 #include <nlohmann/json.hpp>
 
 #include "ExitCode.h"
-#include "Interrupt.h"
 #include "MonotonicTime.h"
 #include "dtv/Tuner.h"
 
@@ -18,13 +17,7 @@ namespace orvplay {
 
 namespace {
 
-constexpr int PASSES_PER_LOOK = 64;
 constexpr size_t PRINT_BUFFER_BYTES = 1 << 16;
-
-UnitChain::Extraction audioExtraction(orvhost::StreamKind kind) {
-    return kind == orvhost::StreamKind::AudioAdts ? UnitChain::Extraction::AAC_ADTS
-                                                  : UnitChain::Extraction::AAC_LATM;
-}
 
 std::string md5Of(const uint8_t* bytes, size_t size) {
     uint8_t digest[16];
@@ -39,20 +32,10 @@ std::string md5Of(const uint8_t* bytes, size_t size) {
 }  // namespace
 
 UnitsRun::UnitsRun(const UnitsOptions& options, const StreamSelection& selection)
-    : mOptions(options), mSelection(selection) {
-    const bool pes = options.stage == "pes";
-    const auto extraction = [pes](UnitChain::Extraction usual) {
-        return pes ? UnitChain::Extraction::NONE : usual;
-    };
-    // In the order of the roles, as the receiver pairs its outputs.
-    if (selection.videoPid != 0) {
-        addStream("video", OrvPlayer::PID_TYPE_VIDEO, selection.videoPid,
-                  extraction(UnitChain::Extraction::H264));
-    }
-    if (selection.audioPid != 0) {
-        addStream("audio", OrvPlayer::PID_TYPE_AUDIO, selection.audioPid,
-                  extraction(audioExtraction(selection.audioKind)));
-    }
+    : mOptions(options),
+      mFlow(
+          selection, options.stage == "pes",
+          [this](const UnitFlow::Stream& stream, const Unit& unit) { return take(stream, unit); }) {
 }
 
 UnitsRun::~UnitsRun() {
@@ -61,31 +44,42 @@ UnitsRun::~UnitsRun() {
     }
 }
 
-void UnitsRun::addStream(const std::string& name, OrvPlayer::TSReceiverPIDType role, uint16_t pid,
-                         UnitChain::Extraction extraction) {
-    mStreams.push_back(std::make_unique<Stream>());
-    Stream& stream = *mStreams.back();
-    stream.name = name;
-    stream.pid = pid;
-    stream.chain = std::make_unique<UnitChain>(
-        role, extraction, [this, &stream](const Unit& unit) { return take(stream, unit); });
-}
-
 int UnitsRun::run() {
     if (!openOut()) {
         return EXIT_FAILED;
     }
     setvbuf(stdout, nullptr, _IOFBF, PRINT_BUFFER_BYTES);
     mBeginNs = monotonicNs();
-    if (!open()) {
-        fprintf(stderr, "orvplay: the streams cannot be set up: out of memory\n");
-        return EXIT_FAILED;
-    }
-    const int code = work();
-    mReceiver->stop();
+    const UnitFlow::End end = mFlow.run([this] {
+        const uint64_t bytes = orvhost::Tuner::instance().statistics().bytes;
+        mStatus.show("reading: " + std::to_string(bytes >> 20) + " MiB");
+    });
     mStatus.clear();
-    printSummary();
+    const int code = exitCodeOf(end);
+    if (end != UnitFlow::End::NO_MEMORY) {
+        printSummary();
+    }
     return lastCode(code);
+}
+
+// Says what went wrong.
+int UnitsRun::exitCodeOf(UnitFlow::End end) {
+    switch (end) {
+        case UnitFlow::End::WORKED_OFF:
+            return EXIT_OK;
+        case UnitFlow::End::INTERRUPTED:
+            return EXIT_INTERRUPTED;
+        case UnitFlow::End::NO_MORE_WANTED:
+            return EXIT_FAILED;  // lastCode() tells why
+        case UnitFlow::End::SCRAMBLED:
+            fprintf(stderr, "orvplay: PID %u is scrambled; choose a clear one (orvplay probe %s)\n",
+                    mFlow.scrambledPid(), mOptions.source.c_str());
+            return EXIT_PLAYBACK;
+        case UnitFlow::End::NO_MEMORY:
+            break;
+    }
+    fprintf(stderr, "orvplay: the streams cannot be set up: out of memory\n");
+    return EXIT_FAILED;
 }
 
 bool UnitsRun::openOut() {
@@ -100,22 +94,8 @@ bool UnitsRun::openOut() {
     return mOut != nullptr;
 }
 
-bool UnitsRun::open() {
-    mReceiver = new OrvPlayer::TSReceiver;
-    std::map<OrvPlayer::TSReceiverPIDType, unsigned short> pids;
-    for (const auto& stream : mStreams) {
-        if (!stream->chain->open()) {
-            return false;
-        }
-        mReceiver->addOutput(stream->chain->input(), nullptr);
-        pids[stream->name == "video" ? OrvPlayer::PID_TYPE_VIDEO : OrvPlayer::PID_TYPE_AUDIO] =
-            stream->pid;
-    }
-    return mReceiver->configure(pids) == 0 && mReceiver->open() == 0;
-}
-
-bool UnitsRun::take(Stream& stream, const Unit& unit) {
-    const uint64_t index = stream.index++;
+bool UnitsRun::take(const UnitFlow::Stream& stream, const Unit& unit) {
+    const uint64_t index = stream.chain->units() - 1;  // this one is counted already
     if (mOut != nullptr && fwrite(unit.bytes, 1, unit.size, mOut) != unit.size) {
         mOutError = errno;
         return false;
@@ -139,54 +119,11 @@ bool UnitsRun::take(Stream& stream, const Unit& unit) {
     return written >= 0;
 }
 
-// Returns EXIT_OK when the source was worked off.
-int UnitsRun::work() {
-    orvhost::Tuner& tuner = orvhost::Tuner::instance();
-    bool ended = false;
-    while (!ended) {
-        if (Interrupt::requested()) {
-            return EXIT_INTERRUPTED;
-        }
-        ended = tuner.atEnd() && tuner.demultiplexer().isDrained();
-        if (!ended) {
-            mReceiver->receivePass();
-        }
-        for (const auto& stream : mStreams) {
-            if (const int code = workOff(*stream); code != EXIT_OK) {
-                return code;
-            }
-        }
-        showProgress();
-    }
-    return EXIT_OK;
-}
-
-int UnitsRun::workOff(Stream& stream) {
-    switch (stream.chain->workOff()) {
-        case UnitChain::State::SCRAMBLED:
-            mStatus.clear();
-            fprintf(stderr, "orvplay: PID %u is scrambled; choose a clear one (orvplay probe %s)\n",
-                    stream.pid, mOptions.source.c_str());
-            return EXIT_PLAYBACK;
-        case UnitChain::State::SINK_CLOSED:
-            return EXIT_FAILED;
-        default:
-            return EXIT_OK;
-    }
-}
-
-void UnitsRun::showProgress() {
-    if (++mPasses % PASSES_PER_LOOK == 0) {
-        const uint64_t bytes = orvhost::Tuner::instance().statistics().bytes;
-        mStatus.show("reading: " + std::to_string(bytes >> 20) + " MiB");
-    }
-}
-
 void UnitsRun::printSummary() {
     uint64_t units = 0;
     uint64_t bytes = 0;
     nlohmann::ordered_json perStream = nlohmann::ordered_json::object();
-    for (const auto& stream : mStreams) {
+    for (const auto& stream : mFlow.streams()) {
         units += stream->chain->units();
         bytes += stream->chain->bytes();
         perStream[stream->name] = {{"pid", stream->pid},

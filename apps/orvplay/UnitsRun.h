@@ -1,15 +1,11 @@
 #pragma once
 
 #include <cstdio>
-#include <memory>
-#include <string>
-#include <vector>
 
 #include "Options.h"
 #include "StatusLine.h"
 #include "StreamSelection.h"
-#include "UnitChain.h"
-#include "tsreceiver/TSReceiver.h"
+#include "UnitFlow.h"
 
 namespace orvplay {
 
@@ -27,38 +23,24 @@ class UnitsRun {
 public:
     UnitsRun(const UnitsOptions& options, const StreamSelection& selection);
     ~UnitsRun();
+    UnitsRun(const UnitsRun&) = delete;  // its flow knows it by address
+    UnitsRun& operator=(const UnitsRun&) = delete;
 
     // Returns the exit code.
     int run();
 
 private:
-    // One stream: its chain, and what its units are called.
-    struct Stream {
-        std::string name;
-        uint16_t pid;
-        std::unique_ptr<UnitChain> chain;
-        uint64_t index = 0;
-    };
-
-    void addStream(const std::string& name, OrvPlayer::TSReceiverPIDType role, uint16_t pid,
-                   UnitChain::Extraction extraction);
     bool openOut();
-    bool open();
-    bool take(Stream& stream, const Unit& unit);
-    int work();
-    int workOff(Stream& stream);
-    void showProgress();
+    bool take(const UnitFlow::Stream& stream, const Unit& unit);
+    int exitCodeOf(UnitFlow::End end);
     void printSummary();
     int lastCode(int code);
 
     const UnitsOptions mOptions;
-    const StreamSelection mSelection;
-    std::vector<std::unique_ptr<Stream>> mStreams;
-    android::sp<OrvPlayer::TSReceiver> mReceiver;
+    UnitFlow mFlow;
     FILE* mOut = nullptr;
     int64_t mBeginNs = 0;
     StatusLine mStatus;
-    int mPasses = 0;
     int mPrintError = 0;  // errno values
     int mOutError = 0;
 };
