@@ -5,38 +5,14 @@
 #include <cstring>
 #include <set>
 
+#include "damage/PacketView.h"
+
 namespace orvtest {
 
 namespace {
 
-constexpr size_t PACKET_BYTES = 188;
-constexpr uint8_t SYNC_BYTE = 0x47;
-constexpr uint8_t UNIT_START = 0x40;
-constexpr uint8_t HAS_FIELD = 0x20;
-constexpr uint8_t HAS_PAYLOAD = 0x10;
 constexpr size_t PES_HEADER_BYTES = 9;
 constexpr size_t PMT_FIXED_BYTES = 12;  // up to program_info_length
-
-uint16_t pidOf(const uint8_t* packet) {
-    return static_cast<uint16_t>((packet[1] & 0x1F) << 8 | packet[2]);
-}
-
-// Where the payload begins, PACKET_BYTES when there is none.
-size_t payloadOf(const uint8_t* packet) {
-    if ((packet[3] & HAS_PAYLOAD) == 0) {
-        return PACKET_BYTES;
-    }
-    const size_t start = (packet[3] & HAS_FIELD) != 0 ? 5U + packet[4] : 4U;
-    return std::min(start, PACKET_BYTES);
-}
-
-bool startsUnit(const uint8_t* packet) {
-    return (packet[1] & UNIT_START) != 0;
-}
-
-bool hasPcr(const uint8_t* packet) {
-    return (packet[3] & HAS_FIELD) != 0 && packet[4] >= 7 && (packet[5] & 0x10) != 0;
-}
 
 // The payload loses its first `bytes`; stuffing in the adaptation field takes their place.
 void dropPayloadHead(uint8_t* packet, size_t bytes) {
@@ -92,19 +68,54 @@ void emptyPmt(uint8_t* payload, size_t bytes) {
     std::memset(section + end + 4, 0xFF, static_cast<size_t>(payload + bytes - section) - end - 4);
 }
 
-void addToPcr(uint8_t* field, int64_t ticks27M) {
-    constexpr int64_t WRAP = (int64_t{1} << 33) * 300;
+constexpr int64_t WRAP_90K = int64_t{1} << 33;
+constexpr int64_t PER_90K = 300;  // ticks of 27 MHz
+
+int64_t wrapped(int64_t value, int64_t wrap) {
+    return (value % wrap + wrap) % wrap;
+}
+
+int64_t readPcr(const uint8_t* field) {
     const int64_t base = int64_t{field[0]} << 25 | int64_t{field[1]} << 17 |
                          int64_t{field[2]} << 9 | int64_t{field[3]} << 1 | field[4] >> 7;
-    const int64_t old = base * 300 + ((field[4] & 1) << 8 | field[5]);
-    const int64_t pcr = ((old + ticks27M) % WRAP + WRAP) % WRAP;
-    const int64_t newBase = pcr / 300;
-    const int64_t extension = pcr % 300;
+    return base * PER_90K + ((field[4] & 1) << 8 | field[5]);
+}
+
+void writePcr(uint8_t* field, int64_t ticks27M) {
+    const int64_t pcr = wrapped(ticks27M, WRAP_90K * PER_90K);
+    const int64_t base = pcr / PER_90K;
+    const int64_t extension = pcr % PER_90K;
     for (int i = 0; i < 4; ++i) {
-        field[i] = static_cast<uint8_t>(newBase >> (25 - 8 * i));
+        field[i] = static_cast<uint8_t>(base >> (25 - 8 * i));
     }
-    field[4] = static_cast<uint8_t>((newBase & 1) << 7 | 0x7E | extension >> 8);
+    field[4] = static_cast<uint8_t>((base & 1) << 7 | 0x7E | extension >> 8);
     field[5] = static_cast<uint8_t>(extension);
+}
+
+int64_t readStamp(const uint8_t* b) {
+    return int64_t{b[0] & 0x0E} << 29 | int64_t{b[1]} << 22 | int64_t{b[2] & 0xFE} << 14 |
+           int64_t{b[3]} << 7 | b[4] >> 1;
+}
+
+void writeStamp(uint8_t* b, int64_t ticks90k) {
+    const int64_t stamp = wrapped(ticks90k, WRAP_90K);
+    b[0] = static_cast<uint8_t>((b[0] & 0xF0) | (stamp >> 29 & 0x0E) | 1);
+    b[1] = static_cast<uint8_t>(stamp >> 22);
+    b[2] = static_cast<uint8_t>((stamp >> 14 & 0xFE) | 1);
+    b[3] = static_cast<uint8_t>(stamp >> 7);
+    b[4] = static_cast<uint8_t>((stamp << 1 & 0xFE) | 1);
+}
+
+// The time stamps of a PES packet that begins here: none, the PTS, or PTS and DTS. *header is where
+// the PES header begins.
+size_t stampsOf(const uint8_t* packet, size_t* header) {
+    *header = payloadOf(packet);
+    const uint8_t* pes = packet + *header;
+    if (!startsUnit(packet) || *header + PES_HEADER_BYTES + 10 > PACKET_BYTES || pes[0] != 0 ||
+        pes[1] != 0 || pes[2] != 1 || pes[3] < 0xBD || (pes[6] & 0xC0) != 0x80) {
+        return 0;
+    }
+    return (pes[7] & 0x80) == 0 ? 0 : (pes[7] & 0x40) == 0 ? 1 : 2;
 }
 
 }  // namespace
@@ -112,6 +123,9 @@ void addToPcr(uint8_t* field, int64_t ticks27M) {
 TsDamage::TsDamage(std::vector<uint8_t> stream, uint64_t seed)
     : mBytes(std::move(stream)), mRandom(seed) {
     mBytes.resize(mBytes.size() / PACKET_BYTES * PACKET_BYTES);
+    for (size_t i = 0; i < count(); ++i) {
+        mRemnants.push_back({i, i * PACKET_BYTES});
+    }
 }
 
 size_t TsDamage::count() const {
@@ -135,14 +149,21 @@ void TsDamage::forEach(uint16_t pid, const std::function<void(Packet)>& change) 
 }
 
 void TsDamage::keepIf(const std::function<bool(size_t, Packet)>& keep) {
-    std::vector<uint8_t> kept;
-    kept.reserve(mBytes.size());
+    multiply([&keep](size_t index, Packet p) { return keep(index, p) ? 1 : 0; });
+}
+
+void TsDamage::multiply(const std::function<int(size_t, Packet)>& copies) {
+    std::vector<uint8_t> bytes;
+    std::vector<Remnant> remnants;
+    bytes.reserve(mBytes.size());
     for (size_t i = 0; i < count(); ++i) {
-        if (keep(i, packet(i))) {
-            kept.insert(kept.end(), packet(i), packet(i) + PACKET_BYTES);
+        for (int left = copies(i, packet(i)); left > 0; --left) {
+            remnants.push_back({mRemnants[i].origin, bytes.size()});
+            bytes.insert(bytes.end(), packet(i), packet(i) + PACKET_BYTES);
         }
     }
-    mBytes = std::move(kept);
+    mBytes = std::move(bytes);
+    mRemnants = std::move(remnants);
 }
 
 void TsDamage::flipBits(double ratePerBit) {
@@ -183,26 +204,29 @@ void TsDamage::swapNeighbours(double rate) {
     for (size_t i = 0; i + 1 < count(); ++i) {
         if (chance(rate)) {
             std::swap_ranges(packet(i), packet(i) + PACKET_BYTES, packet(i + 1));
+            std::swap(mRemnants[i].origin, mRemnants[i + 1].origin);
         }
     }
 }
 
 void TsDamage::duplicatePackets(double rate) {
-    std::vector<uint8_t> out;
-    for (size_t i = 0; i < count(); ++i) {
-        for (int copies = chance(rate) ? 2 : 1; copies > 0; --copies) {
-            out.insert(out.end(), packet(i), packet(i) + PACKET_BYTES);
-        }
-    }
-    mBytes = std::move(out);
+    multiply([this, rate](size_t, Packet) { return chance(rate) ? 2 : 1; });
 }
 
 void TsDamage::slipBytes(size_t slips) {
-    std::uniform_int_distribution<ptrdiff_t> lost(1, PACKET_BYTES - 1);
+    std::uniform_int_distribution<size_t> lost(1, PACKET_BYTES - 1);
     const size_t distance = mBytes.size() / (slips + 1);
     for (size_t slip = slips; slip > 0; --slip) {
-        const auto at = mBytes.begin() + static_cast<ptrdiff_t>(slip * distance);
-        mBytes.erase(at, at + std::min(lost(mRandom), mBytes.end() - at));
+        const size_t begin = slip * distance;
+        const size_t end = std::min(begin + lost(mRandom), mBytes.size());
+        mBytes.erase(mBytes.begin() + static_cast<ptrdiff_t>(begin),
+                     mBytes.begin() + static_cast<ptrdiff_t>(end));
+        std::erase_if(mRemnants, [begin, end](const Remnant& remnant) {
+            return remnant.offset < end && remnant.offset + PACKET_BYTES > begin;
+        });
+        for (Remnant& remnant : mRemnants) {
+            remnant.offset -= remnant.offset >= end ? end - begin : 0;
+        }
     }
 }
 
@@ -217,9 +241,64 @@ void TsDamage::removePid(uint16_t pid) {
 void TsDamage::jumpPcr(int64_t ticks27M) {
     for (size_t i = count() / 2; i < count(); ++i) {
         if (hasPcr(packet(i))) {
-            addToPcr(packet(i) + 6, ticks27M);
+            writePcr(packet(i) + 6, readPcr(packet(i) + 6) + ticks27M);
         }
     }
+}
+
+void TsDamage::forEachTime(const std::function<int64_t(int64_t)>& change) {
+    for (size_t i = 0; i < count(); ++i) {
+        Packet p = packet(i);
+        if (hasPcr(p)) {
+            writePcr(p + 6, change(readPcr(p + 6)));
+        }
+        size_t header = 0;
+        const size_t stamps = stampsOf(p, &header);
+        for (size_t stamp = 0; stamp < stamps; ++stamp) {
+            uint8_t* const at = p + header + PES_HEADER_BYTES + 5 * stamp;
+            writeStamp(at, change(readStamp(at) * PER_90K) / PER_90K);
+        }
+    }
+}
+
+void TsDamage::shiftTimes(int64_t ticks90k) {
+    forEachTime([ticks90k](int64_t time) { return time + ticks90k * PER_90K; });
+}
+
+void TsDamage::skewClock(double ppm) {
+    int64_t first = -1;
+    forEachTime([ppm, &first](int64_t time) {
+        first = first < 0 ? time : first;
+        return time + static_cast<int64_t>(static_cast<double>(time - first) * ppm * 1e-6);
+    });
+}
+
+void TsDamage::removePcrs(double from, double to) {
+    const auto packets = static_cast<double>(count());
+    const auto end = static_cast<size_t>(packets * to);
+    for (auto i = static_cast<size_t>(packets * from); i < std::min(end, count()); ++i) {
+        if (hasPcr(packet(i))) {
+            packet(i)[5] = static_cast<uint8_t>(packet(i)[5] & ~0x10);
+        }
+    }
+}
+
+void TsDamage::removePts(uint16_t pid, double rate) {
+    forEach(pid, [this, rate](Packet p) {
+        size_t header = 0;
+        if (stampsOf(p, &header) > 0 && chance(rate)) {
+            p[header + 7] = static_cast<uint8_t>(p[header + 7] & ~0xC0);  // stuffing is left
+        }
+    });
+}
+
+void TsDamage::randomizePts(uint16_t pid, double rate) {
+    forEach(pid, [this, rate](Packet p) {
+        size_t header = 0;
+        if (stampsOf(p, &header) > 0 && chance(rate)) {
+            writeStamp(p + header + PES_HEADER_BYTES, static_cast<int64_t>(mRandom() >> 1));
+        }
+    });
 }
 
 void TsDamage::lieAboutPesLengths(uint16_t pid) {
@@ -306,6 +385,7 @@ void TsDamage::toTimestampedPackets() {
         for (int shift = 24; shift >= 0; shift -= 8) {
             out.push_back(static_cast<uint8_t>(time >> shift));
         }
+        mRemnants[i].offset = out.size();
         out.insert(out.end(), packet(i), packet(i) + PACKET_BYTES);
     }
     mBytes = std::move(out);
@@ -318,6 +398,9 @@ void TsDamage::prependGarbage(size_t bytes) {
         byte = byte == SYNC_BYTE ? 0 : byte;
     }
     mBytes.insert(mBytes.begin(), garbage.begin(), garbage.end());
+    for (Remnant& remnant : mRemnants) {
+        remnant.offset += bytes;
+    }
 }
 
 }  // namespace orvtest

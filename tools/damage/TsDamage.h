@@ -8,7 +8,8 @@
 // Two kinds of changes: what reception does (lost, doubled and swapped packets, bit errors), and
 // what other multiplexers do (ISO/IEC 13818-1 allows it, or receivers meet it all the same). Each
 // call works on the whole packets of the stream as the call before left it; rates are per packet
-// unless they say otherwise. The bytes must begin with a packet.
+// unless they say otherwise. The bytes must begin with a packet. Which packet of the sound stream
+// each one was is kept, so that what a receiver loses can be held against what was hit.
 
 #pragma once
 
@@ -22,9 +23,17 @@ namespace orvtest {
 
 class TsDamage {
 public:
+    // A packet of the damaged stream.
+    struct Remnant {
+        size_t origin;  // which packet of the sound stream it was
+        size_t offset;  // where it is now
+    };
+
     explicit TsDamage(std::vector<uint8_t> stream, uint64_t seed = 1);
 
     std::vector<uint8_t> take() { return std::move(mBytes); }
+    // In the order of the damaged stream. Packets that were cut are not among them.
+    const std::vector<Remnant>& remnants() const { return mRemnants; }
 
     // ---- reception
     void flipBits(double ratePerBit);
@@ -35,7 +44,7 @@ public:
     void setScramblingBits(double rate);
     void swapNeighbours(double rate);
     void duplicatePackets(double rate);
-    // Takes 1 to 187 bytes out, `slips` times.
+    // Takes 1 to 187 bytes out, `slips` times. Call it last.
     void slipBytes(size_t slips);
 
     // ---- multiplexers
@@ -44,6 +53,15 @@ public:
     void removePid(uint16_t pid);
     // PCRs from the middle of the stream on are this much later.
     void jumpPcr(int64_t ticks27M);
+    // All times are this much later, modulo their wrap.
+    void shiftTimes(int64_t ticks90k);
+    // The sender's clock runs fast by so many millionths: PCRs and time stamps from the first on.
+    void skewClock(double ppm);
+    // No PCR in this part of the stream, 0 to 1.
+    void removePcrs(double from, double to);
+    // PES packets of the PID without a time stamp, a packet.
+    void removePts(uint16_t pid, double rate);
+    void randomizePts(uint16_t pid, double rate);
     // A wrong PES_packet_length in every PES packet of the PID that has room for a header.
     void lieAboutPesLengths(uint16_t pid);
     void setStreamId(uint16_t pid, uint8_t streamId);
@@ -68,7 +86,11 @@ private:
     void forEach(uint16_t pid, const std::function<void(Packet)>& change);
     void keepIf(const std::function<bool(size_t index, Packet packet)>& keep);
 
+    void multiply(const std::function<int(size_t index, Packet packet)>& copies);
+    void forEachTime(const std::function<int64_t(int64_t ticks27M)>& change);
+
     std::vector<uint8_t> mBytes;
+    std::vector<Remnant> mRemnants;
     std::mt19937_64 mRandom;
 };
 
