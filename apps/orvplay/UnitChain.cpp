@@ -89,6 +89,9 @@ UnitChain::State UnitChain::workOff() {
 // Bit errors look like scrambling: the parser is started again behind them.
 bool UnitChain::passScrambling() {
     mParser->stop();
+    if (mPackets->read(OrvPlayer::TS_PACKET_BYTES, RingBuffer::NON_BLOCKING) != nullptr) {
+        mPackets->readAdvance(mParser->getScrambledBytes());
+    }
     mScrambled = false;
     mFruitlessStarts = mUnits == mUnitsAtScrambling ? mFruitlessStarts + 1 : 0;
     mUnitsAtScrambling = mUnits;

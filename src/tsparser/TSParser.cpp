@@ -125,6 +125,7 @@ bool TSParser::parsePass() {
         if (step != Step::NEXT) {
             mInput->readAdvance(0);
             if (step == Step::SCRAMBLED) {
+                mScrambledBytes = (readable / TS_PACKET_BYTES - left + 1) * TS_PACKET_BYTES;
                 leaveScrambled();
             }
             return false;

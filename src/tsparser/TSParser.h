@@ -66,6 +66,9 @@ public:
     // same thread gives a `makeRoom`, which is called instead of that wait and reads all there is.
     int open(std::function<void()> makeRoom = nullptr);
     bool parsePass();
+    // After ERR_SCRAMBLED: the bytes of the input up to the twelfth scrambled packet and with it.
+    // All are still there to be read; who starts the parser again behind them consumes them first.
+    unsigned int getScrambledBytes() const { return mScrambledBytes; }
 
 protected:
     ~TSParser() override;
@@ -110,6 +113,8 @@ private:
     std::atomic<PESData*> mpPESData{nullptr};          // the record at the head of the block
     std::atomic<uint32_t> mPESSize{0};                 // bytes behind the record
     std::atomic<int32_t> mRBFreeSpace{0};              // bytes left for this block
+
+    unsigned int mScrambledBytes = 0;
 
     // Of the current pass.
     bool mPCRSeen = false;

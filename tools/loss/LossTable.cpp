@@ -87,6 +87,7 @@ const std::vector<LossTable::Damage>& LossTable::damages() {
         {"bit errors 1e-3", [](TsDamage& s, Streams) { s.flipBits(1e-3); }},
         {"marked bad 1e-3", [](TsDamage& s, Streams) { s.setTransportErrors(1e-3); }},
         {"scrambling bits 1e-3", [](TsDamage& s, Streams) { s.setScramblingBits(1e-3); }},
+        {"scrambling bits 3e-2", [](TsDamage& s, Streams) { s.setScramblingBits(3e-2); }},
         {"slips, 4", [](TsDamage& s, Streams) { s.slipBytes(4); }},
         {"PCR an hour ahead", [](TsDamage& s, Streams) { s.jumpPcr(HOUR_27M); }, false},
         {"PCR an hour back", [](TsDamage& s, Streams) { s.jumpPcr(-HOUR_27M); }, false},
