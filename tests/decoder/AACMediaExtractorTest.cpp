@@ -4,9 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <new>
+#include <optional>
 
 #include "decoder/ASCParser.h"
+#include "decoder/PesRing.h"
 #include "support/AacFrames.h"
 #include "support/TraceCapture.h"
 
@@ -23,16 +24,7 @@ constexpr uint64_t kFrame = 1920;  // 1024 samples at 48 kHz
 const Bytes kStereo48 = {0x11, 0x90, 0, 0, 0, 0, 0, 0, 0, 0};
 const Bytes kRubbish(200, 0x3C);
 
-struct Unit {
-    Bytes bytes;
-    long long pts;
-    unsigned char flags = 0;
-    bool operator==(const Unit&) const = default;
-};
-
-void PrintTo(const Unit& unit, std::ostream* out) {
-    *out << unit.bytes.size() << " bytes @" << unit.pts << " flags " << int{unit.flags};
-}
+using Unit = PesRing::Unit;
 
 Unit unitAt(const Bytes& bytes, uint64_t pts) {
     return {bytes, static_cast<long long>(pts)};
@@ -44,54 +36,20 @@ Unit configAt(const Bytes& bytes, uint64_t pts) {
 class AACMediaExtractorTest : public testing::Test {
 protected:
     void open(AACMediaExtractor::transportLayer_t transport, unsigned sizeExponent = 16) {
-        mRing = new RingBuffer;
-        ASSERT_EQ(mRing->configure("AudioPES RingBuffer", sizeExponent), 0);
-        mExtractor = new AACMediaExtractor(mRing, transport);
+        mRing.emplace(sizeExponent);
+        mExtractor = new AACMediaExtractor(mRing->buffer, transport);
     }
 
-    // Writes a PES record with a header of 14 bytes in front of the payload.
-    void write(uint64_t pts, const Bytes& payload) {
-        const auto size = static_cast<uint32_t>(PESData::FIXED_SIZE + 14 + payload.size());
-        unsigned char* at = mRing->write(size, RingBuffer::NON_BLOCKING);
-        ASSERT_NE(at, nullptr);
-        auto* record = new (at) PESData;
-        record->mSize = size;
-        record->mPTS = pts;
-        record->mOffsetES = PESData::FIXED_SIZE + 14;
-        record->mSizeES = static_cast<uint32_t>(payload.size());
-        memset(at + PESData::FIXED_SIZE, 0xEE, 14);
-        std::copy(payload.begin(), payload.end(), at + record->mOffsetES);
-        mRing->writeAdvance(size);
+    PESData* write(uint64_t pts, const Bytes& payload) {
+        return mRing->push(pts, payload, Bytes(14, 0xEE));
     }
-
-    int next() {
-        Bytes out(mCapacity);
-        unsigned long size = 77;
-        unsigned char flags = 0xFF;
-        long long pts = -1;
-        const int status =
-            mExtractor->getDecodableUnit(out.data(), out.size(), &size, &pts, &flags);
-        if (size != 0) {
-            out.resize(size);
-            mUnits.push_back({out, pts, flags});
-        } else {
-            EXPECT_EQ(flags, 0);
-        }
-        return status;
-    }
-
-    // Calls until every record is consumed, so no call waits for one.
+    Unit next() { return mRing->next(*mExtractor, mCapacity); }
     const std::vector<Unit>& drain() {
-        for (int calls = 0; mRing->getDataSize() != 0; calls++) {
-            if (calls == 100000) {
-                ADD_FAILURE() << "endless";
-                break;
-            }
-            EXPECT_NE(next(), MediaExtractor::STATUS_FAULT);
+        for (Unit& unit : mRing->drain(*mExtractor, mCapacity)) {
+            mUnits.push_back(std::move(unit));
         }
         return mUnits;
     }
-
     const std::vector<Unit>& feed(uint64_t pts, const Bytes& payload, int times = 1) {
         for (int i = 0; i < times; i++) {
             write(pts, payload);
@@ -99,12 +57,13 @@ protected:
         }
         return mUnits;
     }
+    bool isConsumed() const { return mRing->buffer->getDataSize() == 0; }
 
     bool isReadLockHeld() {
         char* text = nullptr;
         size_t size = 0;
         FILE* stream = open_memstream(&text, &size);
-        mRing->dump(stream, 0);
+        mRing->buffer->dump(stream, 0);
         fclose(stream);
         const bool held = strstr(strstr(text, "ReadLock"), "Unlocked") == nullptr;
         free(text);
@@ -112,7 +71,7 @@ protected:
     }
 
     TraceCapture mTrace;
-    android::sp<RingBuffer> mRing;
+    std::optional<PesRing> mRing;
     android::sp<AACMediaExtractor> mExtractor;
     std::vector<Unit> mUnits;
     size_t mCapacity = 8192;
@@ -271,39 +230,44 @@ TEST_F(AACMediaExtractorTest, WaitsForRoomForTheConfiguration) {
 
 TEST_F(AACMediaExtractorTest, HoldsTheReadLockOnlyWhileUnitsCome) {
     open(AACMediaExtractor::LOAS);
-    write(kT, kLoas.frame({aacUnit(0, 50), aacUnit(1, 50)}));
-    write(kT, kRubbish);
-    EXPECT_EQ(next(), MediaExtractor::STATUS_OK);  // configuration
+    const Bytes payload = kLoas.frame({aacUnit(0, 50), aacUnit(1, 50)});
+    feed(kT, payload);
+    write(kT, payload);
+    EXPECT_EQ(next().bytes, aacUnit(0, 50));
+    EXPECT_TRUE(isReadLockHeld());
+    EXPECT_EQ(next().bytes, aacUnit(1, 50));
+    EXPECT_THAT(next().bytes, IsEmpty());  // used up
+    EXPECT_TRUE(isConsumed());
     EXPECT_FALSE(isReadLockHeld());
-    EXPECT_EQ(next(), MediaExtractor::STATUS_OK);  // unit 1
-    EXPECT_EQ(next(), MediaExtractor::STATUS_OK);  // used up
-    EXPECT_FALSE(isReadLockHeld());
-    EXPECT_EQ(mUnits.size(), 2u);
+
+    open(AACMediaExtractor::LOAS);
+    write(kT, payload);
+    EXPECT_EQ(next().bytes, kStereo48);
+    EXPECT_FALSE(isReadLockHeld()) << "behind a configuration";
+    EXPECT_FALSE(isConsumed());
 }
 
 // A reset while a record is held leaves it unread. The framing still has units of it: they come
 // first, stamped on from the time reached, and the record met next is used up without being fed.
 TEST_F(AACMediaExtractorTest, ResetForgetsTheRecordAndRepeatsTheConfiguration) {
     open(AACMediaExtractor::ADTS);
+    feed(kT, kAdts.frame({aacUnit(0, 50)}));
     Bytes payload;
-    for (unsigned i = 0; i < 4; i++) {
+    for (unsigned i = 1; i < 5; i++) {
         payload = payload + kAdts.frame({aacUnit(i, 50)});
     }
     write(kT, payload);
-    next();
-    next();
-    EXPECT_TRUE(mUnits.size() == 2 && mUnits[1].bytes == aacUnit(1, 50));
-    const unsigned int inUse = mRing->getDataSize();
+    EXPECT_EQ(next(), unitAt(aacUnit(1, 50), kT + kFrame));
+    EXPECT_EQ(next(), unitAt(aacUnit(2, 50), kT));
+    EXPECT_TRUE(isReadLockHeld());
     mExtractor->reset();
-    EXPECT_EQ(mRing->getDataSize(), inUse);
+    EXPECT_FALSE(isConsumed());
     EXPECT_FALSE(isReadLockHeld());
-    mUnits.clear();
-    drain();
-    ASSERT_EQ(mUnits.size(), 2u);
-    EXPECT_EQ(mUnits[0], configAt(kStereo48, kT + 2 * kFrame));
-    EXPECT_EQ(mUnits[1].bytes, aacUnit(3, 50));
+    EXPECT_EQ(next(), configAt(kStereo48, kT + kFrame));
+    EXPECT_EQ(next(), unitAt(aacUnit(4, 50), kT + 2 * kFrame));
+    EXPECT_THAT(next().bytes, IsEmpty());
+    EXPECT_TRUE(isConsumed());
     mExtractor->reset();  // without a record: nothing to release
-    EXPECT_EQ(mRing->getDataSize(), 0u);
 }
 
 // Half fed, then forgotten, then a shorter record comes: it is not read past its end.
@@ -312,7 +276,7 @@ TEST_F(AACMediaExtractorTest, ResetOfAHalfFedRecordBoundsTheNext) {
     write(kT, Bytes(300000, 0x3C));
     next();
     mExtractor->reset();
-    mRing->reset();
+    mRing->buffer->reset();
     feed(kT, kLoas.frame({aacUnit(0, 50), aacUnit(1, 50)}));
     EXPECT_THAT(mUnits, ElementsAre(testing::Field(&Unit::bytes, kStereo48),
                                     testing::Field(&Unit::bytes, aacUnit(1, 50))));
@@ -448,11 +412,12 @@ TEST_F(AACMediaExtractorTest, SaysWhatIsWrong) {
     feed(kT, kAdts.frame({aacUnit(0, 20)}));
     EXPECT_THAT(mTrace.take(), ElementsAre("getASC: Not enough space on output buffer. (10 > 5)",
                                            "getNextFragment: Error creating ASC"));
-    write(kT, kRubbish);  // 254 bytes, in 256 of the ring
-    auto* record = reinterpret_cast<PESData*>(mRing->read(1, RingBuffer::NON_BLOCKING));
-    record->mSize = 300;
-    mRing->readAdvance(0);
-    EXPECT_EQ(next(), MediaExtractor::STATUS_FAULT);
+    write(kT, kRubbish)->mSize = 300;  // 254 bytes, in 256 of the ring
+    unsigned long size = 1;
+    unsigned char flags = 1;
+    EXPECT_EQ(mExtractor->getDecodableUnit(nullptr, 0, &size, nullptr, &flags),
+              MediaExtractor::STATUS_FAULT);
+    EXPECT_EQ(size, 0u);
     EXPECT_THAT(mTrace.take(), ElementsAre("getDecodableUnit: RingBuffer fatal errror: 256 340"));
 }
 

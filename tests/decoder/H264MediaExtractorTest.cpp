@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <climits>
 #include <string>
 #include <vector>
 
@@ -185,6 +186,11 @@ TEST_F(H264MediaExtractorTest, FrameDuration) {
             EXPECT_EQ(units[1].pts, 7 + static_cast<long long>(test.durations[0]));
         }
     }
+    // Many units of a long duration: their times add up modulo 2^64.
+    mExtractor->reset();
+    const auto units = feed(LLONG_MAX, aud() + sps() + slice(1) + aud() + slice(2));
+    ASSERT_EQ(units.size(), 2u);
+    EXPECT_EQ(units[1].pts, LLONG_MIN + TICKS - 1);
 }
 
 // Slices wait for an SPS, for a picture timing where the SPS says that there are some, and for a
@@ -319,9 +325,14 @@ TEST_F(H264MediaExtractorTest, WaitsOnceForARecord) {
     long long pts = 0;
     unsigned char flags = 1;
     const auto call = [&] { return mExtractor->getDecodableUnit(nullptr, 0, &size, &pts, &flags); };
-    const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(call(), MediaExtractor::STATUS_NO_RECORD);
-    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(90));
+    // Whoever calls again at once must not spin.
+    const auto callAndWait = [&] {
+        const auto start = std::chrono::steady_clock::now();
+        const int status = call();
+        EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(90));
+        return status;
+    };
+    EXPECT_EQ(callAndWait(), MediaExtractor::STATUS_NO_RECORD);
     EXPECT_EQ(size, 0u);
     EXPECT_EQ(flags, 0);
 
@@ -330,7 +341,7 @@ TEST_F(H264MediaExtractorTest, WaitsOnceForARecord) {
     const uint32_t whole = record->mSize;
     for (const uint32_t claimed : {whole + 100, 0xFFFFFFFFu, 39u, 0u}) {
         record->mSize = claimed;
-        EXPECT_EQ(call(), MediaExtractor::STATUS_FAULT);
+        EXPECT_EQ(callAndWait(), MediaExtractor::STATUS_FAULT);
         EXPECT_THAT(mTrace.take(), ElementsAre("getDecodableUnit: RingBuffer fatal errror: 48 " +
                                                std::to_string(claimed)));
     }

@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <optional>
+
 #include "support/H264Builder.h"
 #include "support/TraceCapture.h"
 
@@ -67,6 +69,60 @@ TEST_F(H264SEITest, BothDelaysHaveTheCpbLength) {
     mSps.nalHrd.cpbRemovalDelayLengthMinus1 = 31;
     EXPECT_TRUE(decodeTiming(Bits().u(8, 1).u(8, 2)));
     EXPECT_EQ(mSps.picStruct, 0);
+}
+
+// The time of day in all its forms, and the offset with the length that the HRD says, the VCL's
+// before the NAL's. A second timestamp shows that the first took just its bits.
+TEST_F(H264SEITest, ReadsTheTimeOfDayAndItsOffset) {
+    const Bits none = Bits().u(1, 0);
+    struct {
+        std::optional<uint8_t> nalLength, vclLength;
+        bool full;
+        Bits time, offset;
+        int hours, minutes, seconds;
+        uint32_t timeOffset;
+    } const CASES[] = {
+        {{},
+         {},
+         true,
+         Bits().u(6, 59).u(6, 58).u(5, 23),
+         Bits().u(24, 0xABCDEF),
+         23,
+         58,
+         59,
+         0xABCDEF},
+        {31, {}, false, none, Bits().u(31, 0x7EDCBA98), 0, 0, 0, 0x7EDCBA98},
+        {31, 0, false, Bits().u(1, 1).u(6, 7).u(1, 0), Bits(), 0, 0, 7, 0},
+        {0, 25, false, Bits().u(1, 1).u(6, 7).u(1, 1).u(6, 8).u(1, 0), Bits().u(25, 0x1234567), 0,
+         8, 7, 0x1234567},
+        {0, {}, false, Bits().u(1, 1).u(6, 7).u(1, 1).u(6, 8).u(1, 1).u(5, 9), Bits(), 9, 8, 7, 0},
+    };
+    for (const auto& test : CASES) {
+        mSps = SPS();
+        mSps.picStructPresentFlag = 1;
+        mSps.nalHrdParametersPresentFlag = test.nalLength.has_value();
+        mSps.nalHrd.timeOffsetLength = test.nalLength.value_or(9);
+        mSps.vclHrdParametersPresentFlag = test.vclLength.has_value();
+        mSps.vclHrd.timeOffsetLength = test.vclLength.value_or(9);
+        Bits bits;
+        if (test.nalLength || test.vclLength) {
+            bits.u(2, 0);  // the delays
+        }
+        bits.u(4, 3);
+        for (const unsigned frames : {10u, 11u}) {
+            bits.u(1, 1).u(8, 0).u(1, test.full).u(2, 0).u(8, frames);
+            bits.append(test.time).append(test.offset);
+        }
+        EXPECT_TRUE(decodeTiming(bits));
+        for (const int i : {0, 1}) {
+            const ClockTimestamp& stamp = mSps.clockTimestamps[i];
+            EXPECT_EQ(stamp.nFrames, 10 + i);
+            EXPECT_EQ(stamp.hoursValue, test.hours);
+            EXPECT_EQ(stamp.minutesValue, test.minutes);
+            EXPECT_EQ(stamp.secondsValue, test.seconds);
+            EXPECT_EQ(stamp.timeOffset, test.timeOffset);
+        }
+    }
 }
 
 // Other messages are skipped by their size in bits modulo 256.
