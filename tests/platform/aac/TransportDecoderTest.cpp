@@ -241,12 +241,20 @@ std::vector<Breach> breaches() {
     const auto element = [&mux](const Bytes& tail) {
         return LoasMux::wrap(Bits().u(1, 0).append(mux.config(1)).append(tail).align().bytes());
     };
-    Bits endless = Bits().u(1, 0).append(mux.config(1));
-    Bits escaped;  // the same with otherDataPresent and a length that never ends
-    for (size_t i = 0; i + 2 < endless.size(); i++) {
-        escaped.u(1, endless.bytes()[i / 8] >> (7 - i % 8) & 1);
-    }
-    escaped.u(1, 1).append(Bytes(40, 0xFF)).align();
+    // With otherDataPresent and a length in bytes of eight bits, each with an escape in front.
+    const auto otherData = [&mux, &unit](size_t pieces, uint8_t first, uint8_t further) {
+        Bits config = mux.config(1), bits;
+        bits.u(1, 0);
+        for (size_t i = 0; i + 2 < config.size(); i++) {
+            bits.u(1, config.bytes()[i / 8] >> (7 - i % 8));
+        }
+        bits.u(1, 1);
+        for (size_t i = 0; i < pieces; i++) {
+            bits.u(1, i + 1 < pieces).u(8, i == 0 ? first : further);
+        }
+        bits.u(1, 0).u(8, unit.size()).append(unit);
+        return LoasMux::wrap(bits.align().bytes());
+    };
 
     Adts format;
     const Bytes adtsGood = format.frame({unit});
@@ -277,7 +285,9 @@ std::vector<Breach> breaches() {
              return frame;
          }(),
          loasGood},
-        {"OtherDataEscapesForEver", TT_MP4_LOAS, LoasMux::wrap(escaped.bytes()), loasGood},
+        {"OtherDataEscapesForEver", TT_MP4_LOAS, otherData(40, 0xFF, 0xFF), loasGood},
+        {"OtherDataOf2To32", TT_MP4_LOAS, otherData(5, 1, 0), loasGood},
+        {"OtherDataOf2To64", TT_MP4_LOAS, otherData(9, 1, 0), loasGood},
         {"AscShorterThanRead", TT_MP4_LOAS, shortAsc.frame({unit}), loasGood},
         {"ReservedFrequency", TT_MP4_LOAS, reserved.frame({unit}), loasGood},
         {"SameMuxBeforeAny", TT_MP4_LOAS, mux.frame({unit}, false), loasGood},
@@ -446,6 +456,21 @@ TEST(LoasTransportTest, DropsAnUnfinishedUnitWithTheSync) {
                   mux.chunkFrame({{{aacUnit(2, 5), false}}}) + Bytes(9, 0) +
                   mux.chunkFrame({{{aacUnit(3, 7), true}}}));
     EXPECT_THAT(receiver.units, ElementsAre(aacUnit(1, 9), aacUnit(3, 7)));
+}
+
+// Chunks that end no unit: more than two frames can hold, and what comes behind is understood.
+TEST(LoasTransportTest, DropsAUnitThatNeverEnds) {
+    LoasMux mux;
+    mux.sameTimeFraming = false;
+    Bytes stream;
+    for (unsigned i = 0; i < 9; i++) {
+        stream = stream + mux.chunkFrame({{{aacUnit(i, 6000), i == 8}}});
+    }
+    Receiver receiver(TT_MP4_LOAS);
+    receiver.feed(stream + mux.chunkFrame({{{aacUnit(9, 7), true}}}));
+    ASSERT_FALSE(receiver.units.empty());
+    EXPECT_EQ(receiver.units.back(), aacUnit(9, 7));
+    EXPECT_THAT(receiver.errors, IsEmpty());
 }
 
 // A length that reaches over the next frames must not take them along.
