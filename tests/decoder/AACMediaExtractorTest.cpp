@@ -11,6 +11,20 @@
 #include "support/AacFrames.h"
 #include "support/TraceCapture.h"
 
+static bool gIsMemoryShort = false;
+
+extern "C" {
+HANDLE_TRANSPORTDEC __real__Z17transportDec_Open14TRANSPORT_TYPEjj(TRANSPORT_TYPE, unsigned,
+                                                                   unsigned);
+// Linked in place of transportDec_Open(). NOLINTNEXTLINE(bugprone-reserved-identifier)
+HANDLE_TRANSPORTDEC __wrap__Z17transportDec_Open14TRANSPORT_TYPEjj(TRANSPORT_TYPE type,
+                                                                   unsigned flags,
+                                                                   unsigned layers) {
+    return gIsMemoryShort ? nullptr
+                          : __real__Z17transportDec_Open14TRANSPORT_TYPEjj(type, flags, layers);
+}
+}
+
 namespace {
 
 using namespace orvtest;
@@ -387,6 +401,20 @@ TEST_F(AACMediaExtractorTest, StaysWithTheFramingThatGaveAConfiguration) {
     ASSERT_EQ(mUnits.size(), 3u);
     EXPECT_EQ(mUnits[1].bytes, kStereo48);
     EXPECT_EQ(mUnits[2].bytes, aacUnit(3, 20));
+}
+
+// A framing that cannot be had takes nothing: every record is passed over all the same.
+TEST_F(AACMediaExtractorTest, PassesRecordsOverWithoutAFraming) {
+    gIsMemoryShort = true;
+    open(ADTS);
+    gIsMemoryShort = false;
+    feed(kT, kRubbish, 3);
+    EXPECT_THAT(mUnits, IsEmpty());
+    EXPECT_THAT(mTrace.take(),
+                testing::IsSupersetOf(
+                    {"AACMediaExtractor: Error creating transport decoder",
+                     "getNextFragment: Fill data failed with code 514",
+                     "getNextFragment: transportDec_ReadAccessUnit() failed with code 514"}));
 }
 
 TEST_F(AACMediaExtractorTest, SaysWhatIsWrong) {

@@ -303,6 +303,14 @@ TEST_F(MediaCodecDecoderTest, RestartsAFailedCodecForSound) {
     EXPECT_EQ(mDecoder->stop(), 0);
     EXPECT_EQ(mDecoder->start(), 0);
 
+    // A codec that is stopped under the waiting thread has not failed.
+    make(Decoder::AAC_LATM);
+    mCodec.failInput(-11, 1000);
+    EXPECT_EQ(mDecoder->start(), 0);
+    mTraced.clear();
+    EXPECT_EQ(mDecoder->stop(), 0);
+    EXPECT_FALSE(isTraced("restartDecoder errorCode = -38"));
+
     mCodec.reset();
     makeStarted(Decoder::H264);
     mCodec.failInput(-38, 2);
@@ -361,6 +369,23 @@ TEST_F(MediaCodecDecoderTest, CopiesSoundIntoRecords) {
     EXPECT_EQ(record.mPTS, 0x1FFFFFFF7u);
     EXPECT_EQ(payload, Bytes(10, 0x33));
     EXPECT_TRUE(mCodec.await("drop 3"));
+}
+
+// Sound that waits for room goes with its run: its index means another buffer afterwards.
+TEST_F(MediaCodecDecoderTest, ForgetsWhatWaitsForRoomWithTheRun) {
+    makeStarted(Decoder::AAC_ADTS, 12);
+    mCodec.addOutput({0, 1, 0, Bytes(4000, 0x11)});
+    mCodec.addOutput({0, 2, 0, Bytes(100, 0x22)});
+    ASSERT_TRUE(await([&] { return mCodec.outputsUsedUp(); }));
+    EXPECT_EQ(mDecoder->stop(), 0);
+    AudioFragmentData record;
+    Bytes payload;
+    EXPECT_TRUE(take(&record, &payload));
+    EXPECT_EQ(payload, Bytes(4000, 0x11));
+    EXPECT_EQ(mDecoder->start(), 0);
+    mCodec.addOutput({0, 3, 0, Bytes(100, 0x33)});
+    EXPECT_TRUE(take(&record, &payload));
+    EXPECT_EQ(payload, Bytes(100, 0x33));
 }
 
 TEST_F(MediaCodecDecoderTest, LeavesPicturesInTheCodecAndTakesThemBack) {

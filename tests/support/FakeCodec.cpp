@@ -140,7 +140,10 @@ int FakeCodec::dequeueInput(size_t* index) {
     if (!mInputFailures.empty()) {
         const int status = mInputFailures.front();
         mInputFailures.pop_front();
-        return status;
+        if (status == -EAGAIN) {
+            mChanged.wait_for(guard, WAIT, [&] { return !mStarted; });
+        }
+        return mStarted ? status : static_cast<int>(android::INVALID_OPERATION);
     }
     if (mFree.empty()) {
         return -EAGAIN;
