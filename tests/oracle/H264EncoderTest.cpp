@@ -30,7 +30,7 @@ struct Variant {
     long long frameDuration;  // as derived from what the encoder signals
 };
 
-class H264EncoderOracleTest : public testing::TestWithParam<Variant> {
+class H264EncoderTest : public testing::TestWithParam<Variant> {
 protected:
     void SetUp() override {
         static std::map<std::string, std::vector<orvtest::Unit>> encoded;
@@ -81,7 +81,7 @@ protected:
     std::vector<PesRing::Unit> mUnits;
 };
 
-TEST_P(H264EncoderOracleTest, OneUnitPerPes) {
+TEST_P(H264EncoderTest, OneUnitPerPes) {
     std::vector<PesRing::Unit> all;
     for (size_t i = 0; i < mPackets.size(); ++i) {
         feed(pts90k(i), mPackets[i].bytes);
@@ -91,7 +91,7 @@ TEST_P(H264EncoderOracleTest, OneUnitPerPes) {
 }
 
 // The further units of a PES follow the first one in time, frame by frame, in decoding order.
-TEST_P(H264EncoderOracleTest, SeveralUnitsPerPes) {
+TEST_P(H264EncoderTest, SeveralUnitsPerPes) {
     std::vector<PesRing::Unit> all;
     size_t next = 0;
     for (size_t count = 1; next < mPackets.size(); count = count % 7 + 1) {
@@ -109,7 +109,7 @@ TEST_P(H264EncoderOracleTest, SeveralUnitsPerPes) {
 }
 
 // PES packets that end inside a slice: the unit ends with the PES, its rest is passed over.
-TEST_P(H264EncoderOracleTest, UnitsRunOverPesEnds) {
+TEST_P(H264EncoderTest, UnitsRunOverPesEnds) {
     std::vector<PesRing::Unit> all;
     Bytes payload;
     long long pts = pts90k(0);
@@ -137,7 +137,7 @@ TEST_P(H264EncoderOracleTest, UnitsRunOverPesEnds) {
 constexpr char HRD_PARAMETERS[] = "nal-hrd=vbr:vbv-maxrate=3000:vbv-bufsize=3000:";
 
 INSTANTIATE_TEST_SUITE_P(
-    Encoder, H264EncoderOracleTest,
+    Encoder, H264EncoderTest,
     testing::Values(Variant{"Progressive", "bframes=2", 1501},
                     Variant{"Slices", "slices=4:bframes=0", 1501},
                     Variant{"PicStruct", "pic-struct=1:bframes=1", 1501},
