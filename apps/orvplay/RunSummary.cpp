@@ -21,6 +21,28 @@ double cpuSeconds() {
     return seconds(usage.ru_utime) + seconds(usage.ru_stime);
 }
 
+double toDecimals(double value, int decimals) {
+    const double scale = std::pow(10.0, decimals);
+    return std::round(value * scale) / scale;
+}
+
+// How often the threads of this process gave up the processor to wait.
+int64_t voluntarySwitches() {
+    rusage usage = {};
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_nvcsw;
+}
+
+// From the first IDR picture's way into the codec, as soon as all of it had come, to its way out.
+nlohmann::ordered_json firstIdrMs() {
+    const int64_t queuedUs = orvhost::codecStatistics().firstIdrQueuedUs;
+    const int64_t readyUs = orvhost::codecStatistics().firstIdrReadyUs;
+    if (queuedUs == 0 || readyUs == 0) {
+        return nullptr;
+    }
+    return toDecimals(static_cast<double>(readyUs - queuedUs) * 1e-3, 1);
+}
+
 long maxRssKb() {
     rusage usage = {};
     getrusage(RUSAGE_SELF, &usage);
@@ -30,11 +52,6 @@ long maxRssKb() {
 uint64_t droppedSoFar() {
     const orvhost::CodecStatistics& codec = orvhost::codecStatistics();
     return codec.picturesReleasedUnseen + codec.picturesDroppedAtWindow;
-}
-
-double toDecimals(double value, int decimals) {
-    const double scale = std::pow(10.0, decimals);
-    return std::round(value * scale) / scale;
 }
 
 nlohmann::ordered_json quantiles(double p50Ms, double p99Ms, double maxMs) {
@@ -48,6 +65,7 @@ nlohmann::ordered_json quantiles(double p50Ms, double p99Ms, double maxMs) {
 void RunSummary::begin() {
     mBeginNs = monotonicNs();
     mCpuAtBegin = cpuSeconds();
+    mSwitchesAtBegin = voluntarySwitches();
 }
 
 void RunSummary::outputsOpened() {
@@ -60,6 +78,8 @@ void RunSummary::outputsOpened() {
 void RunSummary::end() {
     mDropped = mOpened ? droppedSoFar() - mDroppedAtOpening : 0;
     mCpuSeconds = cpuSeconds() - mCpuAtBegin;
+    mSwitches = voluntarySwitches() - mSwitchesAtBegin;
+    mFirstIdrMs = firstIdrMs();
 }
 
 double RunSummary::firstFrameMs(const PictureOutput::Figures& pictures) const {
@@ -78,6 +98,7 @@ nlohmann::ordered_json RunSummary::toJson(const PictureOutput::Figures& pictures
     line["firstFrameMs"] = pictures.frames > 0
                                ? nlohmann::ordered_json(toDecimals(firstFrameMs(pictures), 0))
                                : nlohmann::ordered_json(nullptr);
+    line["firstIdrMs"] = mFirstIdrMs;
     line["frameJitterMs"] =
         quantiles(pictures.jitterP50Ms, pictures.jitterP99Ms, pictures.jitterMaxMs);
     line["longestGapMs"] = toDecimals(pictures.longestGapMs, 0);
@@ -93,6 +114,7 @@ nlohmann::ordered_json RunSummary::toJson(const PictureOutput::Figures& pictures
                                 {"backward", pictures.numbers.backward}};
     }
     line["cpuSeconds"] = toDecimals(mCpuSeconds, 2);
+    line["voluntarySwitches"] = mSwitches;
     line["maxRssKb"] = maxRssKb();
     return line;
 }

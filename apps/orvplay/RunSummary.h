@@ -32,6 +32,9 @@ private:
     int64_t mBeginNs = 0;
     double mCpuAtBegin = 0.0;
     double mCpuSeconds = 0.0;
+    int64_t mSwitchesAtBegin = 0;
+    int64_t mSwitches = 0;
+    nlohmann::ordered_json mFirstIdrMs;  // null: none came
     uint64_t mDroppedAtOpening = 0;
     uint64_t mDropped = 0;
     bool mOpened = false;

@@ -141,6 +141,10 @@ status_t CodecEngine::prepareRun() {
     auto& first =
         mComponent.isVideo() ? codecStatistics().firstPictureUs : codecStatistics().firstSoundUs;
     first.store(0, std::memory_order_relaxed);
+    if (mComponent.isVideo()) {
+        codecStatistics().firstIdrQueuedUs.store(0, std::memory_order_relaxed);
+        codecStatistics().firstIdrReadyUs.store(0, std::memory_order_relaxed);
+    }
     return OK;
 }
 
@@ -156,6 +160,8 @@ void CodecEngine::clearRun() {
     mAnnouncedFormat = {};
     mOutputFormat.clear();
     mHadOutput = false;
+    mHadIdr = false;
+    mIdrTimeUs = -1;
     mFailed = false;
 }
 
@@ -279,13 +285,15 @@ status_t CodecEngine::queueInput(size_t index, size_t offset, size_t size, int64
     }
     if (size > 0) {
         slot.owner = Owner::Codec;
-        mQueued.push_back({&slot, timeUs, (flags & MediaCodec::BUFFER_FLAG_CODECCONFIG) != 0});
+        const bool configuration = (flags & MediaCodec::BUFFER_FLAG_CODECCONFIG) != 0;
+        const bool isTimed = mComponent.isVideo() && !mHadIdr;
+        mQueued.push_back({&slot, timeUs, configuration, isTimed ? monotonicUs() : 0});
     } else {
         slot.owner = Owner::Free;
         mInputChanged.notify_one();
     }
     if (flags & MediaCodec::BUFFER_FLAG_EOS) {
-        mQueued.push_back({nullptr, timeUs, false});
+        mQueued.push_back({nullptr, timeUs, false, 0});
     }
     if (!mQueued.empty()) {
         schedule();
@@ -462,7 +470,7 @@ bool CodecEngine::deliver(Guard& guard, OutputSlot& slot) {
         guard.lock();
         slot.buffer->setRange(0, slot.output.pcmBytes);
     }
-    countOutput();
+    countOutput(slot);
     mReady.push_back(static_cast<size_t>(&slot - mOutputs.data()));
     mOutputChanged.notify_one();
     return true;
@@ -495,6 +503,9 @@ bool CodecEngine::feedNext(Guard& guard) {
     }
     const QueuedUnit unit = mQueued.front();
     mQueued.pop_front();
+    if (unit.slot != nullptr && unit.queuedUs != 0 && !mHadIdr) {
+        noteIdr(unit);
+    }
     guard.unlock();
     const StreamDecoder::Status status = feed(unit);
     guard.lock();
@@ -544,7 +555,16 @@ void CodecEngine::giveBack(InputSlot& slot) {
     mInputChanged.notify_one();
 }
 
-void CodecEngine::countOutput() {
+void CodecEngine::noteIdr(const QueuedUnit& unit) {
+    MediaCodecBuffer& buffer = *unit.slot->buffer;
+    mHadIdr = VideoDecoder::isIdr({buffer.data(), buffer.size()});
+    if (mHadIdr) {
+        mIdrTimeUs = unit.timeUs;
+        codecStatistics().firstIdrQueuedUs.store(unit.queuedUs, std::memory_order_relaxed);
+    }
+}
+
+void CodecEngine::countOutput(const OutputSlot& slot) {
     CodecStatistics& statistics = codecStatistics();
     auto& count = mComponent.isVideo() ? statistics.picturesDecoded : statistics.audioBlocksDecoded;
     count.fetch_add(1, std::memory_order_relaxed);
@@ -552,6 +572,10 @@ void CodecEngine::countOutput() {
         mHadOutput = true;
         auto& first = mComponent.isVideo() ? statistics.firstPictureUs : statistics.firstSoundUs;
         first.store(monotonicUs(), std::memory_order_relaxed);
+    }
+    if (mIdrTimeUs >= 0 && slot.output.timeUs == mIdrTimeUs) {
+        mIdrTimeUs = -1;
+        statistics.firstIdrReadyUs.store(monotonicUs(), std::memory_order_relaxed);
     }
 }
 

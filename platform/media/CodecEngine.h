@@ -81,6 +81,7 @@ private:
         InputSlot* slot;  // null: the end of the stream
         int64_t timeUs;
         bool configuration;
+        int64_t queuedUs;  // 0 where nobody asks
     };
     struct OutputSlot {
         android::sp<android::MediaCodecBuffer> buffer;
@@ -109,7 +110,8 @@ private:
     bool reserve(OutputSlot& slot, size_t bytes);
     StreamDecoder::Status feed(const QueuedUnit& unit);
     void giveBack(InputSlot& slot);
-    void countOutput();
+    void noteIdr(const QueuedUnit& unit);
+    void countOutput(const OutputSlot& slot);
     void countDamage();
     void schedule();
     void fail(const char* reason);
@@ -142,6 +144,8 @@ private:
     StreamFormat mAnnouncedFormat;
     android::sp<android::AMessage> mOutputFormat;
     bool mHadOutput = false;
+    bool mHadIdr = false;     // among the units
+    int64_t mIdrTimeUs = -1;  // of the first one, until its picture comes out
 };
 
 }  // namespace orvhost

@@ -20,6 +20,10 @@ struct CodecStatistics {
     // CLOCK_MONOTONIC, microseconds, of the first output since the last start; 0: none yet.
     std::atomic<int64_t> firstPictureUs{0};
     std::atomic<int64_t> firstSoundUs{0};
+    // The same of the first IDR picture: when its unit was queued, and when the picture could be
+    // dequeued. A stream without IDR pictures leaves both at 0.
+    std::atomic<int64_t> firstIdrQueuedUs{0};
+    std::atomic<int64_t> firstIdrReadyUs{0};
 };
 
 CodecStatistics& codecStatistics();

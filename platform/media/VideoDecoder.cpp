@@ -1,5 +1,7 @@
 #include "media/VideoDecoder.h"
 
+#include <algorithm>
+#include <ranges>
 #include <utility>
 
 #include "media/CodecStatistics.h"
@@ -19,6 +21,10 @@ constexpr int64_t MAX_PIXELS = 36864 * 256;
 
 // A stream refreshed bit by bit never has a picture that stands by itself: it starts anyway.
 constexpr int MAX_HELD_BACK = 60;
+
+// ITU-T H.264, table 7-1, nal_unit_type: slices and their partitions.
+constexpr int FIRST_SLICE = 1;
+constexpr int IDR_SLICE = 5;
 
 }  // namespace
 
@@ -84,6 +90,19 @@ StreamDecoder::Status VideoDecoder::take(DecodedOutput& output) {
     output.format = {.width = picture->width, .height = picture->height};
     output.picture = std::move(picture);
     return Status::Ok;
+}
+
+bool VideoDecoder::isIdr(std::span<const uint8_t> unit) {
+    constexpr uint8_t START_CODE[] = {0, 0, 1};
+    auto found = std::ranges::search(unit, START_CODE);
+    while (found.end() != unit.end()) {
+        const int type = *found.end() & 0x1F;
+        if (type >= FIRST_SLICE && type <= IDR_SLICE) {
+            return type == IDR_SLICE;
+        }
+        found = std::ranges::search(std::ranges::subrange(found.end(), unit.end()), START_CODE);
+    }
+    return false;
 }
 
 bool VideoDecoder::isHeldBack(const AVFrame& picture) {

@@ -16,6 +16,9 @@ public:
     Status feed(AVPacket* packet) override;
     Status take(DecodedOutput& output) override;
 
+    // Whether the unit is an IDR picture: its first slice says so.
+    static bool isIdr(std::span<const uint8_t> unit);
+
 private:
     bool isHeldBack(const AVFrame& picture);
 

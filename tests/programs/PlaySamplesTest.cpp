@@ -78,6 +78,7 @@ void expectEveryPicture(const Variant& variant, const nlohmann::json& summary) {
     EXPECT_EQ(summary["framesDropped"], 0);
     EXPECT_NEAR(static_cast<double>(rendered), variant.durationS * 29.97, 10);
     EXPECT_LE(summary["firstFrameMs"], variant.firstFrameMs);
+    EXPECT_GT(summary["firstIdrMs"], 0);
     EXPECT_LT(summary["frameJitterMs"]["p99"], 40);
     EXPECT_LT(summary["avSkewMs"]["p99"], 80);
 }
