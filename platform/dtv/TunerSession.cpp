@@ -18,8 +18,15 @@ constexpr size_t READ_BYTES = 128 << 10;
 constexpr size_t HEAD_BYTES = 8 << 20;    // the look at the head ends here
 constexpr uint64_t SYNC_BYTES = 1 << 20;  // so much without a packet is no transport stream
 constexpr int POLL_MS = 20;               // how soon a waiting read sees that filters came
-constexpr int64_t TICK_NS = 20 * MS;      // one batch
-constexpr int64_t LOOK_AHEAD_NS = 100 * MS;
+
+// One batch, which wakes every thread of the pipeline. Short ones for a quick start; later, what is
+// handed over is shown in more than a second, and long ones do. A source that is not ahead of its
+// pace, like a live pipe, is looked at often: a pipe holds 30 ms.
+constexpr int64_t TICK_NS = 20 * MS;
+constexpr int64_t LONG_TICK_NS = 90 * MS;
+constexpr int64_t SHORT_TICKS_NS = 1000 * MS;  // of a feed that begins
+
+constexpr int64_t LOOK_AHEAD_NS = 200 * MS;
 constexpr int64_t LONGEST_SLEEP_NS = 100 * MS;
 constexpr int64_t SETTLE_NS = 100 * MS;  // for filters whose reader asks for nothing
 
@@ -293,6 +300,7 @@ void TunerSession::beginFeeding() {
         mPacer.setStampPid(choosePid(DEMUX_FILTER_VIDEO, videoPidIn));
         mPacer.restart();
         mNextTickNs = mClock.nowNs();
+        mLongTicksNs = mNextTickNs + SHORT_TICKS_NS;
     }
 }
 
@@ -323,7 +331,8 @@ void TunerSession::feedPaced() {
         reachEnd();
         return;
     }
-    mNextTickNs = std::max(mNextTickNs + TICK_NS, nowNs);
+    const bool isLong = nowNs >= mLongTicksNs && mPacer.bufferedNs() >= LONG_TICK_NS;
+    mNextTickNs = std::max(mNextTickNs + (isLong ? LONG_TICK_NS : TICK_NS), nowNs);
     const int64_t wakeNs = std::max(mNextTickNs, mPacer.nextDueNs(mNextTickNs));
     sleepUntil(std::min(wakeNs, nowNs + LONGEST_SLEEP_NS));
 }

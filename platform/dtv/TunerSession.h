@@ -91,6 +91,7 @@ private:
     bool mSourceEnded = false;
     uint64_t mFedThisLap = 0;
     int64_t mNextTickNs = 0;
+    int64_t mLongTicksNs = 0;  // from when on
 
     mutable std::mutex mMutex;  // all below
     std::condition_variable mFeederWake;
