@@ -12,7 +12,8 @@
 namespace orvhost {
 namespace {
 
-constexpr uint32_t PIECES_PER_SECOND = 50;
+// 40 ms: most of the headroom, so that a writer is woken once for two records of sound.
+constexpr uint32_t PIECES_PER_SECOND = 25;
 
 // No sound server is waited for longer than this; a slower one is heard with gaps.
 constexpr int64_t MAX_DEVICE_LATENCY_NS = 2'000'000'000;
@@ -118,9 +119,8 @@ ssize_t PlaybackTrack::write(const void* pData, size_t size, bool blocking) {
         if (!blocking) {
             break;
         }
-        const size_t piece = std::min(frames - taken, mPieceFrames);
         mClock.waitUntil(lock, mChanged,
-                         mTimeline.roomTimeNs(mWritten + static_cast<int64_t>(piece)));
+                         mTimeline.roomTimeNs(mWritten + static_cast<int64_t>(mPieceFrames)));
         if (mFlushes != flushes) {
             return static_cast<ssize_t>(size);  // dropped whole, what went before included
         }
