@@ -220,9 +220,9 @@ status_t BufferQueueCore::queueBuffer(int slot, const QueueBufferInput& input) {
         mLatest = slot;
         dropIfOutdated(before);
         ++mCounters.queued;
-        mSlotFreed.notify_all();  // the slot of the picture before may be idle now
-        mPictureQueued.notify_all();
     }
+    mSlotFreed.notify_all();  // the slot of the picture before may be idle now
+    mPictureQueued.notify_all();
     std::lock_guard<std::mutex> listenerLock(mListenerLock);
     if (mListener) {
         mListener();
@@ -331,6 +331,7 @@ status_t BufferQueueCore::release(int slot) {
     }
     mSlots[slot].state = State::FREE;
     dropIfOutdated(slot);
+    lock.unlock();
     mSlotFreed.notify_all();
     return OK;
 }
