@@ -21,12 +21,14 @@ using namespace android;
 
 namespace {
 
-constexpr size_t INPUT_BUFFERS = 4;
+constexpr size_t VIDEO_INPUT_BUFFERS = 4;
+constexpr size_t AUDIO_INPUT_BUFFERS = 8;  // the units of one PES packet
 constexpr size_t OUTPUT_BUFFERS = 8;
+constexpr size_t BATCH = 2;
 constexpr size_t VIDEO_INPUT_BYTES = 4 * 1024 * 1024;
 constexpr size_t AUDIO_INPUT_BYTES = 64 * 1024;
 constexpr size_t FIRST_PCM_BYTES = 2048 * 2 * sizeof(int16_t);  // a stereo block with SBR
-constexpr int64_t MAX_WAIT_US = 50000;  // a client looks at its exit request at least that often
+constexpr int64_t MAX_WAIT_US = 100000;  // a client looks at its exit request that often
 constexpr int32_t COLOR_FORMAT_YUV420_SEMI_PLANAR = 0x105;
 
 static_assert(MediaCodecBuffer::TAIL_BYTES >= AV_INPUT_BUFFER_PADDING_SIZE,
@@ -122,7 +124,8 @@ status_t CodecEngine::prepareRun() {
     if (mPacket == nullptr || mDecoder->open({}) != StreamDecoder::Status::Ok) {
         return NO_MEMORY;
     }
-    mInputs = std::vector<InputSlot>(INPUT_BUFFERS);
+    mInputs =
+        std::vector<InputSlot>(mComponent.isVideo() ? VIDEO_INPUT_BUFFERS : AUDIO_INPUT_BUFFERS);
     for (InputSlot& slot : mInputs) {
         slot.engine = this;
         slot.buffer = MediaCodecBuffer::allocate(mComponent.isVideo() ? VIDEO_INPUT_BYTES
@@ -159,6 +162,7 @@ void CodecEngine::clearRun() {
     mAnnouncedGeneration = 0;
     mAnnouncedFormat = {};
     mOutputFormat.clear();
+    mStalled = false;
     mHadOutput = false;
     mHadIdr = false;
     mIdrTimeUs = -1;
@@ -225,6 +229,14 @@ status_t CodecEngine::getOutputBuffers(Vector<sp<MediaCodecBuffer>>* buffers) {
     return OK;
 }
 
+size_t CodecEngine::countInputs(Owner owner) const {
+    return static_cast<size_t>(std::ranges::count(mInputs, owner, &InputSlot::owner));
+}
+
+size_t CodecEngine::countOutputs(Owner owner) const {
+    return static_cast<size_t>(std::ranges::count(mOutputs, owner, &OutputSlot::owner));
+}
+
 // OK when `ready` came true, with the lock held throughout.
 template <typename Ready>
 status_t CodecEngine::waitFor(Guard& guard, std::condition_variable& condition, int64_t timeoutUs,
@@ -251,10 +263,14 @@ status_t CodecEngine::dequeueInput(size_t* index, int64_t timeoutUs) {
     const auto findFree = [&] {
         return std::ranges::find(mInputs, Owner::Free, &InputSlot::owner);
     };
-    const status_t result =
-        waitFor(guard, mInputChanged, timeoutUs, [&] { return findFree() != mInputs.end(); });
+    const size_t wanted = findFree() != mInputs.end() ? 1 : BATCH;
+    status_t result = waitFor(guard, mInputChanged, timeoutUs,
+                              [&] { return countInputs(Owner::Free) >= wanted; });
+    const auto slot = findFree();
+    if (result == -EAGAIN && slot != mInputs.end()) {
+        result = OK;
+    }
     if (result == OK) {
-        const auto slot = findFree();
         slot->owner = Owner::Client;
         *index = static_cast<size_t>(slot - mInputs.begin());
     }
@@ -295,7 +311,7 @@ status_t CodecEngine::queueInput(size_t index, size_t offset, size_t size, int64
     if (flags & MediaCodec::BUFFER_FLAG_EOS) {
         mQueued.push_back({nullptr, timeUs, false, 0});
     }
-    if (!mQueued.empty()) {
+    if (!mQueued.empty() && !mStalled) {
         schedule();
     }
     return OK;
@@ -304,6 +320,9 @@ status_t CodecEngine::queueInput(size_t index, size_t offset, size_t size, int64
 status_t CodecEngine::dequeueOutput(size_t* index, size_t* offset, size_t* size, int64_t* timeUs,
                                     uint32_t* flags, int64_t timeoutUs) {
     Guard guard(mLock);
+    if (mReady.empty()) {
+        resume();
+    }
     const status_t result =
         waitFor(guard, mOutputChanged, timeoutUs, [&] { return !mReady.empty(); });
     if (result != OK) {
@@ -372,7 +391,9 @@ status_t CodecEngine::releaseOutput(size_t index, bool render) {
     const int64_t timeUs = slot.output.timeUs;
     slot.output = {};
     slot.owner = Owner::Free;
-    schedule();
+    if (!mStalled || countOutputs(Owner::Free) >= BATCH) {
+        resume();
+    }
     if (!render || picture == nullptr) {
         if (picture != nullptr) {
             ++codecStatistics().picturesReleasedUnseen;
@@ -387,6 +408,20 @@ status_t CodecEngine::releaseOutput(size_t index, bool render) {
         shown ? codecStatistics().picturesRendered : codecStatistics().picturesDroppedAtWindow;
     counter.fetch_add(1, std::memory_order_relaxed);
     return OK;
+}
+
+// Goes on after releaseOutput(), when there is a buffer to go on with.
+void CodecEngine::resume() {
+    if (mState == State::Started && countOutputs(Owner::Free) > 0) {
+        mStalled = false;
+        schedule();
+    }
+}
+
+// Whoever waits for an output is woken when no more come soon, or when it is about to run dry.
+bool CodecEngine::isConsumerDue(bool more) const {
+    const bool runsDry = mComponent.isVideo() && countOutputs(Owner::Client) < OUTPUT_BUFFERS / 2;
+    return !mReady.empty() && (!more || runsDry || mReady.size() >= OUTPUT_BUFFERS / 2);
 }
 
 void CodecEngine::schedule() {
@@ -420,15 +455,23 @@ void CodecEngine::run() {
     mInStep = false;
     if (mState == State::Stopping) {
         mIdle.notify_all();
-    } else if (more) {
+        return;
+    }
+    if (more) {
         schedule();
+    }
+    const bool wake = isConsumerDue(more);
+    guard.unlock();  // or the consumer would wake up to wait for the lock
+    if (wake) {
+        mOutputChanged.notify_one();
     }
 }
 
 bool CodecEngine::step(Guard& guard) {
     const auto free = std::ranges::find(mOutputs, Owner::Free, &OutputSlot::owner);
     if (free == mOutputs.end()) {
-        return false;  // releaseOutput() goes on
+        mStalled = true;
+        return false;  // resume() goes on
     }
     OutputSlot& slot = *free;
     slot.owner = Owner::Codec;
@@ -444,7 +487,6 @@ bool CodecEngine::step(Guard& guard) {
             slot.output = {};
             slot.buffer->setRange(0, 0);
             mReady.push_back(static_cast<size_t>(free - mOutputs.begin()));
-            mOutputChanged.notify_one();
             return true;
         case StreamDecoder::Status::Failed:
             fail("the decoder failed");
@@ -472,7 +514,6 @@ bool CodecEngine::deliver(Guard& guard, OutputSlot& slot) {
     }
     countOutput(slot);
     mReady.push_back(static_cast<size_t>(&slot - mOutputs.data()));
-    mOutputChanged.notify_one();
     return true;
 }
 
@@ -552,7 +593,11 @@ StreamDecoder::Status CodecEngine::feed(const QueuedUnit& unit) {
 void CodecEngine::giveBack(InputSlot& slot) {
     Guard guard(mLock);
     slot.owner = Owner::Free;
-    mInputChanged.notify_one();
+    const bool wake = countInputs(Owner::Free) >= BATCH;
+    guard.unlock();
+    if (wake) {
+        mInputChanged.notify_one();
+    }
 }
 
 void CodecEngine::noteIdr(const QueuedUnit& unit) {

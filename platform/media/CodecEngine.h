@@ -37,6 +37,10 @@ class PictureRenderer;
 // A run of the task does one step: take one output from the decoder when an output buffer is free,
 // or else feed it one unit. Without a free output buffer there is no step at all, which is how a
 // consumer that keeps its pictures holds the stream back.
+//
+// A picture that comes back every 33 ms would then wake the looper, both clients and the looper
+// again. So whoever had to wait is woken for BATCH buffers, not for each, as long as the other side
+// has enough to go on with.
 class CodecEngine : public LooperTask, public std::enable_shared_from_this<CodecEngine> {
 public:
     CodecEngine(const CodecComponent& component, const android::sp<android::ALooper>& looper);
@@ -97,6 +101,8 @@ private:
     void clearRun();
 
     bool isRunning() const { return mState == State::Started && !mFailed; }
+    size_t countInputs(Owner owner) const;
+    size_t countOutputs(Owner owner) const;
     template <typename Ready>
     android::status_t waitFor(Guard& guard, std::condition_variable& condition, int64_t timeoutUs,
                               Ready ready);
@@ -113,6 +119,8 @@ private:
     void noteIdr(const QueuedUnit& unit);
     void countOutput(const OutputSlot& slot);
     void countDamage();
+    void resume();
+    bool isConsumerDue(bool more) const;
     void schedule();
     void fail(const char* reason);
 
@@ -129,6 +137,7 @@ private:
     bool mFailed = false;
     bool mScheduled = false;  // the looper has us in its queue
     bool mInStep = false;
+    bool mStalled = false;  // for want of output buffers
     bool mAdts = false;
     std::shared_ptr<PictureRenderer> mRenderer;
 
