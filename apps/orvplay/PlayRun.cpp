@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <thread>
@@ -17,7 +18,9 @@ namespace orvplay {
 
 namespace {
 
-constexpr auto LOOK_PERIOD = std::chrono::milliseconds(20);
+constexpr int64_t LOOK_NS = 100'000'000;
+constexpr int64_t FIRST_LOOK_NS = 20'000'000;  // until the first picture, which is told at once
+constexpr double LONGEST_S = 1e9;
 constexpr int64_t DRAIN_NS = 500'000'000;
 // A source that ended without a picture: the player's own delay must pass before that is certain.
 constexpr int64_t NOTHING_NS = 5'000'000'000;
@@ -110,9 +113,16 @@ int PlayRun::start() {
 
 void PlayRun::watch() {
     while ((mOutcome = look()) == Outcome::GO_ON) {
-        std::this_thread::sleep_for(LOOK_PERIOD);
+        std::this_thread::sleep_for(std::chrono::nanoseconds(untilNextLookNs()));
     }
     mStatus.clear();
+}
+
+int64_t PlayRun::untilNextLookNs() const {
+    if (!mFirstPictureReported) {
+        return FIRST_LOOK_NS;
+    }
+    return mEndNs == 0 ? LOOK_NS : std::clamp<int64_t>(mEndNs - monotonicNs(), 0, LOOK_NS);
 }
 
 PlayRun::Outcome PlayRun::look() {
@@ -129,8 +139,7 @@ PlayRun::Outcome PlayRun::look() {
         return Outcome::FINISHED;
     }
     const int64_t now = monotonicNs();
-    if (mOptions.durationS > 0.0 && figures.firstFrameNs != 0 &&
-        static_cast<double>(now - figures.firstFrameNs) * 1e-9 >= mOptions.durationS) {
+    if (mEndNs != 0 && now >= mEndNs) {
         return Outcome::FINISHED;
     }
     if (const Outcome outcome = lookAtErrors(); outcome != Outcome::GO_ON) {
@@ -214,6 +223,9 @@ void PlayRun::reportFirstPicture(const PictureOutput::Figures& figures) {
         return;
     }
     mFirstPictureReported = true;
+    if (mOptions.durationS > 0.0) {
+        mEndNs = figures.firstFrameNs + std::llround(std::min(mOptions.durationS, LONGEST_S) * 1e9);
+    }
     mSummary.outputsOpened();
     mEvents.write("onStartVideoTask", {{"width", figures.width}, {"height", figures.height}});
 }

@@ -34,6 +34,7 @@ private:
     int open();
     int start();
     void watch();
+    int64_t untilNextLookNs() const;
     Outcome look();
     Outcome lookAtErrors();
     bool sourceDrained(int64_t nowNs);
@@ -61,6 +62,7 @@ private:
     ExitCode mFailure = EXIT_OK;
     bool mFirstPictureReported = false;
     bool mHinted = false;        // the user was told why nothing is shown
+    int64_t mEndNs = 0;          // of the duration asked for; 0: none, or no picture yet
     int64_t mSourceEndNs = 0;    // when the end of the source was noticed
     int64_t mLastRestartNs = 0;  // of the player, after it gave up on a scrambled stream
     uint64_t mFramesAtRestart = 0;
