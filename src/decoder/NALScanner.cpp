@@ -5,6 +5,39 @@
 
 namespace OrvPlayer {
 
+namespace {
+
+constexpr size_t BLOCK_BYTES = 64;
+
+using Lanes [[gnu::vector_size(16)]] = unsigned char;
+
+Lanes lanesAt(const unsigned char* bytes) {
+    Lanes lanes;
+    memcpy(&lanes, bytes, sizeof(lanes));
+    return lanes;
+}
+
+// Whether two zero bytes in a row begin in the block at `bytes`. In coded pictures they are much
+// rarer than single bytes 00 or 01.
+bool holdsTwoZeros(const unsigned char* bytes) {
+    Lanes least = lanesAt(bytes) | lanesAt(bytes + 1);
+#pragma GCC unroll 4
+    for (size_t i = sizeof(Lanes); i < BLOCK_BYTES; i += sizeof(Lanes)) {
+        const Lanes pairs = lanesAt(bytes + i) | lanesAt(bytes + i + 1);  // 0: both bytes are
+        least = pairs < least ? pairs : least;
+    }
+    const auto found = least == 0;
+    uint64_t halves[2];
+    memcpy(halves, &found, sizeof(halves));
+    return (halves[0] | halves[1]) != 0;
+}
+
+bool isStartCode(const unsigned char* bytes) {
+    return bytes[0] == 0 && bytes[1] == 0 && bytes[2] == 1;
+}
+
+}  // namespace
+
 void NALScanner::setPayload(const unsigned char* payload, uint32_t size) {
     mPayload = payload;
     mSize = size;
@@ -14,15 +47,21 @@ void NALScanner::setPayload(const unsigned char* payload, uint32_t size) {
 }
 
 size_t NALScanner::findNextNalHeader(size_t from) const {
-    // In coded pictures a byte 01 is rare, a zero byte is not.
-    for (size_t position = from + 2; position < mSize; ++position) {
-        const void* found = memchr(mPayload + position, 0x01, mSize - position);
-        if (found == nullptr) {
-            break;
+    size_t position = from;
+    while (position + START_CODE_BYTES <= mSize) {
+        // A start code that begins in a block ends up to two bytes behind it.
+        size_t end = mSize - START_CODE_BYTES + 1;
+        if (end - position >= BLOCK_BYTES) {
+            end = position + BLOCK_BYTES;
+            if (!holdsTwoZeros(mPayload + position)) {
+                position = end;
+                continue;
+            }
         }
-        position = static_cast<size_t>(static_cast<const unsigned char*>(found) - mPayload);
-        if (mPayload[position - 1] == 0 && mPayload[position - 2] == 0) {
-            return position - 2;
+        for (; position < end; ++position) {
+            if (isStartCode(mPayload + position)) {
+                return position;
+            }
         }
     }
     return mSize;
