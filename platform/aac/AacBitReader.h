@@ -1,5 +1,7 @@
 #pragma once
 
+#include <endian.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -83,7 +85,14 @@ private:
             memcpy(out, from, count);
         } else {
             // The last byte's bits reach into from[count], which therefore holds bits of ours.
-            for (size_t i = 0; i < count; i++) {
+            size_t i = 0;
+            for (; i + sizeof(uint64_t) <= count; i += sizeof(uint64_t)) {
+                uint64_t word;
+                memcpy(&word, from + i, sizeof(word));
+                word = htobe64(be64toh(word) << shift | from[i + sizeof(word)] >> (8 - shift));
+                memcpy(out + i, &word, sizeof(word));
+            }
+            for (; i < count; i++) {
                 out[i] = static_cast<uint8_t>((from[i] << shift) | (from[i + 1] >> (8 - shift)));
             }
         }
