@@ -47,6 +47,12 @@ public:
 
     ~Module() override;
 
+    // Asks the module's threads to exit, wakes them and returns at once, without a wait for what
+    // they are at. Whoever stops many modules asks all of them before the first stop(), so that
+    // their last waits pass side by side. The thread that starts and stops the module; stop() asks
+    // by itself and must follow.
+    virtual void requestExit() {}
+
     // The listener is not owned and must outlive the module.
     void addErrorListener(const ErrorListener& listener);
 

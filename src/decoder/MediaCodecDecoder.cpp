@@ -133,11 +133,23 @@ int MediaCodecDecoder::start() {
         ORV_LOGE("%s: Called in wrong state: %d", __func__, mState);
         return 1;
     }
+    mExiting = false;
     if (mCodec != nullptr && startMediaCodec() != 0) {
         return 1;
     }
     mState = STARTED;
     return 0;
+}
+
+// Without mLock: a restart may hold it for as long as a codec takes to come up.
+void MediaCodecDecoder::requestExit() {
+    mExiting = true;
+    if (mInput != nullptr) {
+        mInput->wakeReaders();
+    }
+    for (const sp<RingBuffer>& output : mOutputs) {
+        output->wakeWriters();
+    }
 }
 
 int MediaCodecDecoder::stop() {

@@ -51,6 +51,7 @@ public:
     // Module.
     int start() override;
     int stop() override;
+    void requestExit() override;
 
     // VideoFrameData::VideoListener. The frame's record may be a copy.
     bool renderFrame(bool render, VideoFrameData& frame) override;
@@ -137,6 +138,7 @@ private:
     int32_t mSampleRate = 48000;
     std::atomic<DecoderInfoListener*> mDecoderInfoListener{nullptr};
     OutstandingFrames mOutstanding;
+    std::atomic<bool> mExiting{false};  // from requestExit() to start(), for workers to come too
 
     std::mutex mWindowLock;  // a leaf for the two below, which the output thread reads
     android::sp<android::Surface> m_pSurface;

@@ -11,13 +11,13 @@ namespace OrvPlayer {
 class MediaCodecDecoder::InputThread : public android::Thread {
 public:
     explicit InputThread(MediaCodecDecoder* decoder) : mDecoder(decoder) {}
-    bool isExiting() const { return exitPending(); }
+    bool isExiting() const { return exitPending() || mDecoder->mExiting; }
 
     // The input buffer that found no unit on the last pass and waits for the next.
     uint32_t keptIndex = NO_INDEX;
 
 private:
-    bool threadLoop() override { return !exitPending() && mDecoder->feedCodec(*this); }
+    bool threadLoop() override { return !isExiting() && mDecoder->feedCodec(*this); }
 
     MediaCodecDecoder* const mDecoder;
 };
@@ -28,7 +28,7 @@ public:
 
 private:
     bool threadLoop() override {
-        if (exitPending()) {
+        if (exitPending() || mDecoder->mExiting) {
             return false;
         }
         mDecoder->takeOutput();

@@ -37,6 +37,7 @@ AudioRenderer::AudioRenderer(const sp<Synchronization>& synchronization)
 AudioRenderer::~AudioRenderer() {
     // A configured renderer holds a track and watches the outputs even if it never started. The
     // listener hears nothing of it: it may be on its way out itself.
+    requestExit();
     halt();
     mResyncTimer = nullptr;  // ahead of what its callback uses
 }
@@ -56,6 +57,9 @@ int AudioRenderer::configure() {
 
 int AudioRenderer::start() {
     std::lock_guard<std::mutex> order(mStartStopLock);
+    if (mExitRequested) {
+        halt();
+    }
     std::lock_guard<std::mutex> guard(mLock);
     // A live render thread without a track is about to have one again.
     const bool rendering = mRenderThread != nullptr && mRenderThread->isRunning();
@@ -75,6 +79,7 @@ int AudioRenderer::start() {
 }
 
 int AudioRenderer::stop() {
+    requestExit();
     std::lock_guard<std::mutex> order(mStartStopLock);
     {
         std::lock_guard<std::mutex> guard(mLock);
@@ -89,39 +94,49 @@ int AudioRenderer::stop() {
     return 0;
 }
 
-// Ends both threads and the track. With mStartStopLock held, or in the destructor.
-void AudioRenderer::halt() {
-    sp<RenderThread> renderThread;
-    {
-        std::lock_guard<std::mutex> guard(mLock);
-        renderThread = mRenderThread;
-    }
-    // Joined without mLock: the thread may be on its way to setOutputEnable through its listener.
-    if (renderThread != nullptr) {
-        renderThread->requestExit();
+void AudioRenderer::requestExit() {
+    std::lock_guard<std::mutex> order(mStartStopLock);
+    if (mRenderThread != nullptr) {
+        mExitRequested = true;
+        mRenderThread->requestExit();
         mInput->wakeReaders();
         mInput->wakeWriters();
-        renderThread->requestExitAndWait();
+        if (const sp<android::AudioTrack> current = track(); current != nullptr) {
+            current->stop();
+        }
+        if (const sp<OutputDeviceThread> watch = deviceThread(); watch != nullptr) {
+            watch->requestExit();
+        }
+    }
+}
+
+// Ends both threads, of which the one that renders was asked to exit, and the track. With
+// mStartStopLock held, or in the destructor.
+void AudioRenderer::halt() {
+    // Joined without mLock: the thread may be on its way to setOutputEnable through its listener.
+    if (mRenderThread != nullptr) {
+        mRenderThread->requestExitAndWait();
     }
     stopResyncTimer();
-    sp<OutputDeviceThread> deviceThread;
+    sp<OutputDeviceThread> oldWatch;
     sp<android::AudioTrack> oldTrack;
     {
         std::lock_guard<std::mutex> guard(mTrackLock);
-        deviceThread = mOutputDeviceThread;
+        oldWatch = mOutputDeviceThread;
         mOutputDeviceThread = nullptr;
         oldTrack = mAudioTrack;
         mAudioTrack = nullptr;
     }
-    if (deviceThread != nullptr) {
-        deviceThread->stopAndWait();
+    if (oldWatch != nullptr) {
+        oldWatch->requestExit();
+        oldWatch->requestExitAndWait();
     }
     if (oldTrack != nullptr) {
         oldTrack->stop();
         oldTrack->flush();
     }
-    std::lock_guard<std::mutex> guard(mLock);
     mRenderThread = nullptr;
+    mExitRequested = false;
 }
 
 int AudioRenderer::createAudioPlayer() {
@@ -161,6 +176,11 @@ sp<android::AudioTrack> AudioRenderer::track() {
     return mAudioTrack;
 }
 
+sp<OutputDeviceThread> AudioRenderer::deviceThread() {
+    std::lock_guard<std::mutex> guard(mTrackLock);
+    return mOutputDeviceThread;
+}
+
 void AudioRenderer::reportSession(int id) {
     mSessionId = id;
     if (mListener != nullptr) {
@@ -198,8 +218,8 @@ void AudioRenderer::onPCRChanged(unsigned long) {
 }
 
 bool AudioRenderer::checkOutputDevice() {
-    std::lock_guard<std::mutex> guard(mTrackLock);
-    return mOutputDeviceThread != nullptr && mOutputDeviceThread->outputStatusChanged();
+    const sp<OutputDeviceThread> watch = deviceThread();
+    return watch != nullptr && watch->outputStatusChanged();
 }
 
 void AudioRenderer::startResyncTimer() {

@@ -51,6 +51,8 @@ public:
     int configure();
     int start() override;
     int stop() override;
+    // Stops the track as well: a write into it could last as long as the sound that waits there.
+    void requestExit() override;
     int dump(FILE* stream, int indent) override;
 
     // Full volume or none; drops synchronisation. May be called from onAudioRendered.
@@ -86,6 +88,7 @@ private:
     void halt();
     int createAudioPlayer();
     android::sp<android::AudioTrack> track();
+    android::sp<OutputDeviceThread> deviceThread();
     void dropSynchronization();
     void reportSession(int id);
 
@@ -108,13 +111,15 @@ private:
     AudioRenderedListener* mListener = nullptr;
 
     std::mutex mStartStopLock;  // start() against stop(), held across joins; before mLock
-    std::mutex mLock;           // configure, start, stop, setOutputEnable; never across a join
-    State mState = STOPPED;
     android::sp<RenderThread> mRenderThread;
-    android::sp<OutputDeviceThread> mOutputDeviceThread;
+    std::atomic<bool> mExitRequested{false};  // of that thread
 
-    std::mutex mTrackLock;  // a leaf for the pointers that several threads read
+    std::mutex mLock;  // configure, start, stop, setOutputEnable; never across a join
+    State mState = STOPPED;
+
+    std::mutex mTrackLock;  // a leaf for the two pointers, which several threads read
     android::sp<android::AudioTrack> mAudioTrack;
+    android::sp<OutputDeviceThread> mOutputDeviceThread;
     std::atomic<int32_t> mSessionId{-1};
 
     std::atomic<float> mVolume{0.0f};

@@ -131,11 +131,8 @@ AudioRenderer::Step AudioRenderer::checkDistance(const AudioFragmentData& record
     if (checkOutputDevice()) {
         startResyncTimer();
     }
-    bool bluetooth = false;
-    {
-        std::lock_guard<std::mutex> guard(mTrackLock);
-        bluetooth = mOutputDeviceThread != nullptr && mOutputDeviceThread->isBluetoothConnected();
-    }
+    const sp<OutputDeviceThread> watch = deviceThread();
+    const bool bluetooth = watch != nullptr && watch->isBluetoothConnected();
     const Uint33 pts = uint33Sum(record.mPTS, bluetooth ? -BLUETOOTH_TICKS : 0);
     *distance = uint33Difference(pts, mAudioClock);
     const int64_t distanceMs = *distance / TICKS_PER_MS;
@@ -213,6 +210,9 @@ bool AudioRenderer::writeTrack(const unsigned char* bytes, size_t size) {
         current != nullptr ? current->write(bytes, size) : ssize_t{android::NO_INIT};
     if (written == static_cast<ssize_t>(size)) {
         return true;
+    }
+    if (mExitRequested) {
+        return false;  // the track was stopped under the write
     }
     ORV_LOGE("%s Could not write into system audio buffer: %s (%d)", "render",
              strerror(static_cast<int>(-written)), static_cast<int>(written));

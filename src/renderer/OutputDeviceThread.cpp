@@ -45,10 +45,9 @@ bool OutputDeviceThread::threadLoop() {
     return !exitPending();
 }
 
-void OutputDeviceThread::stopAndWait() {
-    requestExit();
+void OutputDeviceThread::requestExit() {
+    android::Thread::requestExit();
     mWakeUp.broadcast();
-    requestExitAndWait();
 }
 
 }  // namespace OrvPlayer

@@ -14,8 +14,8 @@ class OutputDeviceThread : public android::Thread {
 public:
     OutputDeviceThread();
 
-    // Asks for the exit, ends the wait, joins.
-    void stopAndWait();
+    // Ends the wait, too.
+    void requestExit() override;
 
     bool isBluetoothConnected() const { return mBluetoothConnected; }
     // The connected outputs as the platform's device bits.

@@ -62,9 +62,10 @@ VideoRenderer::~VideoRenderer() {
 
 int VideoRenderer::start() {
     std::lock_guard<std::mutex> guard(mStartStopLock);
-    if (mRenderThread != nullptr) {
+    if (mRenderThread != nullptr && !mStopRequested) {
         return 0;
     }
+    join();
     mPTSError = false;
     mStopRequested = false;
     mLastPTS = NONE;
@@ -81,23 +82,34 @@ int VideoRenderer::start() {
 }
 
 int VideoRenderer::stop() {
+    requestExit();
     std::lock_guard<std::mutex> guard(mStartStopLock);
+    join();
+    mState = 1;
+    return 0;
+}
+
+void VideoRenderer::requestExit() {
+    std::lock_guard<std::mutex> guard(mStartStopLock);
+    if (mRenderThread == nullptr) {
+        return;
+    }
+    {
+        std::lock_guard<std::mutex> sleeping(mSleepLock);
+        mStopRequested = true;
+    }
+    mSleepEnd.notify_all();
+    mRenderThread->requestExit();
+    mInput->wakeReaders();
+    mInput->wakeWriters();
+}
+
+// After requestExit(), with mStartStopLock held.
+void VideoRenderer::join() {
     if (mRenderThread != nullptr) {
-        {
-            std::lock_guard<std::mutex> sleeping(mSleepLock);
-            mStopRequested = true;
-        }
-        mSleepEnd.notify_all();
-        mRenderThread->requestExit();
-        if (mInput != nullptr) {
-            mInput->wakeReaders();
-            mInput->wakeWriters();
-        }
         mRenderThread->requestExitAndWait();
         mRenderThread = nullptr;
     }
-    mState = 1;
-    return 0;
 }
 
 int VideoRenderer::getFrame(int count, int intervalMs) {

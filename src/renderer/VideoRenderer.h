@@ -43,6 +43,7 @@ public:
 
     int start() override;
     int stop() override;
+    void requestExit() override;
 
     // Asks for `count` still frames, one every `intervalMs`. Ignored while an earlier request has
     // frames to go. Returns 0.
@@ -68,6 +69,7 @@ private:
 
     class RenderThread;
 
+    void join();
     void render();
     bool takeFrame(VideoFrameData* frame);
     int waitTimeMs(Uint33 pts);

@@ -91,6 +91,7 @@ private:
                     const android::sp<RingBuffer>& buffer, const char* label, PIDMap& pids);
 
     void setClockOffsets();
+    void askModulesToExit();
     void armPlaybackTimer(unsigned int seconds);
     void checkEnableOutputs(bool force);
     void openGate();

@@ -43,9 +43,8 @@ public:
     // started again. After a failure the filters that did start run until stop().
     int start() override;
 
-    // Asks the worker to exit and returns at once. For a controller that stops many modules; stop()
-    // does it too.
-    void requestExit();
+    // Asks the worker to exit, wakes it and returns at once. stop() does it too.
+    void requestExit() override;
 
     // For a caller that brings its own thread: open() instead of start(), then receivePass() as
     // long as it returns true, then stop(). A pass moves what the service has for each output, at

@@ -42,11 +42,9 @@ class Listener : public AudioRenderer::AudioRenderedListener, public ErrorListen
 public:
     void onAudioRendered() override {
         ++rendered;
-        if (toSwitchOn != nullptr) {
-            while (!stopping) {
-                std::this_thread::yield();
-            }
+        for (int i = 0; toSwitchOn != nullptr && i < 1000; ++i) {
             toSwitchOn->setOutputEnable(true);
+            std::this_thread::yield();
         }
     }
     void onAudioReady(long msec) override {
@@ -65,8 +63,7 @@ public:
     std::atomic<int> rendered{0};
     std::atomic<int> session{0};
     mutable std::atomic<unsigned int> error{0};
-    AudioRenderer* toSwitchOn = nullptr;  // from onAudioRendered, once `stopping`
-    std::atomic<bool> stopping{false};
+    AudioRenderer* toSwitchOn = nullptr;  // from onAudioRendered, again and again
 
 private:
     std::mutex mLock;
@@ -92,8 +89,8 @@ protected:
         mRenderer->addErrorListener(mListener);
         mSync->addListener(mRenderer.get());
     }
+    // As a rule a write waits for room here, and does not hold up the stop.
     void TearDown() override {
-        mAudio.open();
         EXPECT_EQ(mRenderer->stop(), 0);
         mRenderer = nullptr;
         EXPECT_EQ(mAudio.living(), 0u);
@@ -403,7 +400,6 @@ TEST_F(AudioRendererTest, WatchesTheOutputs) {
     EXPECT_EQ(mListener.takeReady(), (std::vector<long>{-170}));
     EXPECT_EQ(mTimers.armedFor(0), 3);
     EXPECT_FALSE(mRenderer->checkOutputDevice());
-    mAudio.open();
     mRenderer->stop();
     EXPECT_EQ(mTimers.armedFor(0), std::nullopt);
 }
@@ -432,12 +428,22 @@ TEST_F(AudioRendererTest, StopsWhileItsListenerOpensTheOutput) {
     mListener.toSwitchOn = mRenderer.get();
     push(0);
     ASSERT_TRUE(await([&] { return mListener.rendered == 1; }));
-    mAudio.open();
-    mListener.stopping = true;
     EXPECT_EQ(mRenderer->stop(), 0);
     EXPECT_EQ(mListener.session, -1);
     EXPECT_EQ(mRenderer->stop(), 0);
     EXPECT_EQ(mAudio.living(), 0u);
+}
+
+// A render thread that was asked to exit is seen off by the next start.
+TEST_F(AudioRendererTest, MayBeStartedAgainWithoutAStop) {
+    start();
+    push(0);
+    EXPECT_EQ(pass(1), "P8192");
+    mRenderer->requestExit();
+    EXPECT_EQ(mRenderer->start(), 0);
+    push(0, 80);
+    EXPECT_TRUE(await([&] { return pass(1) == "P80"; }));
+    EXPECT_EQ(mAudio.living(), 1u);
 }
 
 // Destroyed in any state it leaves neither thread nor track.
@@ -445,7 +451,6 @@ TEST_F(AudioRendererTest, MayBeDestroyedWhileItRuns) {
     start();
     push(0);
     EXPECT_EQ(pass(1), "P8192");
-    mAudio.open();
     mRenderer = nullptr;
     EXPECT_EQ(mAudio.living(), 0u);
     EXPECT_NE(mListener.session, -1);  // nobody is told any more

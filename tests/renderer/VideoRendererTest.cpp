@@ -330,6 +330,10 @@ TEST_F(VideoRendererTest, AStopDuringTheWaitIsQuickAndKeepsTheFrame) {
     EXPECT_EQ(mRenderer->start(), 0);
     push(START);
     EXPECT_EQ(mFrames.await(1), "S");
+    mRenderer->requestExit();
+    EXPECT_EQ(mRenderer->start(), 0);  // sees off the thread that was asked to exit
+    push(START);
+    EXPECT_EQ(mFrames.await(2), "SS");
 }
 
 TEST_F(VideoRendererTest, ReportsAForeignRecordAndGoesOn) {

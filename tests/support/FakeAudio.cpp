@@ -63,14 +63,18 @@ void FakeAudio::open() {
 
 long FakeAudio::write(const void* bytes, size_t size) {
     std::unique_lock<std::mutex> guard(mLock);
+    if (!mRunning) {
+        return android::INVALID_OPERATION;
+    }
     if (mOpen) {
         return static_cast<long>(size);
     }
     mWaiting = Write{size, size > 0 ? *static_cast<const uint8_t*>(bytes) : -1};
     mChanged.notify_all();
-    mChanged.wait(guard, [this] { return mOpen || mResult.has_value(); });
+    mChanged.wait(guard, [this] { return mOpen || !mRunning || mResult.has_value(); });
     mWaiting.reset();
-    return std::exchange(mResult, std::nullopt).value_or(static_cast<long>(size));
+    const long otherwise = mRunning ? static_cast<long>(size) : long{android::INVALID_OPERATION};
+    return std::exchange(mResult, std::nullopt).value_or(otherwise);
 }
 
 std::vector<FakeAudio::Track> FakeAudio::tracks() const {
@@ -110,6 +114,12 @@ void FakeAudio::addFlush() {
     ++mFlushes;
 }
 
+void FakeAudio::setRunning(bool running) {
+    std::lock_guard<std::mutex> guard(mLock);
+    mRunning = running;
+    mChanged.notify_all();
+}
+
 void FakeAudio::setVolume(float volume) {
     std::lock_guard<std::mutex> guard(mLock);
     mVolume = volume;
@@ -141,9 +151,12 @@ status_t AudioTrack::initCheck() const {
     return mSessionId < 0 ? mSessionId : NO_ERROR;
 }
 status_t AudioTrack::start() {
+    FakeAudio::instance().setRunning(true);
     return NO_ERROR;
 }
-void AudioTrack::stop() {}
+void AudioTrack::stop() {
+    FakeAudio::instance().setRunning(false);
+}
 void AudioTrack::flush() {
     FakeAudio::instance().addFlush();
 }

@@ -14,7 +14,8 @@ namespace orvtest {
 // The sound output of a test program: FakeAudio.cpp defines AudioTrack and AudioSystem for it.
 //
 // Nothing is played by itself: a write is taken down when it comes and then waits until the test
-// lets it pass, so that a test sees the renderer's writes one by one.
+// lets it pass, so that a test sees the renderer's writes one by one. Stopping the track ends it
+// as well. There is one track at a time.
 class FakeAudio {
 public:
     struct Track {
@@ -49,6 +50,7 @@ public:
     int addTrack(const Track& track);
     void removeTrack();
     void addFlush();
+    void setRunning(bool running);
     void setVolume(float volume);
     long write(const void* bytes, size_t size);
     bool isConnected(uint32_t device) const;
@@ -63,6 +65,7 @@ private:
     std::optional<Write> mWaiting;
     std::optional<long> mResult;  // of the write that waits
     bool mOpen = false;
+    bool mRunning = false;  // the track at hand
     int mTrackStatus = 0;
     size_t mLiving = 0;
     size_t mFlushes = 0;
