@@ -248,15 +248,16 @@ int AudioRenderer::dump(FILE* stream, int indent) {
     Module::dump(stream, indent);
     const std::string start(static_cast<size_t>(indent) + 1, '\t');
     const char* prefix = start.c_str();
-    std::lock_guard<std::mutex> guard(mTrackLock);
+    // Written without a lock: whoever reads the report may be slow.
+    const sp<OutputDeviceThread> watch = deviceThread();
+    const sp<android::AudioTrack> current = track();
     fprintf(stream, "%sAudio Volume: %1.1f\n", prefix, static_cast<double>(mVolume));
     fprintf(stream, "%sResync PCR Count: %d\n", prefix, static_cast<int>(mResyncCount));
-    if (mOutputDeviceThread != nullptr) {
-        fprintf(stream, "%smOutputStatus: %d\n", prefix,
-                static_cast<int>(mOutputDeviceThread->outputStatus()));
+    if (watch != nullptr) {
+        fprintf(stream, "%smOutputStatus: %d\n", prefix, static_cast<int>(watch->outputStatus()));
     }
-    fprintf(stream, "%sAudio Track: %p\n", prefix, static_cast<void*>(mAudioTrack.get()));
-    if (mAudioTrack != nullptr) {
+    fprintf(stream, "%sAudio Track: %p\n", prefix, static_cast<void*>(current.get()));
+    if (current != nullptr) {
         fprintf(stream, "%sSession ID: %d\n", prefix, static_cast<int>(mSessionId));
     }
     return 0;

@@ -446,6 +446,11 @@ TEST_F(AudioRendererTest, MayBeStartedAgainWithoutAStop) {
     EXPECT_EQ(mAudio.living(), 1u);
 }
 
+TEST_F(AudioRendererTest, SlowReportHoldsNobodyUp) {
+    ASSERT_EQ(mRenderer->configure(), 0);
+    EXPECT_TRUE(orvtest::letsOthersThrough(*mRenderer, [&] { mRenderer->onPCRChanged(0); }));
+}
+
 // Destroyed in any state it leaves neither thread nor track.
 TEST_F(AudioRendererTest, MayBeDestroyedWhileItRuns) {
     start();
