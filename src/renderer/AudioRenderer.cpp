@@ -57,6 +57,9 @@ int AudioRenderer::configure() {
 
 int AudioRenderer::start() {
     std::lock_guard<std::mutex> order(mStartStopLock);
+    if (mInput == nullptr) {
+        return 1;
+    }
     if (mExitRequested) {
         halt();
     }

@@ -49,6 +49,7 @@ public:
 
     // Needs the input ring buffer. 0 or ERR_CONFIGURATION.
     int configure();
+    // 1 without an input, or without a thread.
     int start() override;
     int stop() override;
     // Stops the track as well: a write into it could last as long as the sound that waits there.

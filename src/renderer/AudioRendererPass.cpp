@@ -155,6 +155,10 @@ void AudioRenderer::insertSilence(const AudioFragmentData& record, int64_t dista
         static_cast<int64_t>(mBytesPerSample) * mChannels * (distanceMs * mSampleRate / 1000);
     const auto bytes =
         static_cast<size_t>(std::clamp<int64_t>(wanted, 0, static_cast<int64_t>(SILENCE_BYTES)));
+    if (bytes == 0) {
+        consume(record);  // of a format that makes no silence: the clock would never get there
+        return;
+    }
     const bool written = writeTrack(SILENCE, bytes);
     advanceClock(bytes);
     if (written) {

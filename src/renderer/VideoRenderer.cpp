@@ -66,6 +66,9 @@ int VideoRenderer::start() {
         return 0;
     }
     join();
+    if (mInput == nullptr) {
+        return 1;
+    }
     mPTSError = false;
     mStopRequested = false;
     mLastPTS = NONE;

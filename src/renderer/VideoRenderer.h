@@ -41,6 +41,7 @@ public:
 
     explicit VideoRenderer(android::sp<Synchronization>& sync);
 
+    // 1 without an input, or without a thread.
     int start() override;
     int stop() override;
     void requestExit() override;

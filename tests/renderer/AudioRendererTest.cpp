@@ -323,10 +323,11 @@ TEST_F(AudioRendererTest, PassesOverForeignAndInvalidRecords) {
     EXPECT_EQ(pass(1), "P96");
     EXPECT_EQ(mListener.error, 0x41003u);
     EXPECT_TRUE(isTraced("render: Invalid config values: 48000 2 0. Discarding the packet"));
-    // Samples of no whole byte: nothing to compute with, and no harm.
+    // Samples of no whole byte: nothing to compute with, and no harm, be they on time or early.
     push(0, 80, {48000, 2, 4});
     EXPECT_NE(pass(2).find("P80"), std::string::npos);
-    EXPECT_TRUE(awaitConsumed());
+    push(300 * MS, 80, {48000, 2, 4});
+    EXPECT_TRUE(await([&] { return pass(1) != "P80" && mRing->getDataSize() == 0; }));
 }
 
 TEST_F(AudioRendererTest, WaitsForTheClock) {
@@ -408,6 +409,7 @@ TEST_F(AudioRendererTest, NeedsAnInputAndATrackToBeConfigured) {
     android::sp<AudioRenderer> bare = new AudioRenderer(mSync);
     EXPECT_EQ(bare->configure(), 0x41004);
     EXPECT_TRUE(isTraced("configure: AudioRenderer must have an input"));
+    EXPECT_EQ(bare->start(), 1);
     mAudio.failTracks(-19);
     EXPECT_EQ(mRenderer->configure(), 0x41004);
     EXPECT_TRUE(isTraced("createAudioPlayer: Error initializing AudioTrack: -19"));

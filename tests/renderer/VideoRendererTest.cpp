@@ -334,6 +334,7 @@ TEST_F(VideoRendererTest, AStopDuringTheWaitIsQuickAndKeepsTheFrame) {
     EXPECT_EQ(mRenderer->start(), 0);  // sees off the thread that was asked to exit
     push(START);
     EXPECT_EQ(mFrames.await(2), "SS");
+    EXPECT_EQ((android::sp<VideoRenderer>(new VideoRenderer(mSync)))->start(), 1);  // no input
 }
 
 TEST_F(VideoRendererTest, ReportsAForeignRecordAndGoesOn) {
