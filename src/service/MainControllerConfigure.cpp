@@ -11,6 +11,7 @@ namespace OrvPlayer {
 
 namespace {
 
+constexpr int RECORDER_SERVICE = 2;  // the source that follows the audio time stamps
 constexpr unsigned short NULL_PID = 0x1FFF;
 
 constexpr unsigned int PCR_TS_EXPONENT = 12;
@@ -94,8 +95,11 @@ bool MainController::configureAudio(Configuration& config, PIDMap& pids) {
                     pids) ||
         !done(mAudioParser->setInput(mAudioTS), "setInput on TSParser (Audio)") ||
         !done(mAudioParser->addOutput(mAudioPES, nullptr), "addOutput on TSParser (Audio)") ||
-        !done(mAudioParser->configure(mSynchronization), "configure on TSParser (PCR)") ||
-        !done(mAudioDecoder->setInput(mAudioPES), "setInput on AudioDecoder") ||
+        !done(mAudioParser->configure(mSynchronization), "configure on TSParser (PCR)")) {
+        return false;
+    }
+    mAudioParser->setNotifyAudioPTS(mSourceType == RECORDER_SERVICE);
+    if (!done(mAudioDecoder->setInput(mAudioPES), "setInput on AudioDecoder") ||
         !done(mAudioDecoder->addOutput(mAudioRaw, nullptr), "setOutput on AudioDecoder")) {
         return false;
     }

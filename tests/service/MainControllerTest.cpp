@@ -7,8 +7,9 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
-#include <filesystem>
+#include <functional>
 #include <iterator>
+#include <random>
 #include <string>
 #include <thread>
 #include <vector>
@@ -16,7 +17,9 @@
 #include "support/Await.h"
 #include "support/FakeAudio.h"
 #include "support/FakeDemux.h"
+#include "support/FakeRecPlayer.h"
 #include "support/FakeTimers.h"
+#include "support/ProcessUsage.h"
 #include "support/TraceCapture.h"
 #include "support/TsBuilder.h"
 #include "trace/OneSegPGL.h"
@@ -53,8 +56,16 @@ constexpr size_t PLAYBACK_TIMER = 1;  // the first is the audio renderer's
 const Config LIVE{{"pcrPid", "256"}, {"videoPid", "273"}, {"audioPid", "274"}};
 
 size_t threads() {
-    std::filesystem::directory_iterator tasks("/proc/self/task");
-    return static_cast<size_t>(std::distance(begin(tasks), end(tasks)));
+    return orvtest::ProcessUsage::now().threads;
+}
+
+// Bytes that look like a broadcast, as far as the codecs.
+orvtest::Bytes broadcast(unsigned pid, uint8_t streamId, int pictures) {
+    orvtest::TsBuilder stream;
+    for (int i = 0; i < pictures; ++i) {
+        stream.pes(pid, streamId, 90'000 + i * 3003, orvtest::Bytes(3000, 0x21), i * 900'900);
+    }
+    return stream.build();
 }
 
 class MainControllerTest : public testing::Test {
@@ -71,6 +82,7 @@ protected:
         mController = nullptr;
         EXPECT_EQ(mDemux.running(), 0u);
         EXPECT_EQ(mAudio.living(), 0u);
+        fclose(mNowhere);
     }
 
     bool isTraced(const std::string& wanted) {
@@ -87,6 +99,7 @@ protected:
     FakeAudio& mAudio = FakeAudio::instance();
     FakeTimers& mTimers = FakeTimers::instance();
     orvtest::TraceCapture mTrace;
+    FILE* const mNowhere = fopen("/dev/null", "w");
     sp<MainController> mController;
 };
 
@@ -145,6 +158,11 @@ TEST_F(MainControllerTest, FiltersThePIDsThatNameAStream) {
     mTrace.take();
     EXPECT_EQ(mController->start(), 0x11002);
     EXPECT_TRUE(isTraced("start: Error starting module TS Receiver"));
+
+    mController = new MainController;
+    EXPECT_EQ(mController->configure(LIVE), 0);
+    mDemux.refuse(274);
+    EXPECT_EQ(mController->start(), 0x11004);  // and destroyed with two filters that run
 }
 
 TEST_F(MainControllerTest, ChangesTheAudioPIDWhilePlaying) {
@@ -231,13 +249,82 @@ TEST_F(MainControllerTest, StopsTwiceAndStartsAgain) {
     }
 }
 
-// Bytes that look like a broadcast, as far as the codecs.
-orvtest::Bytes broadcast(unsigned pid, uint8_t streamId, int pictures) {
-    orvtest::TsBuilder stream;
-    for (int i = 0; i < pictures; ++i) {
-        stream.pes(pid, streamId, 90'000 + i * 3003, orvtest::Bytes(3000, 0x21), i * 900'900);
+// A recorded source has shorter times, and the recorder service is told of the sound of its own.
+TEST_F(MainControllerTest, KnowsTheKindsOfSources) {
+    struct {
+        const char* type;
+        int timeoutS;
+        const char* firstTime;  // 90,000 less the delay
+        std::vector<unsigned long> reported;
+    } const cases[] = {
+        {"0", 17, "8589844592", {}}, {"1", 10, "45000", {}}, {"2", 10, "45000", {1000}}};
+    for (const auto& wanted : cases) {
+        SCOPED_TRACE(wanted.type);
+        mController = nullptr;
+        mTimers.reset();
+        mController = new MainController;
+        Config config = LIVE;
+        config["sourceType"] = wanted.type;
+        ASSERT_EQ(mController->configure(config), 0);
+        ASSERT_EQ(mController->start(), 0);
+        EXPECT_EQ(mTimers.armedFor(PLAYBACK_TIMER), wanted.timeoutS);
+        mTrace.take();
+        mDemux.feed(274, broadcast(274, 0xC0, 2));
+        mDemux.feed(273, broadcast(273, 0xE0, 2));
+        EXPECT_TRUE(orvtest::await([&] { return mController->getPCRValue() != 0; }));
+        ASSERT_EQ(mController->stop(), 0);
+        for (const std::string& line : mTrace.take()) {
+            if (line.starts_with("setBasePCR: Setting PCR: ")) {
+                EXPECT_TRUE(line.starts_with(std::string("setBasePCR: Setting PCR: ") +
+                                             wanted.firstTime + " "))
+                    << line;
+            }
+        }
+        EXPECT_EQ(orvtest::FakeRecPlayer::instance().take(), wanted.reported);
     }
-    return stream.build();
+}
+
+// In whatever state it is, with garbage and first pictures coming in all the time: no command
+// hangs, breaks something or leaves something behind.
+TEST_F(MainControllerTest, TakesAnyCommandAtAnyTime) {
+    std::mt19937 random(20);
+    const auto number = [&] { return static_cast<int>(random()) >> random() % 32; };
+    const std::function<void()> commands[] = {
+        [&] { mController->start(); },
+        [&] { mController->stop(); },
+        [&] { mController->pause(); },
+        [&] { mController->resume(); },
+        [&] { mController->configure(LIVE); },
+        [&] { mController->stopTSReceiver(); },
+        [&] { mController->setAudioPID(274 + number() % 2); },
+        [&] { mController->setAudioEnable(number() % 2); },
+        [&] { mController->setAVSync(number()); },
+        [&] { mController->setCropRect(number(), number(), number(), number(), number() % 2); },
+        [&] { mController->getFrame(number(), number()); },
+        [&] { mController->dump(mNowhere, {}, 0); },
+        [&] { mTimers.fire(PLAYBACK_TIMER); },
+        [&] {
+            orvtest::Bytes garbage(188 * 50);
+            for (size_t i = 0; i < garbage.size(); ++i) {
+                garbage[i] = static_cast<uint8_t>(i % 188 == 0 ? 0x47 : random());
+            }
+            mDemux.feed(static_cast<unsigned short>(273 + random() % 2), garbage);
+        },
+    };
+    const size_t before = threads();
+    std::atomic<bool> done{false};
+    std::thread rendering([&] {
+        while (!done) {
+            renderBoth();
+        }
+    });
+    for (int i = 0; i < 300; ++i) {
+        commands[random() % std::size(commands)]();
+    }
+    done = true;
+    rendering.join();
+    mController = nullptr;
+    EXPECT_TRUE(orvtest::await([&] { return threads() <= before; })) << threads() << " threads";
 }
 
 TEST_F(MainControllerTest, StopsQuicklyInTheMiddleOfAStreamAndLeavesNoThread) {
