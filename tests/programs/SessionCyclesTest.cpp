@@ -1,13 +1,11 @@
 // Starting and stopping leaves nothing behind.
 
-#include <dirent.h>
 #include <gtest/gtest.h>
 #include <malloc.h>
 
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
-#include <functional>
 #include <memory>
 #include <thread>
 
@@ -18,6 +16,8 @@
 #include "audio/AudioOutput.h"
 #include "dtv/Tuner.h"
 #include "programs/Program.h"
+#include "support/Await.h"
+#include "support/ProcessUsage.h"
 
 namespace orvtest {
 namespace {
@@ -25,37 +25,6 @@ namespace {
 constexpr int CYCLES = 10;
 constexpr int SETTLED_CYCLE = 2;  // what lives as long as the process is there by then
 constexpr size_t HEAP_SLACK = 256 << 10;
-
-size_t entriesOf(const char* folder) {
-    size_t count = 0;
-    DIR* const entries = opendir(folder);
-    while (entries != nullptr && readdir(entries) != nullptr) {
-        ++count;
-    }
-    closedir(entries);
-    return count;
-}
-
-bool comesTrue(const std::function<bool()>& condition, std::chrono::seconds bound) {
-    const auto deadline = std::chrono::steady_clock::now() + bound;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return true;
-}
-
-struct Usage {
-    size_t threads = 0;
-    size_t descriptors = 0;
-    size_t heapBytes = 0;
-
-    static Usage now() {
-        return {entriesOf("/proc/self/task"), entriesOf("/proc/self/fd"), mallinfo2().uordblks};
-    }
-};
 
 // Reopened: each cycle has a session of its own, as after a change of service.
 class SessionCyclesTest : public testing::TestWithParam<bool> {
@@ -102,7 +71,8 @@ TEST_P(SessionCyclesTest, LeaveNothingBehind) {
     ASSERT_TRUE(pictures.start());
 
     std::unique_ptr<orvplay::PlayerSession> session;
-    Usage settled;
+    ProcessUsage settled;
+    size_t settledHeap = 0;
     for (int cycle = 1; cycle <= CYCLES; ++cycle) {
         SCOPED_TRACE(cycle);
         if (session == nullptr) {
@@ -111,8 +81,8 @@ TEST_P(SessionCyclesTest, LeaveNothingBehind) {
         const uint64_t framesBefore = pictures.figures().frames;
         ASSERT_EQ(session->start(), 0);
         if (cycle <= SETTLED_CYCLE || cycle == CYCLES) {
-            EXPECT_TRUE(comesTrue([&] { return pictures.figures().frames > framesBefore + 5; },
-                                  std::chrono::seconds(30)));
+            EXPECT_TRUE(await([&] { return pictures.figures().frames > framesBefore + 5; },
+                              std::chrono::seconds(30)));
         } else {
             std::this_thread::sleep_for(std::chrono::milliseconds(50 * cycle));
         }
@@ -124,17 +94,16 @@ TEST_P(SessionCyclesTest, LeaveNothingBehind) {
             session = nullptr;
         }
         if (cycle == SETTLED_CYCLE) {
-            settled = Usage::now();
+            settled = ProcessUsage::now();
+            settledHeap = mallinfo2().uordblks;
         }
     }
     // A thread that a timer made for one notification may still be on its way out, now or then.
-    EXPECT_TRUE(comesTrue([&] { return Usage::now().threads <= settled.threads; },
-                          std::chrono::seconds(10)))
-        << Usage::now().threads << " threads instead of " << settled.threads;
-    const Usage last = Usage::now();
-    EXPECT_LE(last.descriptors, settled.descriptors);
+    EXPECT_TRUE(await([&] { return ProcessUsage::now().threads <= settled.threads; }))
+        << ProcessUsage::now().threads << " threads instead of " << settled.threads;
+    EXPECT_LE(ProcessUsage::now().descriptors, settled.descriptors);
     if (!SANITIZED) {
-        EXPECT_LT(last.heapBytes, settled.heapBytes + HEAP_SLACK);
+        EXPECT_LT(mallinfo2().uordblks, settledHeap + HEAP_SLACK);
     }
     EXPECT_EQ(mError, 0U);
     session = nullptr;
