@@ -97,12 +97,13 @@ void VideoRenderer::requestExit() {
     if (mRenderThread == nullptr) {
         return;
     }
+    // Before the sleep is ended: each frame that is taken after that would be kept.
+    mRenderThread->requestExit();
     {
         std::lock_guard<std::mutex> sleeping(mSleepLock);
         mStopRequested = true;
     }
     mSleepEnd.notify_all();
-    mRenderThread->requestExit();
     mInput->wakeReaders();
     mInput->wakeWriters();
 }
