@@ -111,6 +111,7 @@ private:
     // Output thread.
     void takeOutput();
     bool dequeueOutput();
+    void reclaimLostFrames();
     void onOutputFormatChanged();
     void writeAudio(uint64_t pts);
     void writeVideo(uint64_t pts);

@@ -152,6 +152,7 @@ bool MediaCodecDecoder::dequeueOutput() {
             usleep(10'000);  // as on the input side
             break;
         case TRY_AGAIN:
+            reclaimLostFrames();
             break;
         case BUFFERS_CHANGED:
             if (mCodec->getOutputBuffers(&mOutputBuffers) != android::OK) {
@@ -168,6 +169,18 @@ bool MediaCodecDecoder::dequeueOutput() {
             break;
     }
     return false;
+}
+
+void MediaCodecDecoder::reclaimLostFrames() {
+    if (isAudio() || mOutputs.empty()) {
+        return;
+    }
+    const size_t recordsWaiting = mOutputs.front()->getDataSize() / VideoFrameData::FIXED_SIZE;
+    std::vector<size_t> lost;
+    mOutstanding.takeLost(mOutputBuffers.size(), recordsWaiting, &lost);
+    for (const size_t index : lost) {
+        mCodec->releaseOutputBuffer(index);
+    }
 }
 
 void MediaCodecDecoder::onOutputFormatChanged() {

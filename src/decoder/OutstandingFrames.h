@@ -12,8 +12,8 @@ namespace OrvPlayer {
 //
 // Frames come back in the order in which they left. A renderer that is stopped while it waits
 // keeps its frame for good: without this list every pause would cost the codec one of its few
-// output buffers. And after the codec was rebuilt a frame of the run before may come back, whose
-// index now belongs to another picture.
+// output buffers, and quick ones all of them before any frame comes back. And after the codec was
+// rebuilt a frame of the run before may come back, whose index now belongs to another picture.
 //
 // Thread-safe; the lock is a leaf.
 class OutstandingFrames {
@@ -38,6 +38,21 @@ public:
             }
         }
         return false;
+    }
+
+    // Strikes off frames that never come back, when all `buffers` of the codec are out and so no
+    // later frame can bring them along. A renderer has one frame in hand at most: of those whose
+    // records it has taken, all but the last are lost. `recordsWaiting` is how many records it has
+    // not taken, a number read before the call.
+    void takeLost(size_t buffers, size_t recordsWaiting, std::vector<size_t>* lost) {
+        std::lock_guard<std::mutex> guard(mLock);
+        if (mFrames.size() < buffers) {
+            return;
+        }
+        while (mFrames.size() > recordsWaiting + 1) {
+            lost->push_back(mFrames.front().index);
+            mFrames.pop_front();
+        }
     }
 
     // The codec run has ended: every index has lost its meaning.

@@ -509,6 +509,17 @@ TEST(OutstandingFramesTest, TakesFramesBackInOrderAndOfThisRunOnly) {
     EXPECT_FALSE(frames.takeBack(2, 102, &skipped));
     frames.clear();
     EXPECT_FALSE(frames.takeBack(4, 104, &skipped));
+
+    // All four are out: one record waits, one frame is in hand, the rest is lost.
+    skipped.clear();
+    for (uint32_t i = 0; i < 4; ++i) {
+        frames.takeLost(4, 0, &skipped);
+        frames.add(i, 200 + i);
+    }
+    EXPECT_TRUE(skipped.empty());
+    frames.takeLost(4, 1, &skipped);
+    EXPECT_EQ(skipped, (std::vector<size_t>{0, 1}));
+    EXPECT_TRUE(frames.takeBack(2, 202, &skipped));
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <memory>
+#include <optional>
 #include <thread>
 
 #include "PictureOutput.h"
@@ -26,8 +27,7 @@ constexpr int CYCLES = 10;
 constexpr int SETTLED_CYCLE = 2;  // what lives as long as the process is there by then
 constexpr size_t HEAP_SLACK = 256 << 10;
 
-// Reopened: each cycle has a session of its own, as after a change of service.
-class SessionCyclesTest : public testing::TestWithParam<bool> {
+class SessionCyclesTest : public testing::Test {
 protected:
     void SetUp() override {
         setenv("ORV_TRACE", "error", 0);
@@ -41,56 +41,59 @@ protected:
         ASSERT_TRUE(
             orvplay::selectStreams(tuner.services(5000).services, options, &mSelection, &error))
             << error;
+        orvhost::BufferQueue::create(&mProducer, &mConsumer);
+        mPictures.emplace(mConsumer, nullptr, mSync);
+        ASSERT_TRUE(mPictures->start());
     }
-    void TearDown() override { orvhost::Tuner::instance().untune(); }
+    void TearDown() override {
+        mPictures->stop();
+        orvhost::Tuner::instance().untune();
+    }
 
-    std::unique_ptr<orvplay::PlayerSession> newSession(
-        const android::sp<android::IGraphicBufferProducer>& producer) {
+    std::unique_ptr<orvplay::PlayerSession> newSession() {
         orvplay::PlayerSession::Events events;
         events.onError = [this](unsigned int code, const std::string&) { mError = code; };
         events.onAudioSessionId = [](int) {};
         events.onAudioReady = [](long) {};
-        auto session = std::make_unique<orvplay::PlayerSession>(producer, std::move(events));
+        auto session = std::make_unique<orvplay::PlayerSession>(mProducer, std::move(events));
         EXPECT_EQ(session->open(mSelection.configuration()), 0);
         return session;
     }
 
+    bool awaitPictures(uint64_t more) {
+        const uint64_t wanted = mPictures->figures().frames + more;
+        return await([&] { return mPictures->figures().frames >= wanted; },
+                     std::chrono::seconds(30));
+    }
+
+    android::sp<android::IGraphicBufferProducer> mProducer;
+    android::sp<orvhost::BufferQueue::Consumer> mConsumer;
+    orvplay::SyncMeter mSync;
+    std::optional<orvplay::PictureOutput> mPictures;
     orvplay::StreamSelection mSelection;
     std::atomic<unsigned int> mError{0};
 };
 
 // The first and the last cycles go on to the first picture; those between are stopped early, each
-// a little later than the one before.
-TEST_P(SessionCyclesTest, LeaveNothingBehind) {
-    const bool reopened = GetParam();
-    android::sp<android::IGraphicBufferProducer> producer;
-    android::sp<orvhost::BufferQueue::Consumer> consumer;
-    orvhost::BufferQueue::create(&producer, &consumer);
-    orvplay::SyncMeter sync;
-    orvplay::PictureOutput pictures(consumer, nullptr, sync);
-    ASSERT_TRUE(pictures.start());
-
+// a little later than the one before. Every second one has a session of its own, as after a change
+// of service.
+TEST_F(SessionCyclesTest, LeaveNothingBehind) {
     std::unique_ptr<orvplay::PlayerSession> session;
     ProcessUsage settled;
     size_t settledHeap = 0;
     for (int cycle = 1; cycle <= CYCLES; ++cycle) {
         SCOPED_TRACE(cycle);
         if (session == nullptr) {
-            session = newSession(producer);
+            session = newSession();
         }
-        const uint64_t framesBefore = pictures.figures().frames;
         ASSERT_EQ(session->start(), 0);
         if (cycle <= SETTLED_CYCLE || cycle == CYCLES) {
-            EXPECT_TRUE(await([&] { return pictures.figures().frames > framesBefore + 5; },
-                              std::chrono::seconds(30)));
+            EXPECT_TRUE(awaitPictures(5));
         } else {
             std::this_thread::sleep_for(std::chrono::milliseconds(50 * cycle));
         }
-        const auto begin = std::chrono::steady_clock::now();
         EXPECT_EQ(session->stop(), 0);
-        const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - begin;
-        EXPECT_LT(taken.count(), SANITIZED ? 5 : 0.5);
-        if (reopened) {
+        if (cycle % 2 == 0) {
             session = nullptr;
         }
         if (cycle == SETTLED_CYCLE) {
@@ -106,11 +109,24 @@ TEST_P(SessionCyclesTest, LeaveNothingBehind) {
         EXPECT_LT(mallinfo2().uordblks, settledHeap + HEAP_SLACK);
     }
     EXPECT_EQ(mError, 0U);
-    session = nullptr;
-    pictures.stop();
 }
 
-INSTANTIATE_TEST_SUITE_P(OneOrMany, SessionCyclesTest, testing::Bool());
+// A pause keeps the picture that waits for its time. The codec has fewer of them than there are
+// pauses here, and gets each back even when no other one comes back in between.
+TEST_F(SessionCyclesTest, PausesCostNoPicture) {
+    android::sp<android::Surface> surface = new android::Surface(mProducer);
+    android::sp<OrvPlayer::MainController> controller = new OrvPlayer::MainController;
+    ASSERT_EQ(controller->configure(mSelection.configuration()), 0);
+    controller->setSurface(surface);
+    ASSERT_EQ(controller->start(), 0);
+    ASSERT_TRUE(awaitPictures(3));
+    for (int pause = 0; pause < 60; ++pause) {
+        EXPECT_EQ(controller->pause(), 0);
+        EXPECT_EQ(controller->resume(), 0);
+    }
+    EXPECT_TRUE(awaitPictures(3));
+    EXPECT_EQ(controller->stop(), 0);
+}
 
 }  // namespace
 }  // namespace orvtest
