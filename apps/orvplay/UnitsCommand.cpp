@@ -63,6 +63,7 @@ int unitsCommand(const UnitsOptions& options) {
     orvhost::Tuner& tuner = orvhost::Tuner::instance();
     orvhost::TuneOptions tuning;
     tuning.paced = false;
+    tuning.follow = false;
     if (const orvhost::TuneResult tuned = tuner.tune(options.source, tuning); !tuned.ok()) {
         return fail(exitCodeOf(tuned.status), tuned.message);
     }

@@ -46,8 +46,10 @@ struct TuneOptions {
     uint16_t serviceId = 0;      // whose PCR paces; 0: the first service that has one
     uint16_t pcrPid = PID_NONE;  // goes before serviceId
     bool loop = false;           // a file starts again at its end
-    bool freeRunning = false;    // read on also while no filter runs (for statistics alone)
-    int timeoutMs = 5000;        // longest wait of tune() for the first packets
+    // Count packets per PID and read the tables all the time, not just while looking at the head.
+    bool follow = true;
+    bool freeRunning = false;  // read on also while no filter runs (for statistics alone)
+    int timeoutMs = 5000;      // longest wait of tune() for the first packets
 };
 
 struct ServiceList {

@@ -208,12 +208,10 @@ ssize_t TunerSession::fill(int timeoutMs) {
     {
         std::lock_guard lock(mMutex);
         const bool wereDone = mTables.isComplete();
-        const uint8_t* packet = mWindow.fresh();
-        for (size_t i = 0; i < mWindow.freshCount(); ++i, packet += TS_PACKET_BYTES) {
-            mCounter.count(packet);
-            if (mTables.wants(pidOf(packet))) {
-                mTables.push(packet);
-            }
+        if (mOptions.follow || !mHeadDone) {
+            readFresh();
+        } else {
+            mPassed += mWindow.freshCount();
         }
         mBytes += got > 0 ? static_cast<uint64_t>(got) : 0;
         mSyncLosses = mWindow.synchronizer().syncLosses();
@@ -225,6 +223,17 @@ ssize_t TunerSession::fill(int timeoutMs) {
         mCallerWake.notify_all();
     }
     return got;
+}
+
+// With mMutex held.
+void TunerSession::readFresh() {
+    const uint8_t* packet = mWindow.fresh();
+    for (size_t i = 0; i < mWindow.freshCount(); ++i, packet += TS_PACKET_BYTES) {
+        mCounter.count(packet);
+        if (mTables.wants(pidOf(packet))) {
+            mTables.push(packet);
+        }
+    }
 }
 
 // ---- feeding ---------------------------------------------------------------------------------
@@ -460,7 +469,7 @@ bool TunerSession::atEnd() const {
 TunerStatistics TunerSession::statistics() const {
     std::lock_guard lock(mMutex);
     TunerStatistics all;
-    all.packets = mCounter.packets();
+    all.packets = mCounter.packets() + mPassed;
     all.bytes = mBytes;
     all.syncLosses = mSyncLosses;
     all.skippedBytes = mSkippedBytes;

@@ -70,6 +70,7 @@ private:
     void doRewind();
     bool startOver();
     ssize_t fill(int timeoutMs);
+    void readFresh();
     void sleepUntil(int64_t deadlineNs);
     uint16_t choosePid(int filterKind, uint16_t (*pidIn)(const Service&)) const;
     bool isCancelled() const { return mCancelled.load(std::memory_order_relaxed); }
@@ -108,6 +109,7 @@ private:
     bool mRewindWanted = false;
     bool mRewindResult = false;
     uint64_t mBytes = 0;
+    uint64_t mPassed = 0;  // packets that nobody looked at
     uint64_t mSyncLosses = 0;
     uint64_t mSkippedBytes = 0;
     uint64_t mDroppedBefore = 0;

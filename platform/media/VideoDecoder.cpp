@@ -1,7 +1,7 @@
 #include "media/VideoDecoder.h"
 
 #include <algorithm>
-#include <ranges>
+#include <iterator>
 #include <utility>
 
 #include "media/CodecStatistics.h"
@@ -94,13 +94,14 @@ StreamDecoder::Status VideoDecoder::take(DecodedOutput& output) {
 
 bool VideoDecoder::isIdr(std::span<const uint8_t> unit) {
     constexpr uint8_t START_CODE[] = {0, 0, 1};
-    auto found = std::ranges::search(unit, START_CODE);
-    while (found.end() != unit.end()) {
-        const int type = *found.end() & 0x1F;
+    const auto next = [&](auto from) {
+        return std::search(from, unit.end(), std::begin(START_CODE), std::end(START_CODE));
+    };
+    for (auto at = next(unit.begin()); unit.end() - at > 3; at = next(at + 3)) {
+        const int type = at[3] & 0x1F;
         if (type >= FIRST_SLICE && type <= IDR_SLICE) {
             return type == IDR_SLICE;
         }
-        found = std::ranges::search(std::ranges::subrange(found.end(), unit.end()), START_CODE);
     }
     return false;
 }
