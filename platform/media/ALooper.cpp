@@ -1,12 +1,14 @@
 #include <media/stagefright/foundation/ALooper.h>
 #include <pthread.h>
 
+#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <mutex>
 #include <string>
 #include <system_error>
 #include <thread>
+#include <utility>
 
 #include "media/LooperTask.h"
 
@@ -17,7 +19,11 @@ namespace android {
 struct ALooper::State {
     std::mutex lock;
     std::condition_variable posted;
-    std::deque<std::weak_ptr<orvhost::LooperTask>> tasks;
+    struct Entry {
+        std::weak_ptr<orvhost::LooperTask> task;
+        std::chrono::steady_clock::time_point due;  // the epoch: at once
+    };
+    std::deque<Entry> tasks;
     std::string name = "ALooper";
     std::thread thread;
     bool running = false;
@@ -31,10 +37,14 @@ void ALooper::State::loop(const std::shared_ptr<State>& state) {
     pthread_setname_np(pthread_self(), state->name.substr(0, 15).c_str());
     while (true) {
         state->posted.wait(guard, [&] { return state->exitPending || !state->tasks.empty(); });
+        if (!state->exitPending && state->tasks.front().due != decltype(Entry::due)()) {
+            state->posted.wait_until(guard, state->tasks.front().due,
+                                     [&] { return state->exitPending; });
+        }
         if (state->exitPending) {
             return;
         }
-        std::shared_ptr<orvhost::LooperTask> task = state->tasks.front().lock();
+        std::shared_ptr<orvhost::LooperTask> task = state->tasks.front().task.lock();
         state->tasks.pop_front();
         guard.unlock();
         if (task != nullptr) {
@@ -91,10 +101,14 @@ status_t ALooper::stop() {
     return OK;
 }
 
-void ALooper::post(const std::weak_ptr<orvhost::LooperTask>& task) {
+void ALooper::post(const std::weak_ptr<orvhost::LooperTask>& task, int64_t delayUs) {
+    State::Entry entry = {task, {}};
+    if (delayUs > 0) {
+        entry.due = std::chrono::steady_clock::now() + std::chrono::microseconds(delayUs);
+    }
     {
         std::lock_guard guard(mState->lock);
-        mState->tasks.push_back(task);
+        mState->tasks.push_back(std::move(entry));
     }
     mState->posted.notify_one();
 }

@@ -25,6 +25,9 @@ constexpr size_t VIDEO_INPUT_BUFFERS = 4;
 constexpr size_t AUDIO_INPUT_BUFFERS = 8;  // the units of one PES packet
 constexpr size_t OUTPUT_BUFFERS = 8;
 constexpr size_t BATCH = 2;
+// The units of a PES packet of sound come one right after the other, and each takes less to decode
+// than to wake up for.
+constexpr int64_t GATHER_US = 2000;
 constexpr size_t VIDEO_INPUT_BYTES = 4 * 1024 * 1024;
 constexpr size_t AUDIO_INPUT_BYTES = 64 * 1024;
 constexpr size_t FIRST_PCM_BYTES = 2048 * 2 * sizeof(int16_t);  // a stereo block with SBR
@@ -312,7 +315,7 @@ status_t CodecEngine::queueInput(size_t index, size_t offset, size_t size, int64
         mQueued.push_back({nullptr, timeUs, false, 0});
     }
     if (!mQueued.empty() && !mStalled) {
-        schedule();
+        schedule(mComponent.isVideo() ? 0 : GATHER_US);
     }
     return OK;
 }
@@ -424,10 +427,10 @@ bool CodecEngine::isConsumerDue(bool more) const {
     return !mReady.empty() && (!more || runsDry || mReady.size() >= OUTPUT_BUFFERS / 2);
 }
 
-void CodecEngine::schedule() {
+void CodecEngine::schedule(int64_t delayUs) {
     if (!mScheduled && mLooper != nullptr) {
         mScheduled = true;
-        mLooper->post(weak_from_this());
+        mLooper->post(weak_from_this(), delayUs);
     }
 }
 

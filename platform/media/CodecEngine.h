@@ -121,7 +121,7 @@ private:
     void countDamage();
     void resume();
     bool isConsumerDue(bool more) const;
-    void schedule();
+    void schedule(int64_t delayUs = 0);
     void fail(const char* reason);
 
     const CodecComponent& mComponent;

@@ -35,8 +35,9 @@ public:
     // not run. From the looper's own thread it does not wait.
     status_t stop();
 
-    // Runs the task once, on the looper's thread, after everything posted before it.
-    void post(const std::weak_ptr<orvhost::LooperTask>& task);
+    // Runs the task once, on the looper's thread, after everything posted before it and not before
+    // `delayUs` have passed.
+    void post(const std::weak_ptr<orvhost::LooperTask>& task, int64_t delayUs = 0);
 
 protected:
     ~ALooper() override;
