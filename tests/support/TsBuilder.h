@@ -8,6 +8,8 @@
 #include <string_view>
 #include <vector>
 
+#include "support/Bits.h"
+
 // A small transport stream made in memory, for tests (ISO/IEC 13818-1).
 //
 //   const auto bytes = TsBuilder()
@@ -21,14 +23,7 @@
 
 namespace orvtest {
 
-using Bytes = std::vector<uint8_t>;
-
 constexpr int64_t NO_TIME = -1;
-
-inline Bytes operator+(Bytes left, const Bytes& right) {
-    left.insert(left.end(), right.begin(), right.end());
-    return left;
-}
 
 inline Bytes bytesOf(std::string_view text) {
     return Bytes(text.begin(), text.end());
