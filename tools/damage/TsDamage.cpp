@@ -166,15 +166,38 @@ void TsDamage::multiply(const std::function<int(size_t, Packet)>& copies) {
     mRemnants = std::move(remnants);
 }
 
+bool TsDamage::isInside(size_t index, double from, double to) const {
+    const double part = static_cast<double>(index) / static_cast<double>(count());
+    return part >= from && part < to;
+}
+
 void TsDamage::flipBits(double ratePerBit) {
+    flipBits(0, mBytes.size() * 8, ratePerBit);
+}
+
+void TsDamage::flipBits(size_t firstBit, size_t endBit, double ratePerBit) {
     if (ratePerBit <= 0.0) {
         return;
     }
     std::geometric_distribution<uint64_t> gap(ratePerBit);
-    const uint64_t bits = mBytes.size() * 8;
-    for (uint64_t bit = gap(mRandom); bit < bits; bit += gap(mRandom) + 1) {
+    for (uint64_t bit = firstBit + gap(mRandom); bit < endBit; bit += gap(mRandom) + 1) {
         mBytes[bit / 8] = static_cast<uint8_t>(mBytes[bit / 8] ^ 1U << bit % 8);
     }
+}
+
+void TsDamage::losePart(double from, double to) {
+    keepIf([=, this](size_t index, Packet) { return !isInside(index, from, to); });
+}
+
+void TsDamage::losePart(double from, double to, uint16_t pid) {
+    keepIf([=, this](size_t index, Packet p) {
+        return pidOf(p) != pid || !isInside(index, from, to);
+    });
+}
+
+void TsDamage::corruptPart(double from, double to, double ratePerBit) {
+    const auto bits = static_cast<double>(mBytes.size() * 8);
+    flipBits(static_cast<size_t>(bits * from), static_cast<size_t>(bits * to), ratePerBit);
 }
 
 void TsDamage::losePackets(double rate) {
@@ -213,20 +236,24 @@ void TsDamage::duplicatePackets(double rate) {
     multiply([this, rate](size_t, Packet) { return chance(rate) ? 2 : 1; });
 }
 
+void TsDamage::slip(double at, size_t bytes) {
+    const size_t begin =
+        std::min(static_cast<size_t>(static_cast<double>(mBytes.size()) * at), mBytes.size());
+    const size_t end = std::min(begin + bytes, mBytes.size());
+    mBytes.erase(mBytes.begin() + static_cast<ptrdiff_t>(begin),
+                 mBytes.begin() + static_cast<ptrdiff_t>(end));
+    std::erase_if(mRemnants, [begin, end](const Remnant& remnant) {
+        return remnant.offset < end && remnant.offset + PACKET_BYTES > begin;
+    });
+    for (Remnant& remnant : mRemnants) {
+        remnant.offset -= remnant.offset >= end ? end - begin : 0;
+    }
+}
+
 void TsDamage::slipBytes(size_t slips) {
     std::uniform_int_distribution<size_t> lost(1, PACKET_BYTES - 1);
-    const size_t distance = mBytes.size() / (slips + 1);
-    for (size_t slip = slips; slip > 0; --slip) {
-        const size_t begin = slip * distance;
-        const size_t end = std::min(begin + lost(mRandom), mBytes.size());
-        mBytes.erase(mBytes.begin() + static_cast<ptrdiff_t>(begin),
-                     mBytes.begin() + static_cast<ptrdiff_t>(end));
-        std::erase_if(mRemnants, [begin, end](const Remnant& remnant) {
-            return remnant.offset < end && remnant.offset + PACKET_BYTES > begin;
-        });
-        for (Remnant& remnant : mRemnants) {
-            remnant.offset -= remnant.offset >= end ? end - begin : 0;
-        }
+    for (size_t left = slips; left > 0; --left) {
+        slip(static_cast<double>(left) / static_cast<double>(slips + 1), lost(mRandom));
     }
 }
 
@@ -274,10 +301,8 @@ void TsDamage::skewClock(double ppm) {
 }
 
 void TsDamage::removePcrs(double from, double to) {
-    const auto packets = static_cast<double>(count());
-    const auto end = static_cast<size_t>(packets * to);
-    for (auto i = static_cast<size_t>(packets * from); i < std::min(end, count()); ++i) {
-        if (hasPcr(packet(i))) {
+    for (size_t i = 0; i < count(); ++i) {
+        if (isInside(i, from, to) && hasPcr(packet(i))) {
             packet(i)[5] = static_cast<uint8_t>(packet(i)[5] & ~0x10);
         }
     }

@@ -44,7 +44,14 @@ public:
     void setScramblingBits(double rate);
     void swapNeighbours(double rate);
     void duplicatePackets(double rate);
-    // Takes 1 to 187 bytes out, `slips` times. Call it last.
+    // A part of the stream, 0 to 1: all of it is lost, or what it has of one PID; so many of its
+    // bits are wrong.
+    void losePart(double from, double to);
+    void losePart(double from, double to, uint16_t pid);
+    void corruptPart(double from, double to, double ratePerBit);
+    // Takes bytes out at a part of the stream, 0 to 1; 1 to 187 of them, `slips` times. Call them
+    // last.
+    void slip(double at, size_t bytes);
     void slipBytes(size_t slips);
 
     // ---- multiplexers
@@ -83,6 +90,8 @@ private:
     size_t count() const;
     Packet packet(size_t index);
     bool chance(double rate);
+    bool isInside(size_t index, double from, double to) const;
+    void flipBits(size_t firstBit, size_t endBit, double ratePerBit);
     void forEach(uint16_t pid, const std::function<void(Packet)>& change);
     void keepIf(const std::function<bool(size_t index, Packet packet)>& keep);
 
