@@ -55,7 +55,7 @@ private:
 // predicate must be made of sequentially consistent atomics.
 //
 // Sleeping and waking take longer than the other side needs for a record when both run at full
-// speed. A thread whose last wait was short therefore looks at its predicate for some microseconds
+// speed. A thread whose last wait was short therefore looks at its predicate for about 50 us
 // before it sleeps; at the pace of a broadcast waits are long and nobody does.
 class HandoffCondition {
 public:
@@ -93,7 +93,7 @@ public:
 private:
     // The counters that the predicate reads change hands between processors with each look, so
     // looks are spaced out.
-    static constexpr int LOOKS = 12;
+    static constexpr int LOOKS = 32;
     static constexpr int PAUSES_PER_LOOK = 64;
 
     template <typename Ready>
