@@ -40,8 +40,8 @@ void HandoffCondition::broadcast() {
     if (mWaiters.load(std::memory_order_seq_cst) == 0) {
         return;
     }
-    // Once we had the mutex, whoever looked at its predicate too early is asleep. Waking it with the
-    // mutex held would make it wait once more.
+    // Once we had the mutex, whoever looked at its predicate too early is asleep. Waking it with
+    // the mutex held would make it wait once more.
     pthread_mutex_lock(&mMutex);
     pthread_mutex_unlock(&mMutex);
     pthread_cond_broadcast(&mCondition);
