@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 #include "graphics/BufferQueue.h"
 
 namespace orvplay {
@@ -7,7 +9,7 @@ namespace orvplay {
 // Where pictures become visible: a window. Everything is called on the one thread that opened it.
 class Display {
 public:
-    enum class Request { NONE, QUIT };
+    enum class Request { NONE, QUIT, NEXT_AUDIO, NEXT_CAPTIONS };
 
     virtual ~Display() = default;
 
@@ -16,6 +18,9 @@ public:
 
     // Shows a picture; it is read during the call only.
     virtual void show(const orvhost::AcquiredBuffer& picture) = 0;
+
+    // Puts a caption over the pictures, as UTF-8 rows, in place of the one before; empty: none.
+    virtual void showCaption(const std::string& utf8) = 0;
 
     // Handles what came from the user and shows what is due; never waits. Called after each
     // picture, and when none came for as long as waitMs() said.

@@ -36,7 +36,10 @@ Marks readMarks(const orvhost::AcquiredBuffer& picture) {
 
 PictureOutput::PictureOutput(const android::sp<orvhost::BufferQueue::Consumer>& consumer,
                              std::unique_ptr<Display> display, SyncMeter& sync)
-    : mConsumer(consumer), mDisplay(std::move(display)), mSync(sync) {}
+    : mConsumer(consumer),
+      mHasDisplay(display != nullptr),
+      mDisplay(std::move(display)),
+      mSync(sync) {}
 
 PictureOutput::~PictureOutput() {
     stop();
@@ -77,13 +80,36 @@ void PictureOutput::run(std::function<void(bool)> opened) {
             onPicture(picture);
         }
         if (mDisplay != nullptr) {
-            if (mDisplay->handleEvents() == Display::Request::QUIT) {
-                mQuitRequested = true;
+            if (const auto caption = mCaption.take(); caption != nullptr) {
+                mDisplay->showCaption(*caption);
             }
+            onRequest(mDisplay->handleEvents());
             mConsumer->setDisplaySize(mDisplay->width(), mDisplay->height());
         }
     }
     mDisplay = nullptr;  // closed by the thread that opened it
+}
+
+void PictureOutput::onRequest(Display::Request request) {
+    switch (request) {
+        case Display::Request::QUIT:
+            mQuitRequested = true;
+            break;
+        case Display::Request::NEXT_AUDIO:
+            ++mAudioRequests;
+            break;
+        case Display::Request::NEXT_CAPTIONS:
+            ++mCaptionRequests;
+            break;
+        case Display::Request::NONE:
+            break;
+    }
+}
+
+void PictureOutput::showCaption(std::string utf8) {
+    if (mHasDisplay) {
+        mCaption.put(std::make_unique<std::string>(std::move(utf8)));
+    }
 }
 
 void PictureOutput::onPicture(const orvhost::AcquiredBuffer& picture) {

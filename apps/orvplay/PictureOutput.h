@@ -5,10 +5,12 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <string>
 #include <thread>
 
 #include "Display.h"
 #include "FrameMeter.h"
+#include "Mailbox.h"
 #include "SyncMeter.h"
 #include "graphics/BufferQueue.h"
 
@@ -46,23 +48,35 @@ public:
     // Ends the thread and the display; the queue ends with it.
     void stop();
 
+    // Shows a caption where there is a display, until the next one; empty: none. Any thread, and
+    // never waits: the thread of the display fetches it within 20 ms.
+    void showCaption(std::string utf8);
+
     Figures figures() const;
     // The user closed the window or asked to quit.
     bool quitRequested() const { return mQuitRequested; }
+    // How often the user asked for the next sound, or captions, since the last call.
+    int takeAudioRequests() { return mAudioRequests.exchange(0); }
+    int takeCaptionRequests() { return mCaptionRequests.exchange(0); }
     // The picture shown last; its buffer is null when there was none. After stop() only.
     const orvhost::AcquiredBuffer& lastPicture() const { return mLast; }
 
 private:
     void run(std::function<void(bool)> opened);
+    void onRequest(Display::Request request);
     void onPicture(const orvhost::AcquiredBuffer& picture);
     void keepLast(const orvhost::AcquiredBuffer& picture);
 
     const android::sp<orvhost::BufferQueue::Consumer> mConsumer;
-    std::unique_ptr<Display> mDisplay;
+    const bool mHasDisplay;
+    std::unique_ptr<Display> mDisplay;  // output thread, once it runs
     SyncMeter& mSync;
     std::thread mThread;
     std::atomic<bool> mStopRequested{false};
     std::atomic<bool> mQuitRequested{false};
+    std::atomic<int> mAudioRequests{0};
+    std::atomic<int> mCaptionRequests{0};
+    Mailbox<std::string> mCaption;
 
     mutable std::mutex mLock;  // the two below
     FrameMeter mMeter;

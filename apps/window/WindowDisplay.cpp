@@ -104,6 +104,7 @@ bool WindowDisplay::open() {
         return false;
     }
     SDL_ShowWindow(mWindow);
+    mCaption = std::make_unique<CaptionOverlay>();
     updateSize();
     draw();
     return true;
@@ -130,6 +131,7 @@ bool WindowDisplay::createWindow(bool accelerated) {
 }
 
 void WindowDisplay::destroyWindow() {
+    mCaption = nullptr;
     if (mTexture != nullptr) {
         SDL_DestroyTexture(mTexture);
         mTexture = nullptr;
@@ -175,34 +177,53 @@ void WindowDisplay::toggleFullScreen() {
     }
 }
 
+// The first request ends the look: what the user asked for after it stays in SDL's queue.
 Display::Request WindowDisplay::handleEvents() {
     Request request = Request::NONE;
     bool damaged = false;
     SDL_Event event;
-    while (SDL_PollEvent(&event) != 0) {
+    SDL_PumpEvents();
+    while (request == Request::NONE &&
+           SDL_PeepEvents(&event, 1, SDL_GETEVENT, SDL_FIRSTEVENT, SDL_LASTEVENT) == 1) {
         if (event.type == SDL_QUIT) {
             request = Request::QUIT;
         } else if (event.type == SDL_WINDOWEVENT) {
             damaged |= event.window.event == SDL_WINDOWEVENT_EXPOSED ||
                        event.window.event == SDL_WINDOWEVENT_SIZE_CHANGED;
         } else if (event.type == SDL_KEYDOWN && event.key.repeat == 0) {
-            const SDL_Keycode key = event.key.keysym.sym;
-            if (key == SDLK_q || key == SDLK_ESCAPE) {
-                request = Request::QUIT;
-            } else if (key == SDLK_f) {
-                toggleFullScreen();
-            }
+            request = onKey(event.key.keysym.sym);
+        } else if (event.type == SDL_KEYUP) {
+            mHashHeld = false;
+        } else if (event.type == SDL_TEXTINPUT && strcmp(event.text.text, "#") == 0) {
+            // As text, for it lies on another key in each country.
+            request = std::exchange(mHashHeld, true) ? Request::NONE : Request::NEXT_AUDIO;
         }
     }
     if (damaged) {
         updateSize();
     }
-    if (mSecondFieldDueNs != 0 && monotonicNs() >= mSecondFieldDueNs) {
-        showSecondField();
-    } else if (damaged) {
+    mCaption->expire(monotonicNs());
+    damaged |= mCaption->takeChanged();
+    const bool fieldIsDue = mSecondFieldDueNs != 0 && monotonicNs() >= mSecondFieldDueNs;
+    if (!(fieldIsDue && showSecondField()) && damaged) {
         draw();
     }
     return request;
+}
+
+Display::Request WindowDisplay::onKey(int key) {
+    switch (key) {
+        case SDLK_q:
+        case SDLK_ESCAPE:
+            return Request::QUIT;
+        case SDLK_v:
+            return Request::NEXT_CAPTIONS;
+        case SDLK_f:
+            toggleFullScreen();
+            return Request::NONE;
+        default:
+            return Request::NONE;
+    }
 }
 
 int WindowDisplay::waitMs() const {
@@ -248,6 +269,13 @@ void WindowDisplay::show(const orvhost::AcquiredBuffer& picture) {
     }
 }
 
+// Seen with the next picture, or when the user's events are handled, whichever comes first.
+void WindowDisplay::showCaption(const std::string& utf8) {
+    if (mCaption != nullptr) {
+        mCaption->setText(utf8, monotonicNs());
+    }
+}
+
 bool WindowDisplay::showDeinterlaced(const PictureView& picture) {
     const bool perField = mGuard.level() == static_cast<int>(Deinterlacing::PER_FIELD);
     mDeinterlacer.setRate(perField ? Deinterlacer::Rate::FIELD : Deinterlacer::Rate::FRAME);
@@ -267,13 +295,15 @@ bool WindowDisplay::showDeinterlaced(const PictureView& picture) {
     return true;
 }
 
-void WindowDisplay::showSecondField() {
+bool WindowDisplay::showSecondField() {
     const CostTimer timer(mCostMs);
     mSecondFieldDueNs = 0;
     PictureView result;
-    if (mDeinterlacer.pull(&result) == Deinterlacer::Result::SECOND_FIELD) {
-        present(result);
+    if (mDeinterlacer.pull(&result) != Deinterlacer::Result::SECOND_FIELD) {
+        return false;
     }
+    present(result);
+    return true;
 }
 
 void WindowDisplay::present(const PictureView& picture) {
@@ -332,12 +362,13 @@ WindowDisplay::Placement WindowDisplay::placement() const {
 void WindowDisplay::draw() {
     SDL_SetRenderDrawColor(mRenderer, 0, 0, 0, SDL_ALPHA_OPAQUE);
     SDL_RenderClear(mRenderer);
+    const Placement place = placement();
+    const SDL_Rect to{place.x, place.y, place.width, place.height};
     if (mTexture != nullptr) {
-        const Placement place = placement();
         const SDL_Rect from{mArea.insetX, mArea.insetY, mArea.cropWidth(), mArea.cropHeight()};
-        const SDL_Rect to{place.x, place.y, place.width, place.height};
         SDL_RenderCopy(mRenderer, mTexture, &from, &to);
     }
+    mCaption->draw(mRenderer, to);
     SDL_RenderPresent(mRenderer);
 }
 

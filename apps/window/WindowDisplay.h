@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 
+#include "CaptionOverlay.h"
 #include "Deinterlacer.h"
 #include "Display.h"
 #include "LoadGuard.h"
@@ -16,7 +17,8 @@ struct SDL_Window;
 namespace orvplay {
 
 // A window on the desktop, by SDL. Pictures keep their aspect ratio between black bars; q, Esc and
-// closing the window ask to quit, f switches full screen.
+// closing the window ask to quit, f switches full screen, # asks for the next sound and v for the
+// next captions. Captions lie over the picture as CaptionOverlay tells.
 //
 // Interlaced pictures are deinterlaced to one picture per field, as a television shows them. That
 // takes about a third of a core for 1080 lines without a graphics card, so the window watches
@@ -36,6 +38,7 @@ public:
 
     bool open() override;
     void show(const orvhost::AcquiredBuffer& picture) override;
+    void showCaption(const std::string& utf8) override;
     Request handleEvents() override;
     int waitMs() const override;
     int width() const override { return mWidth; }
@@ -55,10 +58,11 @@ private:
     bool drawsWithProcessor() const;
     void updateSize();
     void toggleFullScreen();
+    Request onKey(int key);
 
     // False when there is no result, and nothing was drawn.
     bool showDeinterlaced(const PictureView& picture);
-    void showSecondField();
+    bool showSecondField();
     void present(const PictureView& picture);
     bool provideTexture(const EvenCrop& area);
     void draw();
@@ -77,6 +81,9 @@ private:
 
     EvenCrop mArea;  // of the picture in the texture
     double mAspectRatio = 1.0;
+
+    std::unique_ptr<CaptionOverlay> mCaption;  // from open() on
+    bool mHashHeld = false;                    // a key that repeats asks once
 
     LoadGuard mGuard;
     Deinterlacer mDeinterlacer;

@@ -201,28 +201,104 @@ TEST_F(WindowDisplayTest, ShowsBothFieldsOfInterlacedPicturesOneAfterTheOther) {
     }
 }
 
-TEST_F(WindowDisplayTest, UserAsksToQuitAndAnInterruptIsNotTaken) {
+// Rows and columns of the screen where a picture of one grey is covered by something else.
+struct Covered {
+    int left = SCREEN_WIDTH;
+    int top = SCREEN_HEIGHT;
+    int right = -1;
+    int bottom = -1;
+    bool hasWhite = false;
+
+    explicit Covered(const Shot& shot, int grey) {
+        for (int y = 0; y < shot.height; ++y) {
+            for (int x = 0; x < shot.width; ++x) {
+                const int value = shot.at(x, y)[1];
+                if (std::abs(value - grey) > 4) {
+                    left = std::min(left, x);
+                    right = std::max(right, x);
+                    top = std::min(top, y);
+                    bottom = std::max(bottom, y);
+                    hasWhite |= value > 250;
+                }
+            }
+        }
+    }
+    bool nothing() const { return right < 0; }
+};
+
+// Text on its box at the bottom of the safe area, there until another comes, the last until it is
+// cleared, and scaled with the window.
+TEST_F(WindowDisplayTest, ACaptionLiesOverThePictureUntilItIsCleared) {
+    constexpr int GREY = 128;
+    TestPicture picture(1920, 1080);
+    picture.drawLuma([](int, int) { return 126; });  // 128 on the screen
+    mDisplay->showCaption("early");                  // before there is a picture
+    mDisplay->showCaption("");
+    mDisplay->show(picture.acquired());
+    ASSERT_TRUE(waitFor([](const Shot& shot) { return Covered(shot, GREY).nothing(); }));
+
+    mDisplay->showCaption("One row");
+    ASSERT_TRUE(waitFor([](const Shot& shot) { return Covered(shot, GREY).hasWhite; }));
+    const Covered one(mShot, GREY);
+    EXPECT_GE(one.left, SCREEN_WIDTH / 20);
+    EXPECT_NEAR(one.left + one.right, SCREEN_WIDTH, 8) << "not in the middle";
+    EXPECT_NEAR(one.bottom, SCREEN_HEIGHT * 19 / 20, 4);
+    EXPECT_GT(one.top, SCREEN_HEIGHT * 4 / 5);
+
+    mDisplay->showCaption("A first row\nand a longer second row\nand a third\n");
+    ASSERT_TRUE(waitFor([&](const Shot& shot) {
+        return Covered(shot, GREY).top < one.top - (one.bottom - one.top);
+    }));
+    const Covered three(mShot, GREY);
+    EXPECT_LT(three.left, one.left);
+    EXPECT_NEAR(three.bottom, one.bottom, 2);
+    mDisplay->show(picture.acquired());  // the next picture has it too
+    EXPECT_TRUE(waitFor([&](const Shot& shot) { return Covered(shot, GREY).top == three.top; }));
+
+    mDisplay->showCaption("");
+    EXPECT_TRUE(waitFor([](const Shot& shot) { return Covered(shot, GREY).nothing(); }));
+}
+
+TEST_F(WindowDisplayTest, TellsWhatTheUserAskedForAndTakesNoInterrupt) {
+    using Request = Display::Request;
     struct sigaction action {};
     sigaction(SIGINT, nullptr, &action);
     EXPECT_EQ(action.sa_handler, SIG_DFL);
 
-    const auto press = [this](SDL_Keycode key) {
+    const auto push = [](Uint32 type, SDL_Keycode key, const char* text) {
         SDL_Event event{};
-        event.type = SDL_KEYDOWN;
-        event.key.keysym.sym = key;
+        event.type = type;
+        if (type == SDL_TEXTINPUT) {
+            SDL_strlcpy(event.text.text, text, sizeof event.text.text);
+        } else {
+            event.key.keysym.sym = key;
+        }
         SDL_PushEvent(&event);
-        return mDisplay->handleEvents();
     };
-    EXPECT_EQ(mDisplay->handleEvents(), Display::Request::NONE);
-    EXPECT_EQ(press(SDLK_a), Display::Request::NONE);
-    EXPECT_EQ(press(SDLK_f), Display::Request::NONE);
-    EXPECT_EQ(press(SDLK_f), Display::Request::NONE);
-    EXPECT_EQ(press(SDLK_q), Display::Request::QUIT);
-    EXPECT_EQ(press(SDLK_ESCAPE), Display::Request::QUIT);
-    SDL_Event close{};
-    close.type = SDL_QUIT;
-    SDL_PushEvent(&close);
-    EXPECT_EQ(mDisplay->handleEvents(), Display::Request::QUIT);
+    EXPECT_EQ(mDisplay->handleEvents(), Request::NONE);
+    struct {
+        Uint32 type;
+        SDL_Keycode key;
+        const char* text;
+        Request request;
+    } const cases[] = {
+        {SDL_KEYDOWN, SDLK_a, "", Request::NONE}, {SDL_KEYDOWN, SDLK_f, "", Request::NONE},
+        {SDL_KEYDOWN, SDLK_f, "", Request::NONE}, {SDL_KEYDOWN, SDLK_v, "", Request::NEXT_CAPTIONS},
+        {SDL_TEXTINPUT, 0, "3", Request::NONE},   {SDL_TEXTINPUT, 0, "#", Request::NEXT_AUDIO},
+        {SDL_TEXTINPUT, 0, "#", Request::NONE},  // held down
+        {SDL_KEYUP, SDLK_3, "", Request::NONE},   {SDL_TEXTINPUT, 0, "#", Request::NEXT_AUDIO},
+        {SDL_KEYDOWN, SDLK_q, "", Request::QUIT}, {SDL_KEYDOWN, SDLK_ESCAPE, "", Request::QUIT},
+        {SDL_QUIT, 0, "", Request::QUIT},
+    };
+    for (const auto& test : cases) {
+        push(test.type, test.key, test.text);
+        EXPECT_EQ(mDisplay->handleEvents(), test.request) << test.type << " " << test.key;
+    }
+    // None is lost when two come at once.
+    push(SDL_KEYDOWN, SDLK_v, "");
+    push(SDL_KEYDOWN, SDLK_q, "");
+    EXPECT_EQ(mDisplay->handleEvents(), Request::NEXT_CAPTIONS);
+    EXPECT_EQ(mDisplay->handleEvents(), Request::QUIT);
 }
 
 // Where no window can be opened, one line says what to do instead.

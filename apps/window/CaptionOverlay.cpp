@@ -1,0 +1,71 @@
+#include "CaptionOverlay.h"
+
+#include <SDL.h>
+
+namespace orvplay {
+
+void CaptionOverlay::setText(const std::string& utf8, int64_t nowNs) {
+    mEndNs = nowNs + LONGEST_NS;
+    if (utf8 == mText) {
+        return;
+    }
+    mText = utf8;
+    mDrawn = false;
+    mChanged = true;
+}
+
+void CaptionOverlay::expire(int64_t nowNs) {
+    if (!mText.empty() && nowNs >= mEndNs) {
+        setText("", nowNs);
+    }
+}
+
+bool CaptionOverlay::takeChanged() {
+    const bool changed = mChanged;
+    mChanged = false;
+    return changed;
+}
+
+void CaptionOverlay::draw(SDL_Renderer* renderer, const SDL_Rect& picture) {
+    if (mText.empty()) {
+        releaseTexture();
+        return;
+    }
+    if (!mDrawn || picture.w != mPictureWidth || picture.h != mPictureHeight) {
+        provideTexture(renderer, picture.w, picture.h);
+    }
+    if (mTexture != nullptr) {
+        const SDL_Rect place{picture.x + mX, picture.y + mY, mWidth, mHeight};
+        SDL_RenderCopy(renderer, mTexture, nullptr, &place);
+    }
+}
+
+void CaptionOverlay::provideTexture(SDL_Renderer* renderer, int width, int height) {
+    releaseTexture();
+    mDrawn = true;
+    mPictureWidth = width;
+    mPictureHeight = height;
+    CaptionBitmap bitmap;
+    if (!mRasterizer.rasterize(mText, width, height, &bitmap)) {
+        return;
+    }
+    mX = bitmap.x;
+    mY = bitmap.y;
+    mWidth = bitmap.width;
+    mHeight = bitmap.height;
+    mTexture = SDL_CreateTexture(renderer, SDL_PIXELFORMAT_ARGB8888, SDL_TEXTUREACCESS_STATIC,
+                                 mWidth, mHeight);
+    if (mTexture != nullptr) {
+        SDL_SetTextureBlendMode(mTexture, SDL_BLENDMODE_BLEND);
+        SDL_UpdateTexture(mTexture, nullptr, bitmap.pixels.data(), mWidth * 4);
+    }
+}
+
+void CaptionOverlay::releaseTexture() {
+    if (mTexture != nullptr) {
+        SDL_DestroyTexture(mTexture);
+        mTexture = nullptr;
+    }
+}
+
+}  // namespace orvplay
