@@ -43,7 +43,8 @@ int PlayRun::run() {
         return EXIT_FAILED;  // the window said why
     }
     if (const int status = open(); status != 0) {
-        return fail(EXIT_PLAYBACK, whyNotOpened(status));
+        return fail(EXIT_PLAYBACK, "the player cannot set up these streams (code " +
+                                       std::to_string(status) + "); ORV_TRACE=info shows why");
     }
     if (const int status = start(); status != 0) {
         return fail(EXIT_PLAYBACK, "the player cannot start (code " + std::to_string(status) + ")");
@@ -53,16 +54,6 @@ int PlayRun::run() {
     }
     watch();
     return finish();
-}
-
-std::string PlayRun::whyNotOpened(int status) const {
-    if (mSelection.audioPid != 0 && mSelection.audioKind == orvhost::StreamKind::AudioMpeg) {
-        return "the sound, PID " + std::to_string(mSelection.audioPid) +
-               ", is MPEG audio, which cannot be played yet; play the picture alone with "
-               "--audio-pid 0";
-    }
-    return "the player cannot set up these streams (code " + std::to_string(status) +
-           "); ORV_TRACE=info shows why";
 }
 
 bool PlayRun::openOutputs() {

@@ -30,7 +30,6 @@ private:
     enum class Outcome { GO_ON, FINISHED, INTERRUPTED, FAILED };
 
     bool openOutputs();
-    std::string whyNotOpened(int status) const;
     int open();
     int start();
     void watch();

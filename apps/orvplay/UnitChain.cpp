@@ -5,10 +5,12 @@
 
 #include "decoder/AACMediaExtractor.h"
 #include "decoder/H264MediaExtractor.h"
+#include "decoder/MP3MediaExtractor.h"
 
 using OrvPlayer::AACMediaExtractor;
 using OrvPlayer::H264MediaExtractor;
 using OrvPlayer::MediaExtractor;
+using OrvPlayer::MP3MediaExtractor;
 using OrvPlayer::PESData;
 using OrvPlayer::RingBuffer;
 
@@ -41,6 +43,9 @@ UnitChain::UnitChain(OrvPlayer::TSReceiverPIDType role, Extraction extraction, S
             break;
         case Extraction::AAC_ADTS:
             mExtractor = new AACMediaExtractor(mPES, AACMediaExtractor::ADTS);
+            break;
+        case Extraction::MPEG_AUDIO:
+            mExtractor = new MP3MediaExtractor(mPES);
             break;
         case Extraction::NONE:
             break;

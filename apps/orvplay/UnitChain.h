@@ -33,7 +33,7 @@ public:
     // The bytes are readable until it returns. False: no more of it.
     using Sink = std::function<bool(const Unit&)>;
 
-    enum class Extraction { NONE, H264, AAC_LATM, AAC_ADTS };
+    enum class Extraction { NONE, H264, AAC_LATM, AAC_ADTS, MPEG_AUDIO };
 
     // What workOff() came to.
     enum class State { GOES_ON, SCRAMBLED, SINK_CLOSED };

@@ -12,8 +12,14 @@ namespace {
 constexpr int PASSES_PER_LOOK = 64;
 
 UnitChain::Extraction audioExtraction(orvhost::StreamKind kind) {
-    return kind == orvhost::StreamKind::AudioAdts ? UnitChain::Extraction::AAC_ADTS
-                                                  : UnitChain::Extraction::AAC_LATM;
+    switch (kind) {
+        case orvhost::StreamKind::AudioAdts:
+            return UnitChain::Extraction::AAC_ADTS;
+        case orvhost::StreamKind::AudioMpeg:
+            return UnitChain::Extraction::MPEG_AUDIO;
+        default:
+            return UnitChain::Extraction::AAC_LATM;
+    }
 }
 
 }  // namespace

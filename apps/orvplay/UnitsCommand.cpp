@@ -49,10 +49,6 @@ int chooseStreams(const UnitsOptions& options, StreamSelection* selection) {
         return fail(EXIT_NOT_FOUND, "no " + options.stream +
                                         " in the service; try: orvplay probe " + options.source);
     }
-    if (options.stage == "units" && selection->audioPid != 0 &&
-        selection->audioKind == orvhost::StreamKind::AudioMpeg) {
-        return fail(EXIT_PLAYBACK, "MPEG audio cannot be cut into units yet; try --stage pes");
-    }
     return EXIT_OK;
 }
 

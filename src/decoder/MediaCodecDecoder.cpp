@@ -3,6 +3,7 @@
 #include "common/Trace.h"
 #include "decoder/AACMediaExtractor.h"
 #include "decoder/H264MediaExtractor.h"
+#include "decoder/MP3MediaExtractor.h"
 #include "decoder/MediaCodecDecoderThreads.h"
 
 using android::sp;
@@ -21,6 +22,7 @@ constexpr StreamKind STREAM_KINDS[] = {
     {"video/avc", nullptr},
     {"audio/mp4a-latm", nullptr},
     {"audio/mp4a-latm", nullptr},
+    {"audio/mpeg", "OMX.QEL.mp3.dec"},
 };
 
 constexpr int STREAM_KIND_COUNT = sizeof STREAM_KINDS / sizeof STREAM_KINDS[0];
@@ -96,8 +98,11 @@ int MediaCodecDecoder::createExtractor(codingType_t type) {
         case AAC_LATM:
             mExtractor = new AACMediaExtractor(mInput, AACMediaExtractor::LOAS);
             break;
-        default:
+        case AAC_ADTS:
             mExtractor = new AACMediaExtractor(mInput, AACMediaExtractor::ADTS);
+            break;
+        case MPEG_AUDIO:
+            mExtractor = new MP3MediaExtractor(mInput);
             break;
     }
     return 0;

@@ -171,11 +171,20 @@ TEST_F(MediaCodecDecoderTest, AsksForACodecByItsType) {
         Decoder::codingType_t type;
         const char* mime;
         int32_t adts;
+        const char* component;
     };
-    for (const Case& wanted :
-         {Case{Decoder::H264, "video/avc", 0}, Case{Decoder::AAC_LATM, "audio/mp4a-latm", 0},
-          Case{Decoder::AAC_ADTS, "audio/mp4a-latm", 1}}) {
-        makeStarted(wanted.type);
+    for (const Case& wanted : {Case{Decoder::H264, "video/avc", 0, nullptr},
+                               Case{Decoder::AAC_LATM, "audio/mp4a-latm", 0, nullptr},
+                               Case{Decoder::AAC_ADTS, "audio/mp4a-latm", 1, nullptr},
+                               Case{Decoder::MPEG_AUDIO, "audio/mpeg", 0, "OMX.QEL.mp3.dec"}}) {
+        mDecoder = nullptr;
+        mCodec.takeEvents();
+        make(wanted.type);
+        const std::string made = wanted.component != nullptr
+                                     ? std::string("component ") + wanted.component
+                                     : std::string("create ") + wanted.mime;
+        EXPECT_EQ(mCodec.takeEvents().front(), made);
+        ASSERT_EQ(mDecoder->start(), 0);
         const sp<android::AMessage> format = mCodec.format();
         const auto value = [&format](const char* key) {
             int32_t number = 0;

@@ -40,10 +40,14 @@ size_t frameSize(AVCodecID codec, std::span<const uint8_t> at) {
     return isHeader ? (at[3] & 3u) << 11 | at[4] * 8u | at[5] >> 5u : 0;
 }
 
+bool isAac(AVCodecID codec) {
+    return codec == AV_CODEC_ID_AAC || codec == AV_CODEC_ID_AAC_LATM;
+}
+
 // The parsers of AAC give out, too, the start of a last frame and what stands between two frames:
 // that of LATM together with the frame behind it. The whole frame at the end; empty for none.
 std::span<const uint8_t> withoutJunk(AVCodecID codec, std::span<const uint8_t> unit) {
-    while (codec != AV_CODEC_ID_H264 && !unit.empty() && frameSize(codec, unit) != unit.size()) {
+    while (isAac(codec) && !unit.empty() && frameSize(codec, unit) != unit.size()) {
         unit = unit.subspan(1);
     }
     return unit;
@@ -110,6 +114,12 @@ std::vector<ParsedUnit> parseUnits(AVCodecID codec, const std::vector<PesPacket>
         }
     }
     parse(nullptr, 0, AV_NOPTS_VALUE, AV_NOPTS_VALUE);
+    // The parser of MPEG audio gives out the start of a last frame. Frames are of one size here,
+    // but for a slot of padding, at most four bytes.
+    if (codec != AV_CODEC_ID_H264 && !isAac(codec) && !units.empty() &&
+        units.back().bytes.size() + 4 < units.front().bytes.size()) {
+        units.pop_back();
+    }
     return units;
 }
 

@@ -25,6 +25,7 @@ const std::vector<Variant> VARIANTS = {
     {"small"},
     {"small-adts"},
     {"small-aligned"},
+    {"small-mpeg"},
     {"small-pcr-on-video"},
     {"small-hrd"},
     {"small", {"--no-audio"}},

@@ -7,6 +7,8 @@ namespace {
 
 // About 85 ms of AAC at 48 kHz.
 constexpr int kUnitsPerPes = 4;
+// A header of MPEG audio with its CRC is whole in one packet, as broadcasters send it.
+constexpr size_t kMpegHeaderBytes = 6;
 
 void append(std::vector<uint8_t>* to, const std::vector<uint8_t>& from, size_t begin, size_t end) {
     to->insert(to->end(), from.begin() + static_cast<ptrdiff_t>(begin),
@@ -72,8 +74,10 @@ bool AudioSource::next(PesUnit* unit) {
         const size_t size = current.bytes.size();
         const bool last = i == kUnitsPerPes - 1;
         if (last && mAhead && current.pts >= mPacking.alignedUntil90k && size >= 4) {
-            // The place of the cut varies, so that headers get cut as well as bodies.
-            const size_t cut = mPackets % 4 == 0 ? 1 + mPackets / 4 % 3 : size * (mPackets % 4) / 4;
+            // The place of the cut varies, so that headers of AAC get cut as well as bodies.
+            const size_t first = mPacking.format == AudioFormat::Mpeg ? kMpegHeaderBytes : 1;
+            const size_t cut =
+                mPackets % 4 == 0 ? first + mPackets / 4 % 3 : size * (mPackets % 4) / 4;
             append(&unit->payload, current.bytes, 0, cut);
             append(&mCarry.bytes, current.bytes, cut, size);
             mCarry.pts = current.pts;
