@@ -1,16 +1,14 @@
 #include "common/HandoffLock.h"
 
+#include <chrono>
 #include <ctime>
-#include <limits>
 
 namespace OrvPlayer {
 
 namespace {
 
-constexpr long NS_PER_MS = 1'000'000;
-constexpr long NS_PER_S = 1'000'000'000;
 // Waking a thread alone takes most of this.
-constexpr long SHORT_SLEEP_NS = 60'000;
+constexpr std::chrono::microseconds SHORT_SLEEP{60};
 
 }  // namespace
 
@@ -48,22 +46,18 @@ void HandoffCondition::broadcast() {
 }
 
 bool HandoffCondition::sleep(unsigned int timeoutMs) {
-    timespec begin;
-    clock_gettime(CLOCK_MONOTONIC, &begin);
-    timespec deadline = begin;
-    deadline.tv_nsec += static_cast<long>(timeoutMs % 1000) * NS_PER_MS;
-    time_t seconds = static_cast<time_t>(timeoutMs / 1000);
-    if (deadline.tv_nsec >= NS_PER_S) {
-        deadline.tv_nsec -= NS_PER_S;
-        ++seconds;
-    }
-    constexpr time_t LATEST = std::numeric_limits<time_t>::max();
-    deadline.tv_sec = deadline.tv_sec > LATEST - seconds ? LATEST : deadline.tv_sec + seconds;
+    using std::chrono::milliseconds;
+    using std::chrono::nanoseconds;
+    using std::chrono::seconds;
+    using std::chrono::steady_clock;
+
+    const auto begin = steady_clock::now();  // CLOCK_MONOTONIC, as the condition's
+    const nanoseconds end = begin.time_since_epoch() + milliseconds(timeoutMs);
+    timespec deadline;
+    deadline.tv_sec = static_cast<time_t>(end / seconds(1));
+    deadline.tv_nsec = static_cast<long>((end % seconds(1)).count());
     pthread_cond_timedwait(&mCondition, &mMutex, &deadline);
-    timespec end;
-    clock_gettime(CLOCK_MONOTONIC, &end);
-    return end.tv_sec - begin.tv_sec <= 1 &&
-           (end.tv_sec - begin.tv_sec) * NS_PER_S + end.tv_nsec - begin.tv_nsec < SHORT_SLEEP_NS;
+    return steady_clock::now() - begin < SHORT_SLEEP;
 }
 
 }  // namespace OrvPlayer
