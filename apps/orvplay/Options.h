@@ -12,6 +12,7 @@ struct StreamOptions {
     std::string service;  // name or number; empty: the first one
     std::optional<uint16_t> videoPid;
     std::optional<uint16_t> audioPid;
+    std::optional<uint16_t> captionPid;
     std::optional<uint16_t> pcrPid;
 };
 

@@ -28,8 +28,8 @@ namespace {
 constexpr int TABLES_TIMEOUT_MS = 5000;
 constexpr auto LOOK_PERIOD = std::chrono::milliseconds(20);
 
-const char* kindName(StreamKind kind) {
-    switch (kind) {
+const char* kindName(const ElementaryStream& stream) {
+    switch (stream.kind) {
         case StreamKind::Video:
             return "video";
         case StreamKind::AudioLatm:
@@ -39,7 +39,7 @@ const char* kindName(StreamKind kind) {
         case StreamKind::AudioMpeg:
             return "MPEG audio";
         case StreamKind::Caption:
-            return "captions or private data";
+            return isCaptions(stream) ? "captions" : "private data";
         default:
             return "other";
     }
@@ -82,7 +82,7 @@ std::string playLine(const ProbeOptions& options, const Service& service) {
 nlohmann::ordered_json toJson(const ElementaryStream& stream, const PidMap& pids) {
     nlohmann::ordered_json line = {{"pid", stream.pid},
                                    {"streamType", stream.streamType},
-                                   {"kind", kindName(stream.kind)},
+                                   {"kind", kindName(stream)},
                                    {"language", stream.language}};
     if (const auto found = pids.find(stream.pid); found != pids.end()) {
         line["packets"] = found->second.packets;
@@ -147,7 +147,7 @@ void printText(const ProbeOptions& options, const orvhost::ServiceList& list,
             const auto found = pids.find(stream.pid);
             const PidStatistics seen = found != pids.end() ? found->second : PidStatistics();
             printf("  PID %5u  type 0x%02x  %-24s %-3s  %llu packets, %llu continuity errors%s\n",
-                   stream.pid, stream.streamType, kindName(stream.kind), stream.language.c_str(),
+                   stream.pid, stream.streamType, kindName(stream), stream.language.c_str(),
                    static_cast<unsigned long long>(seen.packets),
                    static_cast<unsigned long long>(seen.continuityErrors),
                    seen.scrambled > 0 ? ", scrambled" : "");

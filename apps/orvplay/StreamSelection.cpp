@@ -21,6 +21,12 @@ bool hasVideo(const Service& service) {
                        [](const ElementaryStream& s) { return s.kind == StreamKind::Video; });
 }
 
+uint16_t captionPidOf(const Service& service) {
+    const auto found = std::find_if(service.streams.begin(), service.streams.end(),
+                                    [](const ElementaryStream& s) { return isCaptions(s); });
+    return found != service.streams.end() ? found->pid : uint16_t{0};
+}
+
 bool holds(const Service& service, uint16_t pid) {
     return service.pcrPid == pid ||
            std::any_of(service.streams.begin(), service.streams.end(),
@@ -41,7 +47,8 @@ const Service* pickService(const std::vector<Service>& services, const StreamOpt
     if (!options.service.empty()) {
         return serviceNamed(services, options.service);
     }
-    for (const auto& pid : {options.videoPid, options.audioPid, options.pcrPid}) {
+    for (const auto& pid :
+         {options.videoPid, options.audioPid, options.captionPid, options.pcrPid}) {
         for (const Service& service : services) {
             if (pid.has_value() && *pid != 0 && holds(service, *pid)) {
                 return &service;
@@ -80,6 +87,7 @@ std::map<std::string, std::string> StreamSelection::configuration() const {
             {"pcrPid", std::to_string(pcrPid)},
             {"videoPid", std::to_string(videoPid)},
             {"audioPid", std::to_string(audioPid)},
+            {"subtitlePid", std::to_string(captionPid)},
             {"IsLATMAudio", audioKind == StreamKind::AudioLatm ? "1" : "0"},
             {"isMPEG2Audio", audioKind == StreamKind::AudioMpeg ? "1" : "0"}};
 }
@@ -93,7 +101,8 @@ bool selectStreams(const std::vector<Service>& services, const StreamOptions& op
         return false;
     }
     if (service != nullptr) {
-        for (const auto& pid : {options.videoPid, options.audioPid, options.pcrPid}) {
+        for (const auto& pid :
+             {options.videoPid, options.audioPid, options.captionPid, options.pcrPid}) {
             if (pid.has_value() && *pid != 0 && *pid != PID_NONE && !holds(*service, *pid)) {
                 *error = "no PID " + std::to_string(*pid) + " in service " + describe(*service) +
                          " of " + options.source + "; its streams: " + pidsOf(*service);
@@ -103,6 +112,7 @@ bool selectStreams(const std::vector<Service>& services, const StreamOptions& op
         selection->serviceId = service->serviceId;
         selection->serviceName = service->name;
         selection->pcrPid = service->pcrPid == PID_NONE ? 0 : service->pcrPid;
+        selection->captionPid = captionPidOf(*service);
         for (const ElementaryStream& stream : service->streams) {
             if (stream.kind == StreamKind::Video && selection->videoPid == 0) {
                 selection->videoPid = stream.pid;
@@ -114,6 +124,7 @@ bool selectStreams(const std::vector<Service>& services, const StreamOptions& op
     }
     selection->videoPid = options.videoPid.value_or(selection->videoPid);
     selection->audioPid = options.audioPid.value_or(selection->audioPid);
+    selection->captionPid = options.captionPid.value_or(selection->captionPid);
     selection->pcrPid = options.pcrPid.value_or(selection->pcrPid);
     if (service != nullptr) {
         for (const ElementaryStream& stream : service->streams) {

@@ -17,6 +17,7 @@ struct StreamSelection {
     uint16_t pcrPid = 0;
     uint16_t videoPid = 0;
     uint16_t audioPid = 0;
+    uint16_t captionPid = 0;
     orvhost::StreamKind audioKind = orvhost::StreamKind::AudioLatm;
 
     // The keys and values that the player's controller is configured with.
@@ -24,8 +25,8 @@ struct StreamSelection {
 };
 
 // Picks the service and its streams, by the user's wishes: the first service with a picture, its
-// first picture and its first sound, unless told otherwise. False, and one line in *error that
-// says what there is, when something that was named is not in the tables.
+// first picture, its first sound and its first captions, unless told otherwise. False, and one line
+// in *error that says what there is, when something that was named is not in the tables.
 bool selectStreams(const std::vector<orvhost::Service>& services, const StreamOptions& options,
                    StreamSelection* selection, std::string* error);
 

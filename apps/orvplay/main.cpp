@@ -33,6 +33,7 @@ void addPlay(CLI::App& app, PlayOptions& options) {
     play->add_option("SOURCE", options.source, "A transport stream file, or - for standard input")
         ->required();
     addStreams(play, options);
+    addPid(play, "--caption-pid", options.captionPid, "captions");
     addPid(play, "--pcr-pid", options.pcrPid, "clock");
     play->add_flag("--headless", options.headless,
                    "Open no window (the default without a display)");

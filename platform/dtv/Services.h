@@ -35,6 +35,12 @@ struct ElementaryStream {
     std::vector<Descriptor> descriptors;
 };
 
+// Whether a stream is captions: private PES whose component tag is one of captions (0x30 to 0x37,
+// or 0x87 in partial reception; ARIB TR-B14), or, with another tag or none, whose data component
+// descriptor names the caption coding (0x0008 or 0x0012; ARIB STD-B10). Superimposed text (tags
+// 0x38 to 0x3F and 0x88) is not.
+bool isCaptions(const ElementaryStream& stream);
+
 // One programme: a PMT with what the SDT says about it.
 struct Service {
     uint16_t serviceId = 0;

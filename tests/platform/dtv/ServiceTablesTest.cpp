@@ -73,6 +73,38 @@ TEST(ServiceTablesTest, CollectsProgrammesStreamsAndNames) {
     EXPECT_EQ(tv.streams[3].descriptors[1].data, (std::vector<uint8_t>{0x00, 0x08, 0x3D}));
 }
 
+// Captions are told from superimposed text and other private data.
+TEST(ServiceTablesTest, NamesCaptionStreams) {
+    const Bytes captionCoding = descriptor(0xFD, {0x00, 0x08, 0x3D});
+    const struct {
+        uint8_t streamType;
+        Bytes descriptors;
+        bool captions;
+    } cases[] = {
+        {0x06, descriptor(0x52, {0x30}) + captionCoding, true},
+        {0x06, descriptor(0x52, {0x37}), true},
+        {0x06, descriptor(0x52, {0x87}), true},
+        {0x06, captionCoding, true},
+        {0x06, descriptor(0x52, {0x12}) + descriptor(0xFD, {0x00, 0x12}), true},
+        {0x06, descriptor(0x52, {0x38}) + captionCoding, false},
+        {0x06, descriptor(0x52, {0x88}) + captionCoding, false},
+        {0x06, descriptor(0x52, {0x40}), false},
+        {0x06, descriptor(0xFD, {0x00, 0x0D}), false},
+        {0x06, descriptor(0xFD, {0x08}), false},
+        {0x06, {}, false},
+        {0x0D, captionCoding, false},
+    };
+    for (size_t i = 0; i < std::size(cases); ++i) {
+        TsBuilder builder;
+        builder.section(0, pat({{1, 0x100}}));
+        builder.section(0x100, pmt(1, 0x111, {{cases[i].streamType, 0x111, cases[i].descriptors}}));
+        ServiceTables tables;
+        push(tables, builder.build());
+        ASSERT_EQ(tables.services().size(), 1u) << i;
+        EXPECT_EQ(isCaptions(tables.services()[0].streams[0]), cases[i].captions) << i;
+    }
+}
+
 TEST(ServiceTablesTest, NewVersionsReplaceOldOnes) {
     ServiceTables tables;
     TsBuilder builder;
