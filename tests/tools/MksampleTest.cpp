@@ -57,6 +57,8 @@ TEST(MksampleTest, WrongUseIsOneClearLine) {
         {"--out - --start-pts 8589934592", 2, "--start-pts"},
         {"--out - --duration 3 --cut-at 4", 2, "--cut-at"},
         {"--out - --pcr-on-video --no-pcr-pid", 2, "exclude"},
+        {"--out - --no-captions --captions-list x", 2, "exclude"},
+        {"--small --captions-list /nowhere/x --out /dev/null", 1, "cannot write"},
         {"--small --out /dev/full", 1, "cannot write"},
         {"--small --mux-rate 500k --out /dev/null", 1, "too late"},
     };

@@ -34,6 +34,8 @@ enum Id : int {
     kSilentAudio,
     kWrongFraming,
     kLatmConfigEvery,
+    kNoCaptions,
+    kCaptionsList,
     kMuxRate,
     kPcrOnVideo,
     kNoPcr,
@@ -60,6 +62,8 @@ const option kLongOptions[] = {
     {"silent-audio", no_argument, nullptr, kSilentAudio},
     {"wrong-framing", no_argument, nullptr, kWrongFraming},
     {"latm-config-every", required_argument, nullptr, kLatmConfigEvery},
+    {"no-captions", no_argument, nullptr, kNoCaptions},
+    {"captions-list", required_argument, nullptr, kCaptionsList},
     {"mux-rate", required_argument, nullptr, kMuxRate},
     {"pcr-on-video", no_argument, nullptr, kPcrOnVideo},
     {"no-pcr-pid", no_argument, nullptr, kNoPcr},
@@ -243,6 +247,12 @@ void applyStreamOption(int id, const char* value, Options* options) {
         case kOut:
             options->out = value;
             break;
+        case kNoCaptions:
+            options->captions = false;
+            break;
+        case kCaptionsList:
+            options->captionsList = value;
+            break;
         case kMuxRate:
             options->muxRate = parseNumber("mux-rate", value, 300'000, 100'000'000);
             break;
@@ -273,6 +283,9 @@ void applyStreamOption(int id, const char* value, Options* options) {
 void checkTogether(const Options& options) {
     if (options.out.empty()) {
         refuse("no output: name a file with --out FILE, or --out - for standard output");
+    }
+    if (!options.captions && !options.captionsList.empty()) {
+        refuse("--captions-list and --no-captions exclude each other");
     }
     const int heightUnit = options.progressive ? 2 : 4;
     if (options.width < orvtest::kMinWidth || options.height < orvtest::kMinHeight ||
@@ -355,6 +368,10 @@ Sound of the main service
   --latm-config-every N  StreamMuxConfig in every Nth LOAS frame (1)
   --wrong-framing        the table declares ADTS for LATM, or LATM for ADTS
   --silent-audio         no beeps and no background sound
+
+Captions of the main service
+  --no-captions          leave them out
+  --captions-list FILE   write there what each shows: {"pts":...,"text":"..."}, one a line
 
 Multiplex
   --mux-rate N           bit/s, filled up with null packets (17M)

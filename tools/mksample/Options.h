@@ -51,6 +51,9 @@ struct Options {
     bool wrongFraming = false;
     int latmConfigEvery = 1;
 
+    bool captions = true;
+    std::string captionsList;  // what they show, one JSON object a line; empty: not written
+
     int64_t muxRate = 17'000'000;
     bool pcrOnVideo = false;
     bool noPcr = false;

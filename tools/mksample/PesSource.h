@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "mksample/AudioEncoder.h"
@@ -23,6 +24,7 @@ struct PesUnit {
     // When the last byte must have arrived at the latest: the first decoding time in the payload.
     int64_t due = 0;
     bool randomAccess = false;
+    std::string caption;  // what it shows, in UTF-8; empty for all that is no caption
 };
 
 class PesSource {

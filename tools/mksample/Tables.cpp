@@ -39,6 +39,10 @@ constexpr uint8_t kTableSdtActual = 0x42;
 constexpr uint8_t kServiceTypeTv = 1;
 constexpr uint8_t kRunning = 4;
 constexpr uint8_t kStreamTypeH264 = 0x1B;
+constexpr uint8_t kStreamTypePrivatePes = 0x06;
+
+constexpr uint16_t kCaptionCoding = 0x0008;  // data_component_id, ARIB STD-B10 annex J
+constexpr uint8_t kSynchronousCaptions = 0x3D;
 
 constexpr uint8_t kDescriptorLanguage = 0x0A;
 constexpr uint8_t kDescriptorNetworkName = 0x40;
@@ -46,6 +50,7 @@ constexpr uint8_t kDescriptorServiceList = 0x41;
 constexpr uint8_t kDescriptorService = 0x48;
 constexpr uint8_t kDescriptorStreamIdentifier = 0x52;
 constexpr uint8_t kDescriptorTsInformation = 0xCD;
+constexpr uint8_t kDescriptorDataComponent = 0xFD;
 constexpr uint8_t kDescriptorPartialReception = 0xFB;
 
 struct DvbPsiDeleter {
@@ -113,6 +118,16 @@ Table buildPmt(dvbpsi_t* handle, const ServiceInfo& service) {
                                  audioTag.data.data());
     Bytes language = Bytes().text(kLanguage).u8(0);
     dvbpsi_pmt_es_descriptor_add(audio, kDescriptorLanguage, language.size(), language.data.data());
+    if (service.captionPid != 0) {
+        dvbpsi_pmt_es_t* captions =
+            dvbpsi_pmt_es_add(pmt.get(), kStreamTypePrivatePes, service.captionPid);
+        Bytes tag = Bytes().u8(service.captionComponentTag);
+        dvbpsi_pmt_es_descriptor_add(captions, kDescriptorStreamIdentifier, tag.size(),
+                                     tag.data.data());
+        Bytes component = Bytes().u16(kCaptionCoding).u8(kSynchronousCaptions);
+        dvbpsi_pmt_es_descriptor_add(captions, kDescriptorDataComponent, component.size(),
+                                     component.data.data());
+    }
     return {service.pmtPid, kPatPeriodMs,
             takeSections(dvbpsi_pmt_sections_generate(handle, pmt.get()))};
 }

@@ -19,9 +19,11 @@ struct ServiceInfo {
     uint16_t pcrPid = kNoPcrPid;
     uint16_t videoPid = 0;
     uint16_t audioPid = 0;
+    uint16_t captionPid = 0;  // 0: none
     uint8_t audioStreamType = 0;
     uint8_t videoComponentTag = 0;
     uint8_t audioComponentTag = 0;
+    uint8_t captionComponentTag = 0;
 };
 
 struct Table {

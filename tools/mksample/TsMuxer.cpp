@@ -143,6 +143,9 @@ void TsMuxer::sendStream(Stream& stream, int64_t now27M, bool withPcr) {
     mSink.write(packet);
     stream.earliest27M = now27M + stream.packetGap27M;
     if (stream.sent == unit.payload.size()) {
+        if (!unit.caption.empty()) {
+            mSink.captionWritten(stamp90k(unit.pts), unit.caption);
+        }
         fetch(stream);
     }
 }

@@ -17,6 +17,7 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "mksample/PesSource.h"
@@ -30,6 +31,8 @@ class PacketSink {
 public:
     virtual ~PacketSink() = default;
     virtual void write(const TsPacket& packet) = 0;
+    // The last packet of a caption was written. The PTS is as in its header.
+    virtual void captionWritten(uint64_t /*pts90k*/, const std::string& /*text*/) {}
 };
 
 struct MuxSettings {

@@ -1,20 +1,21 @@
 // mksample: makes the sample broadcast. See --help.
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cmath>
 #include <csignal>
 #include <cstdio>
-#include <cstring>
 #include <exception>
 #include <memory>
+#include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "mksample/CaptionSource.h"
 #include "mksample/Options.h"
+#include "mksample/OutputFile.h"
 #include "mksample/PesSource.h"
 #include "mksample/Tables.h"
 #include "mksample/TsMuxer.h"
@@ -24,6 +25,7 @@ namespace {
 
 constexpr uint8_t kVideoStreamId = 0xE0;
 constexpr uint8_t kAudioStreamId = 0xC0;
+constexpr uint8_t kCaptionStreamId = 0xBD;  // private_stream_1
 
 // Access units start to arrive this long before they are decoded; with reordering their
 // presentation is a frame or more later still, about 0.7 s after arrival.
@@ -34,6 +36,7 @@ constexpr int64_t kAudioLead90k = 63000;
 // (ISO/IEC 13818-1, clause 2.4.2.3), 1.2 times the level's bit rate for the small video.
 constexpr int64_t kAudioPeakRate = 2'000'000;
 constexpr int64_t kSmallVideoPeakRate = 900'000;
+constexpr int64_t kCaptionPeakRate = 500'000;
 
 // A receiver told the wrong framing finds out from payloads that begin with a frame; those of the
 // first seconds do.
@@ -43,54 +46,32 @@ constexpr uint8_t kStreamTypeMpegAudio = 0x03;
 constexpr uint8_t kStreamTypeAdts = 0x0F;
 constexpr uint8_t kStreamTypeLatm = 0x11;
 
-// Writes to a file or standard output; a file that was not finished is removed again.
-class OutputFile : public PacketSink {
+// Where the stream goes and, when asked for, the list of its captions.
+class SampleFiles : public PacketSink {
 public:
-    explicit OutputFile(const std::string& path) : mPath(path) {
-        mFile = path == "-" ? stdout : std::fopen(path.c_str(), "wbe");
-        if (mFile == nullptr) {
-            throw Failure("cannot write " + path + ": " + std::strerror(errno));
-        }
-        struct stat status {};
-        mRemovable = path != "-" && fstat(fileno(mFile), &status) == 0 && S_ISREG(status.st_mode);
-    }
-    OutputFile(const OutputFile&) = delete;  // owns the stream
-    OutputFile& operator=(const OutputFile&) = delete;
-    ~OutputFile() override {
-        if (mFile != nullptr && mFile != stdout) {
-            std::fclose(mFile);
-        }
-        if (!mFinished && mRemovable) {
-            std::remove(mPath.c_str());
+    explicit SampleFiles(const Options& options) : mStream(options.out) {
+        if (!options.captionsList.empty()) {
+            mList.emplace(options.captionsList);
         }
     }
-
-    void write(const TsPacket& packet) override {
-        if (std::fwrite(packet.data(), packet.size(), 1, mFile) != 1) {
-            fail();
+    void write(const TsPacket& packet) override { mStream.write(packet.data(), packet.size()); }
+    void captionWritten(uint64_t pts90k, const std::string& text) override {
+        if (mList) {
+            const nlohmann::ordered_json line = {{"pts", pts90k}, {"text", text}};
+            const std::string bytes = line.dump() + "\n";
+            mList->write(bytes.data(), bytes.size());
         }
     }
-
-    // Throws when not all could be written.
     void finish() {
-        FILE* file = mFile;
-        mFile = nullptr;
-        if ((file == stdout ? std::fflush(file) : std::fclose(file)) != 0) {
-            fail();
+        mStream.finish();
+        if (mList) {
+            mList->finish();
         }
-        mFinished = true;
     }
 
 private:
-    [[noreturn]] void fail() const {
-        const std::string name = mPath == "-" ? "standard output" : mPath;
-        throw Failure("cannot write " + name + ": " + std::strerror(errno));
-    }
-
-    const std::string mPath;
-    FILE* mFile = nullptr;
-    bool mRemovable = false;
-    bool mFinished = false;
+    OutputFile mStream;
+    std::optional<OutputFile> mList;
 };
 
 // One service with its encoders.
@@ -98,6 +79,7 @@ struct Service {
     ServiceInfo info;
     std::unique_ptr<PesSource> video;
     std::unique_ptr<PesSource> audio;
+    std::unique_ptr<PesSource> captions;
     int64_t videoPeakRate = 0;
 };
 
@@ -167,6 +149,12 @@ Service mainService(const Options& options) {
                               : options.wrongFraming ? kWrongFramingAligned90k
                                                      : INT64_MIN;
     service.audio = std::make_unique<AudioSource>(audio, packing);
+
+    if (options.captions) {
+        info.captionPid = 0x0130;
+        info.captionComponentTag = 0x30;
+        service.captions = std::make_unique<CaptionSource>(options.durationS);
+    }
     return service;
 }
 
@@ -203,7 +191,7 @@ Service smallService(const Options& options) {
 }
 
 void makeSample(const Options& options) {
-    OutputFile out(options.out);
+    SampleFiles out(options);
     std::vector<Service> services;
     services.push_back(mainService(options));
     if (options.smallService) {
@@ -218,6 +206,10 @@ void makeSample(const Options& options) {
                         service.videoPeakRate);
         muxer.addStream(info.audioPid, kAudioStreamId, *service.audio, kAudioLead90k,
                         kAudioPeakRate);
+        if (service.captions != nullptr) {
+            muxer.addStream(info.captionPid, kCaptionStreamId, *service.captions,
+                            CaptionSource::LEAD_90K, kCaptionPeakRate);
+        }
         if (info.pcrPid != kNoPcrPid) {
             muxer.addPcrPid(info.pcrPid);
         }
