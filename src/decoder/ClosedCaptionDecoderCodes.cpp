@@ -89,7 +89,7 @@ void ClosedCaptionDecoder::placeCharacter(unsigned char byte) {
     mSpecialCharset = false;
     const uint32_t codePoint = UTF32::getUTF32Char(charset, static_cast<char>(byte));
     // Deliberate: a NUL on the first row takes the row back. See
-    // ClosedCaptionDecoderTest.InterpretsBytes.
+    // InterpretationTest.PlacesCharacters.
     if (codePoint == 0 && mRow == 0) {
         mRow = NOT_PLACED;
     } else {
@@ -201,7 +201,7 @@ void ClosedCaptionDecoder::handleCommands(unsigned char byte) {
 }
 
 // Deliberate: whatever the row, the characters go to the next row; whatever the column, the cursor
-// moves one column on. See ClosedCaptionDecoderTest.InterpretsBytes.
+// moves one column on. See InterpretationTest.TakesCodesAndTheirParametersOutOfTheText.
 void ClosedCaptionDecoder::handleAPS(unsigned char byte) {
     Parameters& aps = mParameters[APS];
     if (mParamsExpected == 2) {
@@ -228,7 +228,8 @@ void ClosedCaptionDecoder::collectCSI(unsigned char byte) {
 }
 
 // Deliberate: text behind a sequence was collected with it, up to the next control code, and is
-// lost; its last character stands as the final byte. See ClosedCaptionDecoderTest.InterpretsBytes.
+// lost; its last character stands as the final byte. See
+// InterpretationTest.TakesControlSequencesOutOfTheText.
 void ClosedCaptionDecoder::identifyCSICommand() {
     const uint32_t length = mCSILength;
     mCSILength = 0;
