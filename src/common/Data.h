@@ -101,6 +101,18 @@ public:
     bool fromString(char* text) override;
     // With a graphic buffer: a copy of its bytes, freed by the caller with array delete.
     void getRaw(unsigned char** data, unsigned int* size) override;
+
+    // Converts a 4:2:0 picture to width * height words 0xAA332211: 11 is the channel that Cb
+    // drives (blue), 22 green, 33 that of Cr (red), AA 255. Luma rows are `stride` bytes apart and
+    // chroma follows the last of them:
+    //
+    //   0x105, 0x121   pairs Cb Cr, rows of `stride` rounded up to 16 bytes
+    //   "YV12"         all of Cr, then all of Cb, rows of `stride` / 2 rounded up to 16 bytes
+    //
+    // No level is stretched: a luma of 16 stays 16. 0; 1, and nothing is written, for any other
+    // format and for an odd width or height. `dst` must not overlap `src`.
+    static int convertFrameFromYvuToRgba(unsigned char* src, int* dst, unsigned int width,
+                                         unsigned int height, int colorFormat, unsigned int stride);
 };
 
 // Caption text, as the caption decoder built it.
