@@ -40,6 +40,10 @@ void BufferQueue::Consumer::abandon() {
     mCore->abandon();
 }
 
+android::IGraphicBufferProducer::QueueBufferInput BufferQueue::Consumer::lastRead() const {
+    return mCore->lastRead();
+}
+
 BufferQueue::Counters BufferQueue::Consumer::counters() const {
     return mCore->counters();
 }

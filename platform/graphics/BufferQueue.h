@@ -70,6 +70,10 @@ public:
         // pictures are dropped. Destroying the consumer does the same.
         void abandon();
 
+        // What went with the picture that the producer read last, or is reading; nothing before
+        // the first. So whoever made a still can be asked which picture it is.
+        android::IGraphicBufferProducer::QueueBufferInput lastRead() const;
+
         Counters counters() const;
 
     protected:

@@ -166,6 +166,7 @@ status_t BufferQueueCore::dequeueForReading(Lock& lock, int* slot) {
         return status;
     }
     mSlots[mLatest].lent = true;
+    mLastRead = mSlots[mLatest].input;
     *slot = mLatest;
     return mSlots[mLatest].requested ? 0 : BUFFER_NEEDS_REALLOCATION;
 }
@@ -359,6 +360,11 @@ void BufferQueueCore::abandon() {
         takeBack(i);
     }
     mPictureQueued.notify_all();
+}
+
+android::IGraphicBufferProducer::QueueBufferInput BufferQueueCore::lastRead() const {
+    Lock lock(mLock);
+    return mLastRead;
 }
 
 BufferQueue::Counters BufferQueueCore::counters() const {

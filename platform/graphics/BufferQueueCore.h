@@ -33,6 +33,7 @@ public:
     void setFrameAvailableListener(std::function<void()> listener);
     void setDisplaySize(int width, int height);
     void abandon();
+    QueueBufferInput lastRead() const;
     BufferQueue::Counters counters() const;
 
 protected:
@@ -73,6 +74,7 @@ private:
     Slot mSlots[BUFFER_SLOTS];
     int mLatest = -1;  // slot of the picture queued last; not written to while it is that
     uint64_t mLastFrameNumber = 0;
+    QueueBufferInput mLastRead;
     uint32_t mWidth = 0;  // what the producer asked for last
     uint32_t mHeight = 0;
     int mConnectedApi = 0;  // 0: no producer

@@ -2,6 +2,7 @@
 
 #include "common/Trace.h"
 #include "decoder/AACMediaExtractor.h"
+#include "decoder/CaptureThread.h"
 #include "decoder/H264MediaExtractor.h"
 #include "decoder/MP3MediaExtractor.h"
 #include "decoder/MediaCodecDecoderThreads.h"
@@ -35,6 +36,7 @@ MediaCodecDecoder::~MediaCodecDecoder() {
     if (mState == STARTED) {
         MediaCodecDecoder::stop();
     }
+    joinCapture();
     {
         std::lock_guard<std::mutex> guard(mLock);
         mState = CREATED;  // a restart that comes now finds nothing to do
@@ -304,10 +306,6 @@ bool MediaCodecDecoder::renderFrame(bool render, VideoFrameData& frame) {
         mCodec->releaseOutputBuffer(frame.mBufferIndex);
     }
     return true;
-}
-
-bool MediaCodecDecoder::captureFrame(VideoFrameData&, CaptureFrameListener*) {
-    return false;
 }
 
 void MediaCodecDecoder::restartDecoder(int errorCode) {

@@ -55,7 +55,12 @@ public:
 
     // VideoFrameData::VideoListener. The frame's record may be a copy.
     bool renderFrame(bool render, VideoFrameData& frame) override;
-    // Stills are not taken by this decoder: false, and the frame stays with the caller.
+    // Copies the picture that the surface shows, which is the one before this frame, and converts
+    // it on "CaptureThread", which calls the listener: words of blue, green, red and alpha. One at
+    // a time: false while one runs. False as well without a surface, before its first picture, and
+    // for a picture of another size than the frame's, of odd size or narrower than 16 pixels.
+    // Waits for a reader of the surface a few milliseconds at most. The listener must outlive the
+    // decoder, and may keep CaptureThread as long as it likes.
     bool captureFrame(VideoFrameData& frame, CaptureFrameListener* listener) override;
 
     // Rebuilds the codec on a thread of its own and does not wait for it: the rebuilding joins the
@@ -72,6 +77,7 @@ private:
     enum State { CREATED = 0, CONFIGURED = 1, STARTED = 2 };
     static constexpr uint32_t NO_INDEX = 0xFFFFFFFF;
 
+    class CaptureThread;
     class InputThread;
     class OutputThread;
     class RestartThread;
@@ -107,6 +113,8 @@ private:
     void queueUnit(const InputThread& thread, size_t index, size_t size, int64_t pts,
                    uint32_t codecFlags);
     void reportResolution();
+
+    void joinCapture();  // the end of the last still
 
     // Output thread.
     void takeOutput();
@@ -144,6 +152,9 @@ private:
     std::mutex mWindowLock;  // a leaf for the two below, which the output thread reads
     android::sp<android::Surface> m_pSurface;
     android_native_rect_t mOrgNativeWindowCropRect{-1, -1, -1, -1};
+
+    std::mutex mCaptureLock;  // never held while the listener runs, but in joinCapture()
+    android::sp<CaptureThread> mCaptureThread;
 
     std::mutex mRestartLock;  // a leaf for the two below
     android::sp<RestartThread> mRestartThread;

@@ -140,6 +140,7 @@ TEST_F(BufferQueueTest, LendsThePicturePresentedLast) {
     for (int number = 100; number < 100 + others; ++number) {
         EXPECT_EQ(takeAndRelease(), number);
     }
+    EXPECT_EQ(mConsumer->lastRead().timestamp, last);
     EXPECT_EQ(*static_cast<uint8_t*>(planes.y), last);
     EXPECT_TRUE(shows(GraphicBuffer::from(borrowed).get(), last));
 
