@@ -181,6 +181,27 @@ TEST(AudioCodecTest, FindsTheChannelsInsideTheUnits) {
     EXPECT_NEAR(effectiveValue(driver.outputs, 2, 1), 0.354, 0.03);
 }
 
+// Layer III at the lower rates may come two frames a unit, the second without a time of its own.
+TEST(AudioCodecTest, TakesTwoFramesInAUnit) {
+    const Stream single = encodeAudio({.encoder = "libmp3lame", .sampleRate = 24000});
+    Stream pairs;
+    for (size_t i = 0; i + 1 < single.units.size(); i += 2) {
+        pairs.units.push_back(single.units[i]);
+        std::vector<uint8_t>& bytes = pairs.units.back().bytes;
+        const std::vector<uint8_t>& second = single.units[i + 1].bytes;
+        bytes.insert(bytes.end(), second.begin(), second.end());
+    }
+    CodecDriver driver("audio/mpeg");
+    ASSERT_EQ(driver.configureAndStart(), OK);
+    driver.play(pairs);
+    ASSERT_EQ(driver.outputs.size(), 2 * pairs.units.size());
+    for (size_t i = 0; i < driver.outputs.size(); ++i) {
+        EXPECT_EQ(driver.outputs[i].pcm.size(), 2u * 576);
+        EXPECT_EQ(driver.outputs[i].timeUs, pairs.units[i / 2].timeUs + (i % 2) * 24000) << i;
+    }
+    EXPECT_NEAR(effectiveValue(driver.outputs, 2, 0), 0.354, 0.03);
+}
+
 TEST(AudioCodecTest, SurvivesDamage) {
     for (const char* mime : {AAC, "audio/mpeg"}) {
         const bool aac = mime == AAC;
