@@ -2,13 +2,16 @@
 
 namespace orvplay {
 
-// Ctrl-C and friends, as a request that the program looks at. The second one ends it at once.
+// Signals as requests that the program looks at: Ctrl-C and friends to end, of which the second
+// ends it at once, and SIGUSR1 to tell its state.
 class Interrupt {
 public:
-    // For SIGINT, SIGTERM and SIGHUP; a closed pipe on standard output becomes an error of the
-    // write instead of a signal.
+    // For SIGINT, SIGTERM, SIGHUP and SIGUSR1; a closed pipe on standard output becomes an error of
+    // the write instead of a signal.
     static void install();
     static bool requested();
+    // True once after SIGUSR1.
+    static bool takeDumpRequest();
 };
 
 }  // namespace orvplay

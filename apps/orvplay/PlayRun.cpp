@@ -123,6 +123,10 @@ PlayRun::Outcome PlayRun::look() {
     if (!mHinted && !outputsOpened(figures) && monotonicNs() - mEvents.beginNs() > HINT_NS) {
         hint(missingStream());
     }
+    if (Interrupt::takeDumpRequest()) {
+        mStatus.clear();
+        mSession->dump(stderr);
+    }
     if (Interrupt::requested()) {
         return Outcome::INTERRUPTED;
     }

@@ -3,6 +3,7 @@
 #include <gui/IGraphicBufferProducer.h>
 
 #include <atomic>
+#include <cstdio>
 #include <functional>
 #include <map>
 #include <string>
@@ -42,6 +43,8 @@ public:
     int stop();
 
     void setAudioEnabled(bool enabled);
+    // Writes what is in the buffers, modules and the clock, for engineers.
+    void dump(FILE* stream) { mController->dump(stream, {}, 0); }
     int64_t streamTime90k() { return mController->getPCRValue(); }
 
     // Pictures whose time came, with the outputs shut or open.

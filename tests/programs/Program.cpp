@@ -130,12 +130,24 @@ bool Program::readMore(double seconds) {
 }
 
 bool Program::waitForOutput(const std::string& text, double seconds) {
+    size_t from = 0;
+    return waitFor(text, mResult.out, &from, seconds);
+}
+
+bool Program::waitForError(const std::string& text, double seconds) {
+    return waitFor(text, mResult.err, &mErrorSeen, seconds);
+}
+
+bool Program::waitFor(const std::string& text, const std::string& where, size_t* from,
+                      double seconds) {
     const double deadline = nowSeconds() + seconds;
-    while (mResult.out.find(text) == std::string::npos) {
+    size_t found = 0;
+    while ((found = where.find(text, *from)) == std::string::npos) {
         if (!readMore(deadline - nowSeconds())) {
             return false;
         }
     }
+    *from = found + text.size();
     return true;
 }
 

@@ -42,6 +42,8 @@ public:
 
     // Whether `text` comes on standard output within so many seconds.
     bool waitForOutput(const std::string& text, double seconds);
+    // Whether `text` comes on standard error; what was found there before does not count again.
+    bool waitForError(const std::string& text, double seconds);
     void signal(int number);
     // As a reader that has seen enough.
     void closeOutput();
@@ -50,12 +52,14 @@ public:
 
 private:
     bool readMore(double seconds);
+    bool waitFor(const std::string& text, const std::string& where, size_t* from, double seconds);
     void reap(bool kill);
 
     pid_t mPid = -1;
     int mOutFd = -1;
     int mErrFd = -1;
     double mBegin = 0.0;
+    size_t mErrorSeen = 0;  // of standard error, by waitForError()
     ProgramResult mResult;
 };
 

@@ -125,6 +125,33 @@ TEST(ProgramUseTest, AnInterruptEndsItWithASummary) {
     }
 }
 
+// Whatever the player is doing, each request gives one whole dump and playback goes on.
+TEST(ProgramUseTest, ASignalShowsThePlayersState) {
+    Program program({"play", SMALL, "--headless", "--json", "--duration", "1"});
+    for (const char* moment : {"startComplete", "onStartVideoTask"}) {
+        ASSERT_TRUE(program.waitForOutput(moment, PATIENCE_S));
+        program.signal(SIGUSR1);
+        ASSERT_TRUE(program.waitForError("+ Synchronization:", PATIENCE_S));
+    }
+    const ProgramResult result = program.finish(PATIENCE_S);
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    const auto count = [&](const std::string& text) {
+        size_t found = 0;
+        for (size_t at = 0; (at = result.err.find(text, at)) != std::string::npos; ++at) {
+            ++found;
+        }
+        return found;
+    };
+    EXPECT_EQ(count("MainControler:\n"), 2U) << result.err;
+    for (const char* part :
+         {"RingBuffer PCRTS\n", "RingBuffer VideoTS\n", "RingBuffer VideoPES\n",
+          "RingBuffer VideoRaw\n", "RingBuffer AudioTS\n", "RingBuffer AudioPES\n",
+          "RingBuffer AudioRaw\n", "Name: TS Receiver\n", "Name: VideoDecoder\n",
+          "Name: VideoRenderer\n", "Name: AudioDecoder\n", "Name: AudioRenderer\n"}) {
+        EXPECT_EQ(count(part), 2U) << part << " in\n" << result.err;
+    }
+}
+
 // As with `| head -1`.
 TEST(ProgramUseTest, AReaderThatLeavesEndsIt) {
     Program program({"play", SMALL, "--headless", "--json"});
