@@ -8,7 +8,7 @@ namespace OrvPlayer {
 // What the controller asks of a decoder beside being a module.
 class Decoder {
 public:
-    enum codingType_t { H264 = 0, AAC_LATM = 1, AAC_ADTS = 2, MPEG_AUDIO = 3 };
+    enum codingType_t : int { H264 = 0, AAC_LATM = 1, AAC_ADTS = 2, MPEG_AUDIO = 3 };
 
     // The answer of an operation that a decoder does not implement.
     static constexpr int ERR_NOT_IMPLEMENTED = 0x31008;
