@@ -25,10 +25,15 @@ struct PlayOptions : StreamOptions {
 };
 
 struct UnitsOptions : StreamOptions {
-    std::string stream;           // "video" or "audio"; empty: both
+    std::string stream;           // "video", "audio" or "captions"; empty: all
     std::string stage = "units";  // or "pes": the packets that the parser delivers
     std::string out;              // file for their bytes; empty: none
     bool quiet = false;           // the summary alone
+};
+
+struct CaptionsOptions : StreamOptions {
+    std::string format = "txt";  // or "srt", "vtt", "jsonl"
+    std::string out;             // empty: standard output
 };
 
 struct ProbeOptions {

@@ -32,6 +32,10 @@ int findStreams(const PlayOptions& options, StreamSelection* selection) {
     if (!selectStreams(list.services, options, selection, &error)) {
         return fail(EXIT_NOT_FOUND, error);
     }
+    if (selection->videoPid == 0 && selection->audioPid == 0) {
+        return fail(EXIT_NOT_FOUND, "neither picture nor sound to play in " + options.source +
+                                        "; try: orvplay probe " + options.source);
+    }
     return EXIT_OK;
 }
 

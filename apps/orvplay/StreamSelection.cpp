@@ -133,9 +133,10 @@ bool selectStreams(const std::vector<Service>& services, const StreamOptions& op
             }
         }
     }
-    if (selection->videoPid == 0 && selection->audioPid == 0) {
+    if (selection->videoPid == 0 && selection->audioPid == 0 && selection->captionPid == 0) {
         *error = "nothing to play in " + options.source +
-                 ": no service with picture or sound; try: orvplay probe " + options.source;
+                 ": no service with picture, sound or captions; try: orvplay probe " +
+                 options.source;
         return false;
     }
     return true;

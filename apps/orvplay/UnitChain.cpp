@@ -23,6 +23,18 @@ namespace {
 constexpr unsigned int PACKETS_EXPONENT = 17;
 constexpr unsigned int VIDEO_PES_BYTES = 6'291'456;
 constexpr unsigned int AUDIO_PES_BYTES = 65'536;
+constexpr unsigned int CAPTION_PES_BYTES = 8'192;
+
+unsigned int pesBytesOf(OrvPlayer::TSReceiverPIDType role) {
+    switch (role) {
+        case OrvPlayer::PID_TYPE_VIDEO:
+            return VIDEO_PES_BYTES;
+        case OrvPlayer::PID_TYPE_CLOSED_CAPTION:
+            return CAPTION_PES_BYTES;
+        default:
+            return AUDIO_PES_BYTES;
+    }
+}
 
 constexpr int MOST_FRUITLESS_STARTS = 100;
 
@@ -30,7 +42,7 @@ constexpr int MOST_FRUITLESS_STARTS = 100;
 
 UnitChain::UnitChain(OrvPlayer::TSReceiverPIDType role, Extraction extraction, Sink sink)
     : mSink(std::move(sink)),
-      mVideo(role == OrvPlayer::PID_TYPE_VIDEO),
+      mRole(role),
       mPackets(new RingBuffer),
       mPES(new RingBuffer),
       mParser(new OrvPlayer::TSParser(role)) {
@@ -47,6 +59,9 @@ UnitChain::UnitChain(OrvPlayer::TSReceiverPIDType role, Extraction extraction, S
         case Extraction::MPEG_AUDIO:
             mExtractor = new MP3MediaExtractor(mPES);
             break;
+        case Extraction::CAPTIONS:
+            mCaptions = std::make_unique<CaptionReader>();
+            break;
         case Extraction::NONE:
             break;
     }
@@ -57,9 +72,10 @@ UnitChain::~UnitChain() {
 }
 
 bool UnitChain::open() {
-    const unsigned int pesBytes = mVideo ? VIDEO_PES_BYTES : AUDIO_PES_BYTES;
+    const unsigned int pesBytes = pesBytesOf(mRole);
     if (mPackets->configure("Packets", PACKETS_EXPONENT) != 0 ||
-        mPES->configureWithSize("PES", pesBytes) != 0) {
+        mPES->configureWithSize("PES", pesBytes) != 0 ||
+        (mCaptions != nullptr && !mCaptions->open())) {
         return false;
     }
     mUnit.reset(new (std::nothrow) uint8_t[pesBytes]);  // no unit is larger than its PES packet
@@ -106,7 +122,10 @@ bool UnitChain::passScrambling() {
 // A look at an empty ring buffer would wait for a writer.
 void UnitChain::drain() {
     while (mPES->getDataSize() >= PESData::FIXED_SIZE && !mSinkClosed) {
-        if (!(mExtractor != nullptr ? giveUnit() : givePES())) {
+        const bool given = mExtractor != nullptr  ? giveUnit()
+                           : mCaptions != nullptr ? giveCaption()
+                                                  : givePES();
+        if (!given) {
             break;
         }
     }
@@ -143,6 +162,25 @@ bool UnitChain::givePES() {
     unit.streamId = block[PESData::FIXED_SIZE + 3];
     give(unit);
     mPES->readAdvance(size);
+    return true;
+}
+
+bool UnitChain::giveCaption() {
+    unsigned char* block = mPES->read(PESData::FIXED_SIZE, RingBuffer::BLOCKING);
+    if (block == nullptr) {
+        return false;
+    }
+    auto* record = reinterpret_cast<PESData*>(block);
+    const uint32_t size = record->mSize;
+    const std::string text = mCaptions->read(*record);
+    Unit unit;
+    unit.pts90k = static_cast<int64_t>(record->mPTS);
+    mPES->readAdvance(size);
+    if (!text.empty()) {
+        unit.bytes = reinterpret_cast<const uint8_t*>(text.data());
+        unit.size = text.size();
+        give(unit);
+    }
     return true;
 }
 

@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 
+#include "CaptionReader.h"
 #include "common/ErrorListener.h"
 #include "common/RingBuffer.h"
 #include "decoder/MediaExtractor.h"
@@ -14,7 +15,8 @@ namespace orvplay {
 
 // What came out of one stage: an access unit, or a PES packet.
 struct Unit {
-    const uint8_t* bytes = nullptr;  // of the unit; of a PES packet, its payload
+    // Of the unit; of a PES packet, its payload; of a caption, its text in UTF-8.
+    const uint8_t* bytes = nullptr;
     size_t size = 0;
     int64_t pts90k = 0;
     int64_t dts90k = 0;    // of a PES packet
@@ -33,7 +35,7 @@ public:
     // The bytes are readable until it returns. False: no more of it.
     using Sink = std::function<bool(const Unit&)>;
 
-    enum class Extraction { NONE, H264, AAC_LATM, AAC_ADTS, MPEG_AUDIO };
+    enum class Extraction { NONE, H264, AAC_LATM, AAC_ADTS, MPEG_AUDIO, CAPTIONS };
 
     // What workOff() came to.
     enum class State { GOES_ON, SCRAMBLED, SINK_CLOSED };
@@ -63,14 +65,16 @@ private:
     void drain();
     bool giveUnit();
     bool givePES();
+    bool giveCaption();
     void give(const Unit& unit);
 
     const Sink mSink;
-    const bool mVideo;
+    const OrvPlayer::TSReceiverPIDType mRole;
     android::sp<OrvPlayer::RingBuffer> mPackets;
     android::sp<OrvPlayer::RingBuffer> mPES;
     android::sp<OrvPlayer::TSParser> mParser;
     android::sp<OrvPlayer::MediaExtractor> mExtractor;  // null for the PES packets
+    std::unique_ptr<CaptionReader> mCaptions;           // null for all but the captions
     std::unique_ptr<uint8_t[]> mUnit;
     mutable bool mScrambled = false;  // set by the listener, which is const
     bool mSinkClosed = false;

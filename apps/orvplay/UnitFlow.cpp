@@ -24,10 +24,9 @@ UnitChain::Extraction audioExtraction(orvhost::StreamKind kind) {
 
 }  // namespace
 
-UnitFlow::UnitFlow(const StreamSelection& selection, bool pesOnly, Sink sink)
-    : mSink(std::move(sink)) {
-    const auto extraction = [pesOnly](UnitChain::Extraction usual) {
-        return pesOnly ? UnitChain::Extraction::NONE : usual;
+UnitFlow::UnitFlow(const StreamSelection& selection, Cut cut, Sink sink) : mSink(std::move(sink)) {
+    const auto extraction = [cut](UnitChain::Extraction usual) {
+        return cut == Cut::UNITS ? usual : UnitChain::Extraction::NONE;
     };
     // In the order of the roles, as the receiver pairs its outputs.
     if (selection.videoPid != 0) {
@@ -38,6 +37,10 @@ UnitFlow::UnitFlow(const StreamSelection& selection, bool pesOnly, Sink sink)
         addStream("audio", OrvPlayer::PID_TYPE_AUDIO, selection.audioPid,
                   extraction(audioExtraction(selection.audioKind)));
     }
+    if (selection.captionPid != 0) {
+        addStream("captions", OrvPlayer::PID_TYPE_CLOSED_CAPTION, selection.captionPid,
+                  cut == Cut::PES ? UnitChain::Extraction::NONE : UnitChain::Extraction::CAPTIONS);
+    }
 }
 
 void UnitFlow::addStream(const char* name, OrvPlayer::TSReceiverPIDType role, uint16_t pid,
@@ -45,6 +48,7 @@ void UnitFlow::addStream(const char* name, OrvPlayer::TSReceiverPIDType role, ui
     mStreams.push_back(std::make_unique<Stream>());
     Stream& stream = *mStreams.back();
     stream.name = name;
+    stream.role = role;
     stream.pid = pid;
     stream.chain = std::make_unique<UnitChain>(
         role, extraction, [this, &stream](const Unit& unit) { return mSink(stream, unit); });
@@ -67,8 +71,7 @@ bool UnitFlow::open() {
             return false;
         }
         mReceiver->addOutput(stream->chain->input(), nullptr);
-        pids[stream->name == "video" ? OrvPlayer::PID_TYPE_VIDEO : OrvPlayer::PID_TYPE_AUDIO] =
-            stream->pid;
+        pids[stream->role] = stream->pid;
     }
     return mReceiver->configure(pids) == 0 && mReceiver->open() == 0;
 }

@@ -15,14 +15,15 @@ namespace orvplay {
 // streams.
 //
 //     tuner -> TSReceiver -> UnitChain of the picture -> Sink
-//                        `-> UnitChain of the sound   -> Sink
+//                        `-> UnitChain of the sound   -> Sink    and so on
 //
 // The same source gives the same units in the same order. Everything happens on the caller's
 // thread.
 class UnitFlow {
 public:
     struct Stream {
-        std::string name;  // "video" or "audio"
+        std::string name;  // "video", "audio" or "captions"
+        OrvPlayer::TSReceiverPIDType role = OrvPlayer::PID_TYPE_VIDEO;
         uint16_t pid = 0;
         std::unique_ptr<UnitChain> chain;
     };
@@ -37,8 +38,11 @@ public:
         NO_MEMORY
     };
 
-    // `pesOnly`: the PES packets themselves instead of the units in them.
-    UnitFlow(const StreamSelection& selection, bool pesOnly, Sink sink);
+    // What comes out: the units of every stream, its PES packets instead, or units of the captions
+    // and PES packets of the rest.
+    enum class Cut { UNITS, PES, CAPTIONS };
+
+    UnitFlow(const StreamSelection& selection, Cut cut, Sink sink);
     UnitFlow(const UnitFlow&) = delete;  // its chains know it by address
     UnitFlow& operator=(const UnitFlow&) = delete;
 

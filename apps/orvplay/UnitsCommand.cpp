@@ -20,24 +20,32 @@ int fail(ExitCode code, const std::string& message) {
 
 // Leaves the streams that were asked for: those of one kind, or those whose PIDs were named.
 void narrow(const UnitsOptions& options, StreamSelection* selection) {
-    const bool named = options.videoPid.has_value() || options.audioPid.has_value();
-    if (options.stream == "audio" || (named && !options.videoPid.has_value())) {
-        selection->videoPid = 0;
-    }
-    if (options.stream == "video" || (named && !options.audioPid.has_value())) {
-        selection->audioPid = 0;
-    }
+    const bool named = options.videoPid || options.audioPid || options.captionPid;
+    const auto leave = [&](const char* kind, const std::optional<uint16_t>& pid, uint16_t* chosen) {
+        const bool otherKind = !options.stream.empty() && options.stream != kind;
+        if (otherKind || (named && !pid.has_value())) {
+            *chosen = 0;
+        }
+    };
+    leave("video", options.videoPid, &selection->videoPid);
+    leave("audio", options.audioPid, &selection->audioPid);
+    leave("captions", options.captionPid, &selection->captionPid);
     // One file cannot hold two streams one after the other.
-    if (!options.out.empty() && selection->videoPid != 0 && selection->audioPid != 0) {
-        fprintf(stderr, "orvplay: %s gets the picture; --stream audio for the sound\n",
-                options.out.c_str());
-        selection->audioPid = 0;
+    const bool several =
+        (selection->videoPid != 0) + (selection->audioPid != 0) + (selection->captionPid != 0) > 1;
+    if (!options.out.empty() && several) {
+        const bool picture = selection->videoPid != 0;
+        fprintf(stderr, "orvplay: %s gets the %s; --stream chooses another\n", options.out.c_str(),
+                picture ? "picture" : "sound");
+        selection->audioPid = picture ? 0 : selection->audioPid;
+        selection->captionPid = 0;
     }
 }
 
 int chooseStreams(const UnitsOptions& options, StreamSelection* selection) {
     const orvhost::ServiceList list = orvhost::Tuner::instance().services(TABLES_TIMEOUT_MS);
-    if (list.services.empty() && !options.videoPid && !options.audioPid) {
+    const bool named = options.videoPid || options.audioPid || options.captionPid;
+    if (list.services.empty() && !named) {
         return fail(exitCodeOf(list.result.status), list.result.message);
     }
     std::string error;
@@ -45,7 +53,7 @@ int chooseStreams(const UnitsOptions& options, StreamSelection* selection) {
         return fail(EXIT_NOT_FOUND, error);
     }
     narrow(options, selection);
-    if (selection->videoPid == 0 && selection->audioPid == 0) {
+    if (selection->videoPid == 0 && selection->audioPid == 0 && selection->captionPid == 0) {
         return fail(EXIT_NOT_FOUND, "no " + options.stream +
                                         " in the service; try: orvplay probe " + options.source);
     }

@@ -34,7 +34,7 @@ std::string md5Of(const uint8_t* bytes, size_t size) {
 UnitsRun::UnitsRun(const UnitsOptions& options, const StreamSelection& selection)
     : mOptions(options),
       mFlow(
-          selection, options.stage == "pes",
+          selection, options.stage == "pes" ? UnitFlow::Cut::PES : UnitFlow::Cut::UNITS,
           [this](const UnitFlow::Stream& stream, const Unit& unit) { return take(stream, unit); }) {
 }
 
@@ -109,6 +109,10 @@ bool UnitsRun::take(const UnitFlow::Stream& stream, const Unit& unit) {
     if (written > 0 && mOptions.stage == "pes") {
         written = printf(",\"dts\":%" PRId64 ",\"streamId\":%u,\"size\":%zu,\"md5\":\"%s\"}\n",
                          unit.dts90k, unit.streamId, unit.size, md5.c_str());
+    } else if (written > 0 && stream.role == OrvPlayer::PID_TYPE_CLOSED_CAPTION) {
+        const nlohmann::json text =
+            std::string(reinterpret_cast<const char*>(unit.bytes), unit.size);
+        written = printf(",\"size\":%zu,\"text\":%s}\n", unit.size, text.dump().c_str());
     } else if (written > 0) {
         written = printf(",\"size\":%zu,\"flags\":%u,\"md5\":\"%s\"}\n", unit.size, unit.flags,
                          md5.c_str());

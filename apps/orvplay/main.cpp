@@ -2,6 +2,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "CaptionsCommand.h"
 #include "ExitCode.h"
 #include "PlayCommand.h"
 #include "ProbeCommand.h"
@@ -26,6 +27,7 @@ void addStreams(CLI::App* command, StreamOptions& options) {
     command->add_option("--service", options.service, "Service to take, by name or number");
     addPid(command, "--video-pid", options.videoPid, "picture");
     addPid(command, "--audio-pid", options.audioPid, "sound");
+    addPid(command, "--caption-pid", options.captionPid, "captions");
 }
 
 void addPlay(CLI::App& app, PlayOptions& options) {
@@ -33,7 +35,6 @@ void addPlay(CLI::App& app, PlayOptions& options) {
     play->add_option("SOURCE", options.source, "A transport stream file, or - for standard input")
         ->required();
     addStreams(play, options);
-    addPid(play, "--caption-pid", options.captionPid, "captions");
     addPid(play, "--pcr-pid", options.pcrPid, "clock");
     play->add_flag("--headless", options.headless,
                    "Open no window (the default without a display)");
@@ -65,9 +66,9 @@ void addUnits(CLI::App& app, UnitsOptions& options) {
     units->add_option("SOURCE", options.source, "A transport stream file, or - for standard input")
         ->required();
     addStreams(units, options);
-    units->add_option("--stream", options.stream, "Only the picture or only the sound")
-        ->check(CLI::IsMember({"video", "audio"}))
-        ->type_name("video|audio");
+    units->add_option("--stream", options.stream, "Only the picture, the sound or the captions")
+        ->check(CLI::IsMember({"video", "audio", "captions"}))
+        ->type_name("video|audio|captions");
     units
         ->add_option("--stage", options.stage,
                      "What to print: access units (the default) or PES packets")
@@ -77,8 +78,32 @@ void addUnits(CLI::App& app, UnitsOptions& options) {
         ->type_name("FILE");
     units->add_flag("--quiet", options.quiet, "Print the summary alone");
     units->footer(
-        "Nothing is lost and nothing waits for a clock. With --video-pid or --audio-pid only the\n"
-        "streams named are taken. The last PES packet of a stream is never complete.");
+        "Nothing is lost and nothing waits for a clock. With --video-pid, --audio-pid or\n"
+        "--caption-pid only the streams named are taken. The last PES packet of a stream is never\n"
+        "complete. Units of captions are their texts.");
+}
+
+void addCaptions(CLI::App& app, CaptionsOptions& options) {
+    CLI::App* captions = app.add_subcommand(
+        "captions", "Write the captions of a transport stream as text or subtitles");
+    captions
+        ->add_option("SOURCE", options.source, "A transport stream file, or - for standard input")
+        ->required();
+    captions->add_option("--service", options.service,
+                         "Service to take, by name or number (the first one with captions)");
+    addPid(captions, "--caption-pid", options.captionPid, "captions");
+    captions
+        ->add_option("--format", options.format,
+                     "Text (the default), SubRip, WebVTT or JSON, one object a line")
+        ->check(CLI::IsMember({"txt", "srt", "vtt", "jsonl"}))
+        ->type_name("txt|srt|vtt|jsonl");
+    captions->add_option("--out", options.out, "Write there instead of standard output")
+        ->type_name("FILE");
+    captions->footer(
+        "Times count from the first picture, or the first sound where there is no picture. A\n"
+        "caption ends when the next one begins, after 5 seconds at the latest: that a broadcast\n"
+        "cleared its screen is not told. A caption of blanks ends the one before and is left out.\n"
+        "After a jump back in the time stamps the next caption begins a second later.");
 }
 
 }  // namespace
@@ -93,9 +118,11 @@ int main(int argc, char** argv) {
     PlayOptions play;
     ProbeOptions probe;
     UnitsOptions units;
+    CaptionsOptions captions;
     addPlay(app, play);
     addProbe(app, probe);
     addUnits(app, units);
+    addCaptions(app, captions);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
@@ -103,6 +130,9 @@ int main(int argc, char** argv) {
     }
     if (app.got_subcommand("units")) {
         return unitsCommand(units);
+    }
+    if (app.got_subcommand("captions")) {
+        return captionsCommand(captions);
     }
     return app.got_subcommand("play") ? playCommand(play) : probeCommand(probe);
 }

@@ -47,6 +47,12 @@ TEST(ProgramUseTest, WrongUseIsToldInOneLineAtOnce) {
         {{"units", SMALL, "--stage", "frames"}, 2, "--stage"},
         {{"units", SMALL, "--video-pid", "0"}, 8, "probe"},
         {{"units", SMALL, "--stream", "audio", "--out", "/no/such/place"}, 1, "/no/such/place"},
+        {{"captions", "/no/such.ts"}, 4, "/no/such.ts"},
+        {{"captions", SMALL, "--format", "ass"}, 2, "--format"},
+        {{"captions", SMALL, "--service", "51224"}, 8, "no captions in service 51224"},
+        {{"captions", SMALL, "--caption-pid", "77"}, 8, "273, 274"},
+        {{"captions", SMALL, "--out", "/no/such/place"}, 1, "/no/such/place"},
+        {{"captions", SMALL, "--out", "/dev/full"}, 1, "/dev/full"},
         {{"probe", "/no/such.ts"}, 4, "/no/such.ts"},
         {{"probe", noise.path()}, 5, "not an MPEG transport stream"},
     };

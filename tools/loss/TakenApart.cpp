@@ -77,7 +77,11 @@ TakenApart takeApart(const std::vector<uint8_t>& stream, const orvplay::StreamSe
         return taken;
     }
     orvplay::UnitFlow flow(
-        selection, pes, [&taken](const orvplay::UnitFlow::Stream& from, const orvplay::Unit& unit) {
+        selection, pes ? orvplay::UnitFlow::Cut::PES : orvplay::UnitFlow::Cut::UNITS,
+        [&taken](const orvplay::UnitFlow::Stream& from, const orvplay::Unit& unit) {
+            if (from.role == OrvPlayer::PID_TYPE_CLOSED_CAPTION) {
+                return true;
+            }
             std::vector<TakenUnit>& list = from.name == "video" ? taken.video : taken.audio;
             list.push_back({unit.pts90k, hashOf(unit), unit.size, hasSps(unit)});
             return true;
