@@ -140,7 +140,7 @@ void UnitsRun::printSummary() {
         {"stage", mOptions.stage},
         {"units", units},
         {"bytes", bytes},
-        {"seconds", static_cast<double>((monotonicNs() - mBeginNs) / 1000) * 1e-6},
+        {"seconds", static_cast<double>(monotonicNs() - mBeginNs) * 1e-9},
         {"sourceBytes", statistics.bytes},
         {"packets", statistics.packets},
         {"streams", perStream}};
