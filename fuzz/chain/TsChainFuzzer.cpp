@@ -9,6 +9,7 @@
 
 #include "decoder/AACMediaExtractor.h"
 #include "decoder/H264MediaExtractor.h"
+#include "decoder/MP3MediaExtractor.h"
 #include "tsparser/TSParser.h"
 
 namespace {
@@ -32,10 +33,12 @@ struct Choice {
           sync((byte & 0x20) != 0),
           room((byte & 0x40) != 0 ? 64 : RING_BYTES) {}
 
-    TSReceiverPIDType role() const { return extractor > 1 ? PID_TYPE_AUDIO : PID_TYPE_VIDEO; }
+    TSReceiverPIDType role() const { return extractor > 0 ? PID_TYPE_AUDIO : PID_TYPE_VIDEO; }
 
     sp<MediaExtractor> makeExtractor(const sp<RingBuffer>& records) const {
         switch (extractor) {
+            case 1:
+                return new MP3MediaExtractor(records);
             case 2:
                 return new AACMediaExtractor(records, AACMediaExtractor::LOAS);
             case 3:
