@@ -34,7 +34,7 @@ void store(const std::vector<int16_t>& samples, int count, AVFrame* frame) {
 
 AudioEncoder::AudioEncoder(const AudioSettings& settings)
     : mSettings(settings),
-      mSound(settings.fps, kSampleRate, settings.silent),
+      mSound(settings.fps, kSampleRate, settings.silent, settings.pitch),
       mPacket(av_packet_alloc()) {
     const AVCodec* codec = nullptr;
     if (settings.coding == AudioCoding::MpegLayer2) {

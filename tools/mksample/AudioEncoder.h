@@ -26,6 +26,7 @@ struct AudioSettings {
     int64_t bitRate = 0;
     int64_t sampleCount = 0;
     bool silent = false;
+    int pitch = 1;  // of the background sound
 };
 
 struct AudioUnit {

@@ -30,6 +30,7 @@ enum Id : int {
     kVideoBitRate,
     kAudio,
     kAudioBitRate,
+    kNoSecondAudio,
     kAudioAligned,
     kSilentAudio,
     kWrongFraming,
@@ -58,6 +59,7 @@ const option kLongOptions[] = {
     {"video-bitrate", required_argument, nullptr, kVideoBitRate},
     {"audio", required_argument, nullptr, kAudio},
     {"audio-bitrate", required_argument, nullptr, kAudioBitRate},
+    {"no-second-audio", no_argument, nullptr, kNoSecondAudio},
     {"audio-aligned", no_argument, nullptr, kAudioAligned},
     {"silent-audio", no_argument, nullptr, kSilentAudio},
     {"wrong-framing", no_argument, nullptr, kWrongFraming},
@@ -181,6 +183,7 @@ void makeSmall(Options* options) {
     options->durationS = 10.0;
     options->videoBitRate = 560'000;
     options->audioBitRate = 96'000;
+    options->secondAudioBitRate = 64'000;
     options->smallVideoBitRate = 120'000;
     options->smallAudioBitRate = 48'000;
     options->muxRate = 1'200'000;
@@ -220,6 +223,9 @@ void applySoundOption(int id, const char* value, Options* options) {
             break;
         case kAudioBitRate:
             options->audioBitRate = parseNumber("audio-bitrate", value, 32'000, 384'000);
+            break;
+        case kNoSecondAudio:
+            options->secondAudio = false;
             break;
         case kAudioAligned:
             options->audioAligned = true;
@@ -364,6 +370,7 @@ Picture of the main service
 Sound of the main service
   --audio KIND           latm (AAC in LOAS), adts (AAC) or mpeg (Layer II) (latm)
   --audio-bitrate N      bit/s (192k)
+  --no-second-audio      leave out the second language (the same beeps, another background)
   --audio-aligned        PES packets hold whole audio frames; else frames run over their ends
   --latm-config-every N  StreamMuxConfig in every Nth LOAS frame (1)
   --wrong-framing        the table declares ADTS for LATM, or LATM for ADTS

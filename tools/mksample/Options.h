@@ -46,6 +46,8 @@ struct Options {
 
     AudioFormat audio = AudioFormat::Latm;
     int64_t audioBitRate = 192'000;
+    bool secondAudio = true;
+    int64_t secondAudioBitRate = 128'000;
     bool audioAligned = false;
     bool silentAudio = false;
     bool wrongFraming = false;

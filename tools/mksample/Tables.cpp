@@ -25,7 +25,6 @@ constexpr uint16_t kTransportStreamId = 0x0640;
 constexpr char kNetworkName[] = "ORV Network";
 constexpr char kStreamName[] = "ORV";
 constexpr char kProviderName[] = "ORV";
-constexpr char kLanguage[] = "por";
 constexpr uint8_t kRemoteControlKey = 6;
 
 constexpr uint16_t kNitPid = 0x10;
@@ -111,13 +110,15 @@ Table buildPmt(dvbpsi_t* handle, const ServiceInfo& service) {
     Bytes videoTag = Bytes().u8(service.videoComponentTag);
     dvbpsi_pmt_es_descriptor_add(video, kDescriptorStreamIdentifier, videoTag.size(),
                                  videoTag.data.data());
-    dvbpsi_pmt_es_t* audio =
-        dvbpsi_pmt_es_add(pmt.get(), service.audioStreamType, service.audioPid);
-    Bytes audioTag = Bytes().u8(service.audioComponentTag);
-    dvbpsi_pmt_es_descriptor_add(audio, kDescriptorStreamIdentifier, audioTag.size(),
-                                 audioTag.data.data());
-    Bytes language = Bytes().text(kLanguage).u8(0);
-    dvbpsi_pmt_es_descriptor_add(audio, kDescriptorLanguage, language.size(), language.data.data());
+    for (const AudioInfo& audio : service.audio) {
+        dvbpsi_pmt_es_t* entry = dvbpsi_pmt_es_add(pmt.get(), audio.streamType, audio.pid);
+        Bytes tag = Bytes().u8(audio.componentTag);
+        dvbpsi_pmt_es_descriptor_add(entry, kDescriptorStreamIdentifier, tag.size(),
+                                     tag.data.data());
+        Bytes language = Bytes().text(audio.language).u8(0);
+        dvbpsi_pmt_es_descriptor_add(entry, kDescriptorLanguage, language.size(),
+                                     language.data.data());
+    }
     if (service.captionPid != 0) {
         dvbpsi_pmt_es_t* captions =
             dvbpsi_pmt_es_add(pmt.get(), kStreamTypePrivatePes, service.captionPid);

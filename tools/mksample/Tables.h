@@ -11,6 +11,13 @@ namespace mksample {
 
 inline constexpr uint16_t kNoPcrPid = 0x1FFF;
 
+struct AudioInfo {
+    uint16_t pid = 0;
+    uint8_t streamType = 0;
+    uint8_t componentTag = 0;
+    const char* language = "";  // ISO 639-2
+};
+
 struct ServiceInfo {
     uint16_t serviceId = 0;
     std::string name;
@@ -18,11 +25,9 @@ struct ServiceInfo {
     uint16_t pmtPid = 0;
     uint16_t pcrPid = kNoPcrPid;
     uint16_t videoPid = 0;
-    uint16_t audioPid = 0;
+    std::vector<AudioInfo> audio;
     uint16_t captionPid = 0;  // 0: none
-    uint8_t audioStreamType = 0;
     uint8_t videoComponentTag = 0;
-    uint8_t audioComponentTag = 0;
     uint8_t captionComponentTag = 0;
 };
 

@@ -43,9 +43,10 @@ void TestSound::fill(int64_t position, int count, int16_t* out) const {
             ++flash;
         }
         const int beep = orvtest::beepSample(at - onset(flash), mSampleRate);
-        out[2 * i] = static_cast<int16_t>(beep + std::lround(hum(at, kHumLeftHz, mSampleRate)));
+        out[2 * i] =
+            static_cast<int16_t>(beep + std::lround(hum(at, mPitch * kHumLeftHz, mSampleRate)));
         out[2 * i + 1] =
-            static_cast<int16_t>(beep + std::lround(hum(at, kHumRightHz, mSampleRate)));
+            static_cast<int16_t>(beep + std::lround(hum(at, mPitch * kHumRightHz, mSampleRate)));
     }
 }
 

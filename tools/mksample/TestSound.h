@@ -11,8 +11,9 @@ namespace mksample {
 
 class TestSound {
 public:
-    TestSound(FrameRate fps, int sampleRate, bool silent)
-        : mFps(fps), mSampleRate(sampleRate), mSilent(silent) {}
+    // `pitch` multiplies the frequencies of the background sound: it tells languages apart.
+    TestSound(FrameRate fps, int sampleRate, bool silent, int pitch)
+        : mFps(fps), mSampleRate(sampleRate), mSilent(silent), mPitch(pitch) {}
 
     // Fills count stereo sample frames, interleaved, from the given position; position 0 is heard
     // with the first picture.
@@ -25,6 +26,7 @@ private:
     const FrameRate mFps;
     const int mSampleRate;
     const bool mSilent;
+    const int mPitch;
 };
 
 }  // namespace mksample

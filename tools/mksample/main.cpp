@@ -42,6 +42,9 @@ constexpr int64_t kCaptionPeakRate = 500'000;
 // first seconds do.
 constexpr int64_t kWrongFramingAligned90k = 5 * 90000;
 
+// The background sound of the second language is an octave higher.
+constexpr int kSecondLanguagePitch = 2;
+
 constexpr uint8_t kStreamTypeMpegAudio = 0x03;
 constexpr uint8_t kStreamTypeAdts = 0x0F;
 constexpr uint8_t kStreamTypeLatm = 0x11;
@@ -78,7 +81,7 @@ private:
 struct Service {
     ServiceInfo info;
     std::unique_ptr<PesSource> video;
-    std::unique_ptr<PesSource> audio;
+    std::vector<std::unique_ptr<PesSource>> audio;  // as in `info`
     std::unique_ptr<PesSource> captions;
     int64_t videoPeakRate = 0;
 };
@@ -123,12 +126,8 @@ Service mainService(const Options& options) {
     info.name = "ORV HD";
     info.pmtPid = 0x0100;
     info.videoPid = 0x0111;
-    info.audioPid = 0x0112;
     info.pcrPid = options.noPcr ? kNoPcrPid : options.pcrOnVideo ? info.videoPid : 0x01FF;
-    info.audioStreamType =
-        streamTypeOf(options.wrongFraming ? otherFraming(options.audio) : options.audio);
     info.videoComponentTag = 0x00;
-    info.audioComponentTag = 0x10;
 
     VideoSettings video = videoSettings(options);
     video.width = options.width;
@@ -148,7 +147,16 @@ Service mainService(const Options& options) {
     packing.alignedUntil90k = options.audioAligned   ? INT64_MAX
                               : options.wrongFraming ? kWrongFramingAligned90k
                                                      : INT64_MIN;
-    service.audio = std::make_unique<AudioSource>(audio, packing);
+    const uint8_t streamType =
+        streamTypeOf(options.wrongFraming ? otherFraming(options.audio) : options.audio);
+    service.info.audio.push_back({0x0112, streamType, 0x10, "por"});
+    service.audio.push_back(std::make_unique<AudioSource>(audio, packing));
+    if (options.secondAudio) {
+        audio.pitch = kSecondLanguagePitch;
+        audio.bitRate = options.secondAudioBitRate;
+        service.info.audio.push_back({0x0113, streamType, 0x11, "eng"});
+        service.audio.push_back(std::make_unique<AudioSource>(audio, packing));
+    }
 
     if (options.captions) {
         info.captionPid = 0x0130;
@@ -166,11 +174,9 @@ Service smallService(const Options& options) {
     info.partialReception = true;
     info.pmtPid = 0x1FC8;
     info.videoPid = 0x0181;
-    info.audioPid = 0x0182;
     info.pcrPid = options.noPcr ? kNoPcrPid : options.pcrOnVideo ? info.videoPid : 0x01FE;
-    info.audioStreamType = kStreamTypeAdts;
     info.videoComponentTag = 0x81;
-    info.audioComponentTag = 0x83;
+    info.audio.push_back({0x0182, kStreamTypeAdts, 0x83, "por"});
 
     VideoSettings video = videoSettings(options);
     video.width = 320;
@@ -186,7 +192,7 @@ Service smallService(const Options& options) {
     AudioPacking packing;
     packing.format = AudioFormat::Adts;
     packing.alignedUntil90k = INT64_MIN;
-    service.audio = std::make_unique<AudioSource>(audio, packing);
+    service.audio.push_back(std::make_unique<AudioSource>(audio, packing));
     return service;
 }
 
@@ -204,8 +210,10 @@ void makeSample(const Options& options) {
         const ServiceInfo& info = service.info;
         muxer.addStream(info.videoPid, kVideoStreamId, *service.video, kVideoLead90k,
                         service.videoPeakRate);
-        muxer.addStream(info.audioPid, kAudioStreamId, *service.audio, kAudioLead90k,
-                        kAudioPeakRate);
+        for (size_t i = 0; i < service.audio.size(); ++i) {
+            muxer.addStream(info.audio[i].pid, static_cast<uint8_t>(kAudioStreamId + i),
+                            *service.audio[i], kAudioLead90k, kAudioPeakRate);
+        }
         if (service.captions != nullptr) {
             muxer.addStream(info.captionPid, kCaptionStreamId, *service.captions,
                             CaptionSource::LEAD_90K, kCaptionPeakRate);
