@@ -86,8 +86,13 @@ bool PlayRun::openOutputs() {
 }
 
 int PlayRun::open() {
-    const int status = mSession->open(mSelection.configuration());
+    const int status = buildPlayer();
     mEvents.write("openUriComplete", result(status));
+    return status;
+}
+
+int PlayRun::buildPlayer() {
+    const int status = mSession->open(mSelection.configuration());
     if (status == 0 && !mOptions.audio) {
         mSession->setAudioEnabled(false);
     }
@@ -140,6 +145,9 @@ PlayRun::Outcome PlayRun::look() {
     if (const Outcome outcome = lookAtErrors(); outcome != Outcome::GO_ON) {
         return outcome;
     }
+    if (const Outcome outcome = lookAtKeys(); outcome != Outcome::GO_ON) {
+        return outcome;
+    }
     if (sourceDrained(now)) {
         mEvents.write("onEndOfContent");
         return Outcome::FINISHED;
@@ -167,8 +175,12 @@ std::string PlayRun::missingStream() const {
 
 void PlayRun::hint(const std::string& reason) {
     mHinted = true;
+    say(reason + "; playback begins 17 s after the start");
+}
+
+void PlayRun::say(const std::string& message) {
     mStatus.clear();
-    fprintf(stderr, "orvplay: %s; playback begins 17 s after the start\n", reason.c_str());
+    fprintf(stderr, "orvplay: %s\n", message.c_str());
 }
 
 // A scrambled picture stops the player's video. Bit errors look the same: after a stretch of good
@@ -196,6 +208,43 @@ PlayRun::Outcome PlayRun::lookAtErrors() {
         fprintf(stderr, "orvplay: the player cannot start again (code %d)\n", status);
         return Outcome::FAILED;
     }
+    return Outcome::GO_ON;
+}
+
+PlayRun::Outcome PlayRun::lookAtKeys() {
+    Outcome outcome = Outcome::GO_ON;
+    for (int left = mPictures->takeAudioRequests(); left > 0 && outcome == Outcome::GO_ON; --left) {
+        outcome = changeSound();
+    }
+    return outcome;
+}
+
+// The decoder keeps the coding that it was made for: sound of another coding needs another player.
+PlayRun::Outcome PlayRun::changeSound() {
+    const Track* next = mSelection.nextSound();
+    if (next == nullptr) {
+        say("the service has no other sound");
+        return Outcome::GO_ON;
+    }
+    const bool sameCoding = mSelection.audioPid != 0 && next->kind == mSelection.audioKind;
+    if (sameCoding && mSession->setAudioPid(next->pid) == 0) {
+        mSelection.audioPid = next->pid;
+    } else {
+        mSession->stop();
+        mSelection.audioPid = next->pid;
+        mSelection.audioKind = next->kind;
+        int status = buildPlayer();
+        if (status == 0) {
+            status = mSession->start();
+        }
+        if (status != 0) {
+            mFailure = EXIT_PLAYBACK;
+            say("the player cannot change to the sound, " + describe(*next) + " (code " +
+                std::to_string(status) + ")");
+            return Outcome::FAILED;
+        }
+    }
+    say("sound: " + describe(*next));
     return Outcome::GO_ON;
 }
 
@@ -290,8 +339,7 @@ bool PlayRun::saveStill() {
 }
 
 int PlayRun::fail(ExitCode code, const std::string& message) {
-    mStatus.clear();
-    fprintf(stderr, "orvplay: %s\n", message.c_str());
+    say(message);
     return code;
 }
 

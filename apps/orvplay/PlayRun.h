@@ -31,23 +31,27 @@ private:
 
     bool openOutputs();
     int open();
+    int buildPlayer();
     int start();
     void watch();
     int64_t untilNextLookNs() const;
     Outcome look();
     Outcome lookAtErrors();
+    Outcome lookAtKeys();
+    Outcome changeSound();
     bool sourceDrained(int64_t nowNs);
     void reportFirstPicture(const PictureOutput::Figures& figures);
     void updateStatus(const PictureOutput::Figures& figures);
     bool outputsOpened(const PictureOutput::Figures& figures) const;
     std::string missingStream() const;
     void hint(const std::string& reason);
+    void say(const std::string& message);
     int finish();
     bool saveStill();
     int fail(ExitCode code, const std::string& message);
 
     const PlayOptions mOptions;
-    const StreamSelection mSelection;
+    StreamSelection mSelection;  // what is played: # changes it
     EventLog mEvents;
     SyncMeter mSync;
     SoundMeter mSound{mSync};

@@ -14,6 +14,7 @@ PlayerSession::~PlayerSession() {
 }
 
 int PlayerSession::open(const std::map<std::string, std::string>& configuration) {
+    mController = nullptr;  // one at a time has the surface
     mController = new OrvPlayer::MainController;
     if (const int status = mController->configure(configuration); status != 0) {
         return status;

@@ -18,8 +18,9 @@ namespace orvplay {
 //   PlayerSession session(producer, events);
 //   session.open(selection.configuration());  session.start();  ...  session.stop();
 //
-// open() builds the pipeline once; start() and stop() may alternate any number of times. Commands
-// come from one thread; events come on the player's threads and must not wait.
+// open() builds the pipeline, and another one when it is called again after stop(); start() and
+// stop() may alternate any number of times. Commands come from one thread; events come on the
+// player's threads and must not wait.
 class PlayerSession : private OrvPlayer::VideoRenderer::FrameRenderedListener,
                       private OrvPlayer::AudioRenderer::AudioRenderedListener,
                       private OrvPlayer::ErrorListener {
@@ -43,6 +44,8 @@ public:
     int stop();
 
     void setAudioEnabled(bool enabled);
+    // Changes to other sound of the same coding; there must be one already. Else open() again.
+    int setAudioPid(uint16_t pid) { return mController->setAudioPID(pid); }
     // Writes what is in the buffers, modules and the clock, for engineers.
     void dump(FILE* stream) { mController->dump(stream, {}, 0); }
     int64_t streamTime90k() { return mController->getPCRValue(); }

@@ -75,11 +75,61 @@ std::string pidsOf(const Service& service) {
     return list.empty() ? "none" : list;
 }
 
+void listTracks(const Service& service, StreamSelection* selection) {
+    for (const ElementaryStream& stream : service.streams) {
+        if (isAudio(stream.kind)) {
+            selection->sounds.push_back({stream.pid, stream.kind, stream.language});
+            if (stream.pid == selection->audioPid) {
+                selection->audioKind = stream.kind;
+            }
+        } else if (isCaptions(stream)) {
+            selection->captions.push_back({stream.pid, stream.kind, stream.language});
+        }
+    }
+}
+
+// A stream that the user named and that no table has.
+void addMissing(uint16_t pid, StreamKind kind, std::vector<Track>* tracks) {
+    const bool there = std::any_of(tracks->begin(), tracks->end(),
+                                   [pid](const Track& track) { return track.pid == pid; });
+    if (pid != 0 && pid != PID_NONE && !there) {
+        tracks->push_back({pid, kind, ""});
+    }
+}
+
 }  // namespace
 
 std::string describe(const Service& service) {
     return std::to_string(service.serviceId) +
            (service.name.empty() ? "" : " \"" + service.name + "\"");
+}
+
+std::string describe(const Track& track) {
+    return "PID " + std::to_string(track.pid) +
+           (track.language.empty() ? "" : " (" + track.language + ")");
+}
+
+const Track* StreamSelection::nextSound() const {
+    const auto current = std::find_if(sounds.begin(), sounds.end(),
+                                      [this](const Track& track) { return track.pid == audioPid; });
+    if (current == sounds.end()) {
+        return sounds.empty() ? nullptr : &sounds.front();
+    }
+    const Track* next = current + 1 != sounds.end() ? &*(current + 1) : &sounds.front();
+    return next != &*current ? next : nullptr;
+}
+
+const Track* StreamSelection::nextCaptions(bool shown) const {
+    if (captions.empty()) {
+        return nullptr;
+    }
+    if (!shown) {
+        return &captions.front();
+    }
+    const auto current = std::find_if(captions.begin(), captions.end(), [this](const Track& track) {
+        return track.pid == captionPid;
+    });
+    return current != captions.end() && current + 1 != captions.end() ? &*(current + 1) : nullptr;
 }
 
 std::map<std::string, std::string> StreamSelection::configuration() const {
@@ -127,12 +177,10 @@ bool selectStreams(const std::vector<Service>& services, const StreamOptions& op
     selection->captionPid = options.captionPid.value_or(selection->captionPid);
     selection->pcrPid = options.pcrPid.value_or(selection->pcrPid);
     if (service != nullptr) {
-        for (const ElementaryStream& stream : service->streams) {
-            if (stream.pid == selection->audioPid && isAudio(stream.kind)) {
-                selection->audioKind = stream.kind;
-            }
-        }
+        listTracks(*service, selection);
     }
+    addMissing(selection->audioPid, selection->audioKind, &selection->sounds);
+    addMissing(selection->captionPid, StreamKind::Caption, &selection->captions);
     if (selection->videoPid == 0 && selection->audioPid == 0 && selection->captionPid == 0) {
         *error = "nothing to play in " + options.source +
                  ": no service with picture, sound or captions; try: orvplay probe " +

@@ -10,6 +10,13 @@
 
 namespace orvplay {
 
+// One of several streams of a kind that the user can change to.
+struct Track {
+    uint16_t pid = 0;
+    orvhost::StreamKind kind = orvhost::StreamKind::Unknown;
+    std::string language;  // ISO 639-2, empty when the tables name none
+};
+
 // What is to be played of a source; a PID of 0 stands for no such stream.
 struct StreamSelection {
     std::string serviceName;
@@ -19,6 +26,15 @@ struct StreamSelection {
     uint16_t audioPid = 0;
     uint16_t captionPid = 0;
     orvhost::StreamKind audioKind = orvhost::StreamKind::AudioLatm;
+
+    // Of the service, in the order of its table, with what the user named beside them.
+    std::vector<Track> sounds;
+    std::vector<Track> captions;
+
+    // The sound after the one selected, the first again after the last; null without another.
+    const Track* nextSound() const;
+    // The captions to show after those selected, which are shown or not; null: none.
+    const Track* nextCaptions(bool shown) const;
 
     // The keys and values that the player's controller is configured with.
     std::map<std::string, std::string> configuration() const;
@@ -32,5 +48,7 @@ bool selectStreams(const std::vector<orvhost::Service>& services, const StreamOp
 
 // "705 \"News HD\"", for messages.
 std::string describe(const orvhost::Service& service);
+// "PID 274 (por)", likewise.
+std::string describe(const Track& track);
 
 }  // namespace orvplay

@@ -45,7 +45,11 @@ void addPlay(CLI::App& app, PlayOptions& options) {
     play->add_option("--snapshot", options.snapshot, "Save the last picture shown")
         ->type_name("FILE.png");
     play->add_flag("--json", options.json, "Print events and the summary as JSON, one a line");
-    play->footer("Keys in the window: q or Escape quits, f toggles full screen.");
+    play->footer(
+        "Keys in the window: q or Escape quits, f toggles full screen, # changes to the next "
+        "sound,\n"
+        "v shows the captions, the next ones, or none. SIGUSR1 writes the player's state to\n"
+        "standard error.");
 }
 
 void addProbe(CLI::App& app, ProbeOptions& options) {
