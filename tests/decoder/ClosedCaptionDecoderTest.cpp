@@ -26,7 +26,6 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 constexpr uint64_t PTS = 0x1FFFFFFFE;
-const std::string STUFFING(1, '\x1E');  // a code that does nothing
 
 std::string repeated(const std::string& text, size_t times) {
     std::string out;
@@ -101,14 +100,13 @@ struct Interpretation {
 const std::string LONG_ROW = "0123456789abcdef0123456789ABCDEF";
 const std::u32string LONG_TEXT = U"0123456789abcdef0123456789ABCDEF";
 
+// Text is of P and what follows: those are no digits of the escapes before them.
 const Interpretation CHARACTERS[] = {
-    {{"A\rB"}, {U"A\nB\n"}},
-    {{"A\nB\r\n\rC"}, {U"A\nB\nC\n"}},
-    {{"\r\nA\r"}, {U"A\n"}},
-    {{"A", "B"}, {U"A\n", U"B\n"}},  // each on a clean screen
-    {{"AB\x0C"
-      "C"},
-     {U"C\n"}},
+    {{"P\rQ"}, {U"P\nQ\n"}},
+    {{"P\nQ\r\n\rR"}, {U"P\nQ\nR\n"}},
+    {{"\r\nP\r"}, {U"P\n"}},
+    {{"P", "Q"}, {U"P\n", U"Q\n"}},  // each on a clean screen
+    {{"PQ\x0CR"}, {U"R\n"}},
     // Rows: a full one has no line feed, and the fourth scrolls.
     {{LONG_ROW}, {LONG_TEXT}},
     {{LONG_ROW + "x"}, {LONG_TEXT + U"x\n"}},
@@ -119,102 +117,55 @@ const Interpretation CHARACTERS[] = {
     // The two sets, and what is no control code though other sets say so.
     {{"\xE9\xA4\xFF~"}, {U"é€ÿ~\n"}},
     {{"\x1D\x21 \x1D\x30\x30"}, {U"♪ ¤0\n"}},
-    {{"A\x1D", "\x4B\x4B"}, {U"A\n", U"⅞K\n"}},
+    {{"P\x1D", "\x4B\x4B"}, {U"P\n", U"⅞K\n"}},
     {{"\x01\x06\x9E\x9F"}, {U"\x01\x06\x9E\x9F\n"}},
     // A NUL on the first row takes the row back: what follows a line end overwrites it. Elsewhere
     // it is a hole, and a row ends at its first hole.
-    {{"\0A"s}, {U""}},
-    {{"A\0B"s}, {U"A\n"}},
-    {{"AB\0\rC"s}, {U"CB\n"}},
-    {{"A\rB\0C"s}, {U"A\nB\n"}},
-    {{"A\r\0C\rD"s}, {U"A\n"}},
+    {{"\0P"s}, {U""}},
+    {{"P\0Q"s}, {U"P\n"}},
+    {{"PQ\0\rR"s}, {U"RQ\n"}},
+    {{"P\rQ\0R"s}, {U"P\nQ\n"}},
+    {{"P\r\0R\rS"s}, {U"P\n"}},
 };
 
 const Interpretation CODES[] = {
     // Codes that change nothing.
-    {{"A\x07\x08\x09\x0B\x0E\x0F\x17\x18\x19\x1A\x1B\x1E\x1F"
-      "B"},
-     {U"AB\n"}},
-    {{"A\x80\x81\x82\x83\x84\x85\x86\x87\x88\x89\x8A\x96\x99\x9A\x9C"
-      "B"},
-     {U"AB\n"}},
+    {{"P\x07\x08\x09\x0B\x0E\x0F\x17\x18\x19\x1A\x1B\x1E\x1FQ"}, {U"PQ\n"}},
+    {{"P\x80\x81\x82\x83\x84\x85\x86\x87\x88\x89\x8A\x96\x99\x9A\x9CQ"}, {U"PQ\n"}},
     // Codes without a meaning take no text with them, now or later.
-    {{"A\x10\x11\x12\x13\x14\x15"
-      "B\x8C\x8D\x8E\x8F"
-      "C",
-      "D"},
-     {U"ABC\n", U"D\n"}},
+    {{"P\x10\x11\x12\x13\x14\x15Q\x8C\x8D\x8E\x8FR", "S"}, {U"PQR\n", U"S\n"}},
     // Parameters, one or two, of any value that is no code of its own.
-    {{"A\x8B!\x90!\x91!\x93!\x94!\x95!\x97!\x98!\x16!"
-      "B"},
-     {U"AB\n"}},
-    {{"A\x92!!\x9D!!"
-      "B"},
-     {U"AB\n"}},
-    {{"\x90\x9E"
-      "A\x90\x10"
-      "B\x90\x01"
-      "C\x90\x8F"
-      "D"},
-     {U"ABCD\n"}},
-    {{"A\x92", "xyB"}, {U"A\n", U"B\n"}},  // over packets
-    {{"A\x90\rxB"}, {U"A\nB\n"}},          // over another code
-    {{"A\x92\x91xB"}, {U"AB\n"}},          // the last code says how many are owed
+    {{"P\x8B!\x90!\x91!\x93!\x94!\x95!\x97!\x98!\x16!Q"}, {U"PQ\n"}},
+    {{"P\x92!!\x9D!!Q"}, {U"PQ\n"}},
+    {{"\x90\x9EP\x90\x10Q\x90\x01R\x90\x8FS"}, {U"PQRS\n"}},
+    {{"P\x92", "xyQ"}, {U"P\n", U"Q\n"}},  // over packets
+    {{"P\x90\rxQ"}, {U"P\nQ\n"}},          // over another code
+    {{"P\x92\x91xQ"}, {U"PQ\n"}},          // the last code says how many are owed
     // The colour that hides text, over packets.
-    {{"A\x90\x58"
-      "B",
-      "C",
-      "\x90\x41"
-      "D"},
-     {U"A\n", U"", U"D\n"}},
-    {{"A\x91\x90\x58"
-      "B"},
-     {U"A\n"}},  // a parameter goes to the first of several codes:
-    {{"A\x8B\x90\x58"
-      "B"},
-     {U"AB\n"}},                          // to the size ahead of the colour
-    {{"A\x1C\x90\x58\rB"}, {U"A\nB\n"}},  // and to the position ahead of both
+    {{"P\x90\x58Q", "R", "\x90\x41S"}, {U"P\n", U"", U"S\n"}},
+    {{"P\x91\x90\x58Q"}, {U"P\n"}},       // a parameter goes to the first of several codes:
+    {{"P\x8B\x90\x58Q"}, {U"PQ\n"}},      // to the size ahead of the colour
+    {{"P\x1C\x90\x58\rQ"}, {U"P\nQ\n"}},  // and to the position ahead of both
     // A position moves to the next row, whichever it names, and one column on.
-    {{"A\x1C\x40\x7F"
-      "B"},
-     {U"A\nB\n"}},
-    {{"A\x1C\x3F\x40"
-      "B"},
-     {U"A\n"}},
-    {{"\x1C\x40\x40"
-      "A"},
-     {U"A\n"}},
-    {{"\x1C\x20\x40"
-      "A"},
-     {U""}},
-    {{repeated("\x1C  ", 31) + "A"}, {U""}},
-    {{repeated("\x1C  ", 32) + "A"}, {U"A\n"}},  // behind the last column
-    {{repeated("\x1C  ", 60) + "A"}, {U"A\n"}},
-    {{"\x1C\x10\x15"
-      "A\rB"},
-     {U""}},
+    {{"P\x1C\x40\x7FQ"}, {U"P\nQ\n"}},
+    {{"P\x1C\x3F\x40Q"}, {U"P\n"}},
+    {{"\x1C\x40\x40P"}, {U"P\n"}},
+    {{"\x1C\x20\x40P"}, {U""}},
+    {{"\x1C\x10\x15P\rQ"}, {U""}},
+    {{repeated("\x1C  ", 31) + "P"}, {U""}},
+    {{repeated("\x1C  ", 32) + "P"}, {U"P\n"}},  // behind the last column
+    {{repeated("\x1C  ", 60) + "P"}, {U"P\n"}},
 };
 
 const Interpretation SEQUENCES[] = {
-    {{"A\x9B"
-      "170;30 _\rB"},
-     {U"A\nB\n"}},
-    {{"A\x9B"
-      "7 Stext\rB"},
-     {U"A\nB\n"}},  // text up to the next code is taken for the sequence
-    {{"A\x9B"
-      "7",
-      " Slost", "\rB"},
-     {U"A\n", U"", U"B\n"}},
-    {{"A\x9B\x9B\x9B W\x90\x41"
-      "B"},
-     {U"AB\n"}},
-    {{"A\x90\x9B\x58"
-      "B"},
-     {U"A\n"}},  // a parameter owed ends it as a code does
+    {{"P\233170;30 _\rQ"}, {U"P\nQ\n"}},
+    {{"P\2337 Stext\rQ"}, {U"P\nQ\n"}},  // text up to the next code is taken for the sequence
+    {{"P\2337", " Slost", "\rQ"}, {U"P\n", U"", U"Q\n"}},
+    {{"P\233\233\233 W\x90\x41Q"}, {U"PQ\n"}},
+    {{"P\x90\233\x58Q"}, {U"P\n"}},  // a parameter owed ends it as a code does
     // Of any length, with numbers of any size.
-    {{"A\x9B" + std::string(200, '9'), std::string(200, '9'), " S\rB"}, {U"A\n", U"", U"B\n"}},
-    {{"A\x9B" + repeated("99999999999;", 18) + "1 V\rB"}, {U"A\nB\n"}},
+    {{"P\233" + std::string(200, '9'), std::string(200, '9'), " S\rQ"}, {U"P\n", U"", U"Q\n"}},
+    {{"P\233" + repeated("99999999999;", 18) + "1 V\rQ"}, {U"P\nQ\n"}},
 };
 
 class InterpretationTest : public ClosedCaptionDecoderTest {
@@ -311,7 +262,7 @@ TEST_F(ClosedCaptionDecoderTest, SaysWhyNothingIsWritten) {
 // Of a unit that the counter cannot hold the first 256 bytes are interpreted, once.
 TEST_F(ClosedCaptionDecoderTest, CountsBytesInEightBits) {
     const struct {
-        size_t stuffing;
+        size_t stuffing;  // codes that do nothing
         std::string text;
         std::u32string expected;
     } cases[] = {
@@ -322,9 +273,8 @@ TEST_F(ClosedCaptionDecoderTest, CountsBytesInEightBits) {
         {254, "AB" + std::string(0x10000, 'C'), U"AB\n"},
     };
     PesRing large(18);
-    mInput.buffer->reset();
     for (const auto& wanted : cases) {
-        const CaptionPacket packet{.unit = repeated(STUFFING, wanted.stuffing) + wanted.text};
+        const CaptionPacket packet{.unit = std::string(wanted.stuffing, '\x1E') + wanted.text};
         EXPECT_EQ(mDecoder->processPacket(large.push(PTS, packet.bytes())), 1);
         mDecoder->clearScreenData();
         large.buffer->reset();
@@ -428,32 +378,27 @@ TEST_F(ClosedCaptionDecoderTest, LeavesARecordThatIsNotWhole) {
 }
 
 TEST(UTF32Test, MapsBytesToCodePoints) {
-    using enum UTF32::charset_t;
-    const std::pair<int, char32_t> latin[] = {{0xA4, U'€'}, {0xA6, U'Š'}, {0xA8, U'š'},
-                                              {0xB4, U'Ž'}, {0xB8, U'ž'}, {0xBC, U'Œ'},
-                                              {0xBD, U'œ'}, {0xBE, U'Ÿ'}};
-    const std::pair<int, char32_t> special[] = {
-        {0x21, U'♪'}, {0x30, U'¤'}, {0x31, U'¦'}, {0x32, U'¨'}, {0x33, U'´'}, {0x34, U'¸'},
-        {0x35, U'¼'}, {0x36, U'½'}, {0x37, U'¾'}, {0x40, U'…'}, {0x41, U'█'}, {0x42, U'‘'},
-        {0x43, U'’'}, {0x44, U'“'}, {0x45, U'”'}, {0x46, U'•'}, {0x47, U'™'}, {0x48, U'⅛'},
-        {0x49, U'⅜'}, {0x4A, U'⅝'}, {0x4B, U'⅞'}};
-    char32_t expected[3][256];
-    for (char32_t byte = 0; byte < 256; ++byte) {
-        expected[0][byte] = expected[1][byte] = expected[2][byte] = byte;
-    }
-    for (const auto& [byte, codePoint] : latin) {
-        expected[CHARSET_DEFAULT][byte] = codePoint;
-    }
-    for (const auto& [byte, codePoint] : special) {
-        expected[CHARSET_SPECIAL][byte] = codePoint;
-    }
-    for (int set = 0; set < 3; ++set) {
-        for (int byte = 0; byte < 256; ++byte) {
-            EXPECT_EQ(
-                UTF32::getUTF32Char(static_cast<UTF32::charset_t>(set), static_cast<char>(byte)),
-                static_cast<uint32_t>(expected[set][byte]))
-                << set << " " << byte;
+    std::u32string expected[3];  // by set; the third is none
+    for (std::u32string& set : expected) {
+        for (char32_t byte = 0; byte < 256; ++byte) {
+            set += byte;
         }
+    }
+    const auto replace = [&expected](UTF32::charset_t set, const std::string& bytes,
+                                     const std::u32string& codePoints) {
+        for (size_t i = 0; i < bytes.size(); ++i) {
+            expected[set][static_cast<unsigned char>(bytes[i])] = codePoints[i];
+        }
+    };
+    replace(UTF32::CHARSET_DEFAULT, "\xA4\xA6\xA8\xB4\xB8\xBC\xBD\xBE", U"€ŠšŽžŒœŸ");
+    replace(UTF32::CHARSET_SPECIAL, "!01234567@ABCDEFGHIJK", U"♪¤¦¨´¸¼½¾…█‘’“”•™⅛⅜⅝⅞");
+    for (int set = 0; set < 3; ++set) {
+        std::u32string mapped;
+        for (int byte = 0; byte < 256; ++byte) {
+            mapped += static_cast<char32_t>(
+                UTF32::getUTF32Char(static_cast<UTF32::charset_t>(set), static_cast<char>(byte)));
+        }
+        EXPECT_EQ(mapped, expected[set]) << set;
     }
 }
 
