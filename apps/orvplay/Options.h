@@ -20,6 +20,7 @@ struct PlayOptions : StreamOptions {
     bool headless = false;
     bool json = false;
     bool audio = true;
+    bool keepGaps = false;
     double durationS = 0.0;  // from the first picture; 0: to the end
     std::string snapshot;    // PNG of the last picture shown; empty: none
 };

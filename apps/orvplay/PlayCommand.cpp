@@ -49,7 +49,9 @@ int playCommand(const PlayOptions& given) {
     }
     Interrupt::install();
     orvhost::Tuner& tuner = orvhost::Tuner::instance();
-    if (const orvhost::TuneResult tuned = tuner.tune(options.source, {}); !tuned.ok()) {
+    orvhost::TuneOptions tuning;
+    tuning.keepGaps = options.keepGaps;
+    if (const orvhost::TuneResult tuned = tuner.tune(options.source, tuning); !tuned.ok()) {
         return fail(exitCodeOf(tuned.status), tuned.message);
     }
     StreamSelection selection;

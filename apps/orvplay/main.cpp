@@ -44,6 +44,8 @@ void addPlay(CLI::App& app, PlayOptions& options) {
         ->type_name("SECONDS");
     play->add_option("--snapshot", options.snapshot, "Save the last picture shown")
         ->type_name("FILE.png");
+    play->add_flag("--keep-gaps", options.keepGaps,
+                   "Stay silent where 0.5 to 60 s of the source are missing, as it was on air");
     play->add_flag("--json", options.json, "Print events and the summary as JSON, one a line");
     play->footer(
         "Keys in the window: q or Escape quits, f toggles full screen, # changes to the next "

@@ -13,6 +13,9 @@ namespace {
 constexpr int64_t TRUSTED_INTERVAL_NS = 500'000'000;
 constexpr int64_t LONGEST_INTERVAL_NS = 5'000'000'000;
 
+// A gap in reception is kept up to this length; a larger step is taken for a cut.
+constexpr int64_t LONGEST_GAP_NS = 60'000'000'000;
+
 // So much without a clock is paced by the last rate: half a second at 12 Mbit/s.
 constexpr size_t MAX_OPEN_PACKETS = 4096;
 
@@ -71,6 +74,19 @@ bool PcrPacer::isPlausible(int64_t durationNs) const {
     return mRatePackets != 0 && durationNs > expected / 2 && durationNs < expected * 2;
 }
 
+bool PcrPacer::isGap(int64_t durationNs) const {
+    return mKeepGaps && mRatePackets != 0 && durationNs > TRUSTED_INTERVAL_NS &&
+           durationNs <= LONGEST_GAP_NS && durationNs > durationAtLastRate(mOpen);
+}
+
+// The packets since the last sample keep their rate, the rest of the time is silent.
+void PcrPacer::closeBeforeGap(int64_t durationNs) {
+    const int64_t silenceNs = durationNs - durationAtLastRate(mOpen);
+    closeAtLastRate();
+    mSegments.push_back({0, silenceNs});
+    mBufferedNs += silenceNs;
+}
+
 // An average that fades: one odd interval must not set the pace of what follows.
 void PcrPacer::learnRate(int64_t durationNs) {
     mRatePackets += static_cast<int64_t>(mOpen);
@@ -95,6 +111,8 @@ void PcrPacer::onSample(int64_t ticks, bool announcedJump) {
             mOpen = open;
         }
         close(duration);
+    } else if (measurable && isGap(duration)) {
+        closeBeforeGap(duration);
     } else if (mRatePackets != 0) {
         close(durationAtLastRate(mOpen));
     } else {
@@ -146,9 +164,7 @@ size_t PcrPacer::takeDue(int64_t nowNs) {
         }
         mWaitingSinceNs = -1;
         mStarted = true;
-        const Segment& first = mSegments.front();
-        mStartNs = nowNs - first.durationNs * static_cast<int64_t>(mTaken) /
-                               static_cast<int64_t>(first.packets);
+        mStartNs = nowNs - progressNs(mSegments.front());
     }
     if (mSegments.empty() && mOpen + mUnrated > 0 && nowNs - mStartNs > STARVED_NS) {
         closeAtLastRate();
@@ -185,10 +201,16 @@ int64_t PcrPacer::nextDueNs(int64_t unknown) const {
     if (!mStarted || mSegments.empty()) {
         return unknown;
     }
-    const Segment& first = mSegments.front();
     // The first packet that is due after the ones taken; at the segment's end, the next segment.
-    return mStartNs +
-           first.durationNs * static_cast<int64_t>(mTaken) / static_cast<int64_t>(first.packets);
+    const Segment& first = mSegments.front();
+    return mStartNs + (first.packets == 0 ? first.durationNs : progressNs(first));
+}
+
+// How far into the segment its first packet is that was not taken.
+int64_t PcrPacer::progressNs(const Segment& segment) const {
+    return segment.packets == 0 ? 0
+                                : segment.durationNs * static_cast<int64_t>(mTaken) /
+                                      static_cast<int64_t>(segment.packets);
 }
 
 void PcrPacer::clear() {

@@ -29,6 +29,10 @@ public:
     // PID without any, takes the first with some. Without effect once packets were added.
     void setStampPid(uint16_t pid) { mClock.setStampPid(pid); }
 
+    // A jump ahead by 0.5 to 60 s that is not announced becomes silence of that length: packets are
+    // missing there, as on air while the signal was gone. Otherwise the pace carries on.
+    void setKeepGaps(bool keep) { mKeepGaps = keep; }
+
     // Adds `count` packets behind those that are not due yet.
     void add(const uint8_t* packets, size_t count);
 
@@ -56,7 +60,7 @@ public:
 
 private:
     struct Segment {
-        size_t packets;
+        size_t packets;  // 0: silence
         int64_t durationNs;
     };
 
@@ -65,10 +69,14 @@ private:
     void onSample(int64_t ticks, bool announcedJump);
     void close(int64_t durationNs);
     void closeAtLastRate();
+    bool isGap(int64_t durationNs) const;
+    void closeBeforeGap(int64_t durationNs);
+    int64_t progressNs(const Segment& segment) const;
     bool isPlausible(int64_t durationNs) const;
     int64_t durationAtLastRate(size_t packets) const;
 
     StreamClock mClock;
+    bool mKeepGaps = false;
     int64_t mLastTicks = -1;  // -1: none to measure from
     size_t mOpen = 0;         // packets of the segment that no sample has closed yet
     size_t mUnrated = 0;      // packets before them that wait for the first rate

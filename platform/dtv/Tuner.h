@@ -45,6 +45,7 @@ struct TuneOptions {
     bool paced = true;
     uint16_t serviceId = 0;      // whose PCR paces; 0: the first service that has one
     uint16_t pcrPid = PID_NONE;  // goes before serviceId
+    bool keepGaps = false;       // be silent where packets of 0.5 to 60 s are missing
     bool loop = false;           // a file starts again at its end
     // Count packets per PID and read the tables all the time, not just while looking at the head.
     bool follow = true;

@@ -307,6 +307,7 @@ void TunerSession::beginFeeding() {
         mPacer.setPcrPid(mOptions.pcrPid != PID_NONE ? mOptions.pcrPid
                                                      : choosePid(DEMUX_FILTER_PCR, pcrPidIn));
         mPacer.setStampPid(choosePid(DEMUX_FILTER_VIDEO, videoPidIn));
+        mPacer.setKeepGaps(mOptions.keepGaps);
         mPacer.restart();
         mNextTickNs = mClock.nowNs();
         mLongTicksNs = mNextTickNs + SHORT_TICKS_NS;

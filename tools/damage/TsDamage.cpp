@@ -70,6 +70,7 @@ void emptyPmt(uint8_t* payload, size_t bytes) {
 
 constexpr int64_t WRAP_90K = int64_t{1} << 33;
 constexpr int64_t PER_90K = 300;  // ticks of 27 MHz
+constexpr int64_t TICKS_PER_S = 27'000'000;
 
 int64_t wrapped(int64_t value, int64_t wrap) {
     return (value % wrap + wrap) % wrap;
@@ -118,6 +119,31 @@ size_t stampsOf(const uint8_t* packet, size_t* header) {
     return (pes[7] & 0x80) == 0 ? 0 : (pes[7] & 0x40) == 0 ? 1 : 2;
 }
 
+// How long a packet takes, by the PCRs of the first PID that has some. Jumps do not count.
+double packetSeconds(const std::vector<uint8_t>& bytes) {
+    int pid = -1;
+    size_t lastAt = 0;
+    int64_t last = 0;
+    int64_t ticks = 0;
+    size_t packets = 0;
+    for (size_t at = 0; at + PACKET_BYTES <= bytes.size(); at += PACKET_BYTES) {
+        const uint8_t* packet = bytes.data() + at;
+        if (!hasPcr(packet) || (pid >= 0 && pidOf(packet) != pid)) {
+            continue;
+        }
+        const int64_t pcr = readPcr(packet + 6);
+        if (pid >= 0 && pcr > last && pcr - last < TICKS_PER_S) {
+            ticks += pcr - last;
+            packets += (at - lastAt) / PACKET_BYTES;
+        }
+        pid = pidOf(packet);
+        last = pcr;
+        lastAt = at;
+    }
+    return packets == 0 ? 0.0
+                        : static_cast<double>(ticks) / TICKS_PER_S / static_cast<double>(packets);
+}
+
 }  // namespace
 
 TsDamage::TsDamage(std::vector<uint8_t> stream, uint64_t seed)
@@ -126,6 +152,7 @@ TsDamage::TsDamage(std::vector<uint8_t> stream, uint64_t seed)
     for (size_t i = 0; i < count(); ++i) {
         mRemnants.push_back({i, i * PACKET_BYTES});
     }
+    mPacketS = packetSeconds(mBytes);
 }
 
 size_t TsDamage::count() const {
@@ -192,6 +219,17 @@ void TsDamage::losePart(double from, double to) {
 void TsDamage::losePart(double from, double to, uint16_t pid) {
     keepIf([=, this](size_t index, Packet p) {
         return pidOf(p) != pid || !isInside(index, from, to);
+    });
+}
+
+double TsDamage::timeOf(size_t index) const {
+    return static_cast<double>(mRemnants[index].origin) * mPacketS;
+}
+
+void TsDamage::loseSpan(double fromS, double lengthS) {
+    keepIf([=, this](size_t index, Packet) {
+        const double time = timeOf(index);
+        return time < fromS || time >= fromS + lengthS;
     });
 }
 
@@ -268,6 +306,14 @@ void TsDamage::removePid(uint16_t pid) {
 void TsDamage::jumpPcr(int64_t ticks27M) {
     for (size_t i = count() / 2; i < count(); ++i) {
         if (hasPcr(packet(i))) {
+            writePcr(packet(i) + 6, readPcr(packet(i) + 6) + ticks27M);
+        }
+    }
+}
+
+void TsDamage::jumpPcr(int64_t ticks27M, double fromS) {
+    for (size_t i = 0; i < count(); ++i) {
+        if (timeOf(i) >= fromS && hasPcr(packet(i))) {
             writePcr(packet(i) + 6, readPcr(packet(i) + 6) + ticks27M);
         }
     }

@@ -48,6 +48,9 @@ public:
     // bits are wrong.
     void losePart(double from, double to);
     void losePart(double from, double to, uint16_t pid);
+    // From so many seconds into the stream on, which its PCRs tell: all is lost for so long, as
+    // while the signal is gone. Several holes keep their places.
+    void loseSpan(double fromS, double lengthS);
     void corruptPart(double from, double to, double ratePerBit);
     // Takes bytes out at a part of the stream, 0 to 1; 1 to 187 of them, `slips` times. Call them
     // last.
@@ -58,8 +61,9 @@ public:
     // Without these many packets of its beginning.
     void cutHead(size_t packets);
     void removePid(uint16_t pid);
-    // PCRs from the middle of the stream on are this much later.
+    // PCRs from the middle of the stream on, or from so many seconds on, are this much later.
     void jumpPcr(int64_t ticks27M);
+    void jumpPcr(int64_t ticks27M, double fromS);
     // All times are this much later, modulo their wrap.
     void shiftTimes(int64_t ticks90k);
     // The sender's clock runs fast by so many millionths: PCRs and time stamps from the first on.
@@ -88,6 +92,7 @@ private:
     using Packet = uint8_t*;  // 188 bytes
 
     size_t count() const;
+    double timeOf(size_t index) const;
     Packet packet(size_t index);
     bool chance(double rate);
     bool isInside(size_t index, double from, double to) const;
@@ -100,6 +105,7 @@ private:
 
     std::vector<uint8_t> mBytes;
     std::vector<Remnant> mRemnants;
+    double mPacketS = 0.0;  // of the sound stream
     std::mt19937_64 mRandom;
 };
 

@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cerrno>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -27,7 +28,8 @@ struct Options {
     size_t slips = 0;
     size_t cutHead = 0;
     size_t garbage = 0;
-    int64_t pcrJumpS = 0;
+    std::vector<std::pair<double, double>> gaps;      // from and length, in seconds
+    std::vector<std::pair<double, double>> pcrJumps;  // from and step
     std::vector<uint16_t> removed;
     std::vector<uint16_t> lying;
     std::vector<uint16_t> privateId;
@@ -51,7 +53,14 @@ void addOptions(CLI::App& app, Options& o) {
     app.add_option("--slips", o.slips, "How often to take out 1 to 187 bytes");
     app.add_option("--cut-head", o.cutHead, "Packets to leave out at the beginning");
     app.add_option("--garbage", o.garbage, "Bytes of garbage before the first packet");
-    app.add_option("--pcr-jump", o.pcrJumpS, "Seconds by which PCRs jump in the middle");
+    app.add_option("--gap", o.gaps,
+                   "Nothing is received from a second of the stream on, for so long")
+        ->delimiter(':')
+        ->type_name("AT:SECONDS");
+    app.add_option("--pcr-jump", o.pcrJumps,
+                   "PCRs are so much later from a second of the stream on")
+        ->delimiter(':')
+        ->type_name("AT:SECONDS");
     app.add_option("--remove-pid", o.removed, "PIDs to leave out");
     app.add_option("--wrong-pes-length", o.lying, "PIDs whose PES lengths lie");
     app.add_option("--private-stream-id", o.privateId, "PIDs that get the stream id 0xBD");
@@ -84,8 +93,11 @@ std::vector<uint8_t> damaged(const Options& o, std::vector<uint8_t> bytes) {
     if (o.emptyPmt) {
         stream.emptyPmts();
     }
-    if (o.pcrJumpS != 0) {
-        stream.jumpPcr(o.pcrJumpS * 27'000'000);
+    for (const auto& [fromS, stepS] : o.pcrJumps) {
+        stream.jumpPcr(std::llround(stepS * 27e6), fromS);
+    }
+    for (const auto& [fromS, lengthS] : o.gaps) {
+        stream.loseSpan(fromS, lengthS);
     }
     stream.duplicatePackets(o.duplicates);
     stream.swapNeighbours(o.swaps);
@@ -115,6 +127,7 @@ int main(int argc, char** argv) {
     CLI::App app("Makes a damaged or unusual copy of a transport stream, the same every time.");
     Options options;
     addOptions(app, options);
+    app.set_config("--faults", "", "Options from a file: a line \"gap=10:6\" for each");
     CLI11_PARSE(app, argc, argv);
     std::ifstream in(options.in, std::ios::binary);
     if (!in) {

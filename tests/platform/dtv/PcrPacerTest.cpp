@@ -83,6 +83,36 @@ TEST(PcrPacerTest, KeepsAnEvenPaceOverEveryKindOfJump) {
     }
 }
 
+// Two seconds are missing; what is announced, goes back or is too far ahead is no gap.
+TEST(PcrPacerTest, KeepsAGapSilentWhenToldTo) {
+    const struct {
+        int64_t jumpMs;
+        bool announced;
+        int64_t silenceMs;
+    } cases[] = {{2'000, false, 2'000}, {50'000, false, 50'000}, {70'000, false, 0},
+                 {2'000, true, 0},      {-2'000, false, 0},      {0, false, 0}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.jumpMs);
+        const int64_t start = orvhost::PCR_WRAP - 500 * PCR_MS;
+        TsBuilder builder;
+        addStretch(builder, start, 10);
+        addStretch(builder, start + (400 + c.jumpMs) * PCR_MS, 10, PID, c.announced);
+        PcrPacer pacer;
+        pacer.setPcrPid(PID);
+        pacer.setKeepGaps(true);
+        add(pacer, builder);
+        pacer.finish();
+        size_t due = 0;
+        for (int64_t at = 0; at <= 380 + c.silenceMs; at += 20) {
+            due += pacer.takeDue(at * MS);
+        }
+        EXPECT_EQ(due, c.silenceMs > 0 ? 100u : 96u);
+        // The rest comes at its pace, from the end of the silence on.
+        EXPECT_EQ(due + pacer.takeDue((400 + c.silenceMs) * MS), 101u);
+        EXPECT_EQ(pacer.takeDue((440 + c.silenceMs) * MS), 10u);
+    }
+}
+
 TEST(PcrPacerTest, TheWrapOf33BitsIsNoJump) {
     TsBuilder builder;
     addStretch(builder, orvhost::PCR_WRAP - 200 * PCR_MS - 17, 10);
