@@ -85,6 +85,12 @@ int OneShotTimer::disarm() {
     return mCreationError != 0 ? mCreationError : armOnce(mTimer, 0);
 }
 
+void OneShotTimer::waitForCallback() {
+    if (mRecord != nullptr) {
+        std::lock_guard<std::mutex> running(mRecord->lock);
+    }
+}
+
 int OneShotTimer::remove() {
     if (mRecord == nullptr) {
         return 0;

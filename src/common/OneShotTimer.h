@@ -28,6 +28,9 @@ public:
     int arm(unsigned int seconds);
     int disarm();
 
+    // Returns once no callback runs. Not in the callback.
+    void waitForCallback();
+
     // Deletes the timer ahead of the destructor. 0, or an errno.
     int remove();
 

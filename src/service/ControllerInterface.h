@@ -11,9 +11,14 @@
 #include <string>
 
 #include "common/CaptureFrameListener.h"
+#include "common/ClosedCaptionListener.h"
 #include "common/ErrorListener.h"
+#include "common/IPlayerListener.h"
+#include "common/IRecorderListener.h"
+#include "common/Uri.h"
 #include "renderer/AudioRenderer.h"
 #include "renderer/VideoRenderer.h"
+#include "servicecontroller/ServiceController.h"
 
 namespace OrvPlayer {
 
@@ -33,6 +38,10 @@ public:
     virtual void setErrorListener(ErrorListener* listener) = 0;
     virtual void setAudioRenderedListener(AudioRenderer::AudioRenderedListener* listener) = 0;
     virtual void setVideoRenderedListener(VideoRenderer::FrameRenderedListener* listener) = 0;
+    virtual void setServiceControllerListener(
+        ServiceController::ServiceControllerListener* listener) = 0;
+    // Pictures in the last second, -1 when nothing is known.
+    virtual int getFrameRate() = 0;
     virtual int setSoundEffect(int effect) = 0;
     // Milliseconds by which pictures are shown later.
     virtual int setAVSync(int offsetMs) = 0;
@@ -40,11 +49,23 @@ public:
     virtual int setAudioOnlyMode(int on) = 0;
     // The stream time now, 33 bits at 90 kHz; 0 when there is none.
     virtual int64_t getPCRValue() { return 0; }
+    // Milliseconds by which captions that wait come later.
+    virtual int setCaptionSync(int offsetMs) = 0;
     virtual int dump(FILE* stream, const android::Vector<android::String16>& args, int indent) = 0;
+    virtual void setCaptionListener(ClosedCaptionListener* listener) = 0;
     virtual int setAudioPID(int pid) = 0;
+    // Changes the caption PID, or adds one where there is none.
+    virtual int setCCPID(int pid) = 0;
     virtual int stopTSReceiver() = 0;
     virtual int pause() = 0;
+    // Recorded sources only: a position as their player takes it.
+    virtual int seek(int position) = 0;
     virtual int resume() = 0;
+    // Records the broadcast; one recording at a time. stopRecord() keeps it or discards it.
+    virtual int startRecord(Uri* target) = 0;
+    virtual int stopRecord(bool save) = 0;
+    virtual void setRecorderListener(IRecorderListener* listener) = 0;
+    virtual void setPlayerListener(IPlayerListener* listener) = 0;
     // A part of the picture in display coordinates, or the whole of it.
     virtual int setCropRect(int left, int top, int right, int bottom, int useOriginal) = 0;
     virtual ~ControllerInterface() = default;

@@ -10,8 +10,6 @@ namespace OrvPlayer {
 
 namespace {
 
-constexpr int LIVE = 0;
-
 constexpr unsigned int LIVE_TIMEOUT_S = 17;
 constexpr unsigned int RECORDED_TIMEOUT_S = 10;
 constexpr int LIVE_OFFSET_MS = 2000;
@@ -20,7 +18,8 @@ constexpr int PCR_OFFSET_MS = 1500;
 
 }  // namespace
 
-MainController::MainController() : mSynchronization(new Synchronization) {
+MainController::MainController()
+    : mServiceController(new ServiceController), mSynchronization(new Synchronization) {
     mReceiver = addModule(sp<TSReceiver>(new TSReceiver));
     mPCRTS = addRingBuffer();
     mPCRParser = addModule(sp<TSParser>(new TSParser(PID_TYPE_PCR)));
@@ -37,6 +36,12 @@ MainController::MainController() : mSynchronization(new Synchronization) {
     mAudioRaw = addRingBuffer();
     mAudioRenderer = addModule(sp<AudioRenderer>(new AudioRenderer(mSynchronization)));
     mSynchronization->addListener(mAudioRenderer.get());
+    mCCTS = addRingBuffer();
+    mCCParser = addModule(sp<TSParser>(new TSParser(PID_TYPE_CLOSED_CAPTION)));
+    mCCPES = addRingBuffer();
+    mCCDecoder = addModule(sp<ClosedCaptionDecoder>(new ClosedCaptionDecoder));
+    mCCRaw = addRingBuffer();
+    mCCRenderer = addModule(sp<ClosedCaptionRenderer>(new ClosedCaptionRenderer(mSynchronization)));
     mVideoDecoder->setDecoderInfoListenerListener(this);
     mVideoRenderer->setFrameRenderedListener(this);
     mAudioRenderer->setAudioRenderedListener(this);
@@ -57,7 +62,11 @@ MainController::~MainController() {
             ORV_LOGE("%s: Error deleting timer (%d)\n", __func__, error);
         }
     }
-    // Whatever became of the last start or stop, no module thread outlives the controller.
+    // Nothing is told any more from here on, whatever became of the last start or stop.
+    mServiceController->setListener(nullptr);
+    stopPlayerAndRecorder();
+    mServiceController->stopAll();
+    // No module thread outlives the controller.
     askModulesToExit();
     for (const sp<Module>& module : mModules) {
         module->stop();
@@ -80,8 +89,10 @@ int MainController::start() {
         std::lock_guard<std::mutex> guard(mGateLock);
         mStarted = true;
     }
+    beginSource();
     setClockOffsets();
     armPlaybackTimer(mSourceType == LIVE ? LIVE_TIMEOUT_S : RECORDED_TIMEOUT_S);
+    mServiceController->startBuffering();
     for (const sp<Module>& module : mModules) {
         if (const int status = module->start(); status != 0) {
             ORV_LOGE("%s: Error starting module %s", __func__, module->getModuleName().c_str());
@@ -89,6 +100,19 @@ int MainController::start() {
         }
     }
     return 0;
+}
+
+// A live source can lose its signal, a recorded one can end.
+void MainController::beginSource() {
+    if (mSourceType == LIVE) {
+        mServiceController->startCheckSignal();
+        mServiceController->startCheckFrameRate();
+        return;
+    }
+    mEndOfContent = false;
+    if (m_pPlayer != nullptr) {
+        m_pPlayer->start();
+    }
 }
 
 // A source's clock runs that much behind what arrives: decoders have that long.
@@ -115,6 +139,16 @@ int MainController::stop() {
         }
     }
     askModulesToExit();
+    if (m_pPlayer != nullptr && mSourceType == RECORDER_SERVICE && !mEndOfContent) {
+        m_pPlayer->stop();
+    }
+    if (mRecording) {
+        stopRecord(false);
+    }
+    mServiceController->stopAll();
+    if (mPlaybackTimer != nullptr) {
+        mPlaybackTimer->waitForCallback();  // it may be at the end of this run's buffering
+    }
     mReceiver->stop();  // nothing new enters from here on
     for (const sp<Module>& module : mModules) {
         if (const int status = module->stop(); status != 0) {
@@ -122,15 +156,20 @@ int MainController::stop() {
             return status;
         }
     }
-    for (const sp<RingBuffer>& buffer : mRingBuffers) {
-        buffer->reset();
-    }
+    emptyRingBuffers();
     mSynchronization->resetPCR();
     mVideoRendered = false;
     mAudioRendered = false;
     mAudioRenderer->setOutputEnable(false);
     mVideoRenderer->setOutputEnabled(false);
+    mCCRenderer->setOutputEnabled(false);
     return 0;
+}
+
+void MainController::emptyRingBuffers() {
+    for (const sp<RingBuffer>& buffer : mRingBuffers) {
+        buffer->reset();
+    }
 }
 
 // All of them before the first is joined: a stop takes as long as the slowest, not as their sum.
@@ -140,40 +179,27 @@ void MainController::askModulesToExit() {
     }
 }
 
-int MainController::pause() {
-    ORV_LOGV("%s\n", __func__);
-    if (const int status = mAudioRenderer->stop(); status != 0) {
-        return status;
-    }
-    const int status = mVideoRenderer->stop();
-    mSynchronization->pause();
-    return status;
-}
-
-int MainController::resume() {
-    ORV_LOGV("%s\n", __func__);
-    mSynchronization->resume();
-    if (const int status = mAudioRenderer->start(); status != 0) {
-        return status;
-    }
-    return mVideoRenderer->start();
-}
-
-// Opens the outputs once the first picture and the first sound have come, or by force.
+// Opens the outputs once the first picture and the first sound have come, or by force. Several
+// threads may come here at once; to open them again changes nothing.
 void MainController::checkEnableOutputs(bool force) {
-    std::lock_guard<std::mutex> guard(mGateLock);
-    if (mStarted && (force || (mVideoRendered && mAudioRendered))) {
-        openGate();
+    if (openGate(force)) {
+        mServiceController->stopBuffering();
     }
 }
 
-void MainController::openGate() {
+bool MainController::openGate(bool force) {
+    std::lock_guard<std::mutex> guard(mGateLock);
+    if (!mStarted || (!force && (!mVideoRendered || !mAudioRendered))) {
+        return false;
+    }
     mAudioRenderer->setOutputEnable(mAudioEnabled != 0);
     mVideoRenderer->setOutputEnabled(true);
+    mCCRenderer->setOutputEnabled(true);
     const int error = mPlaybackTimer != nullptr ? mPlaybackTimer->disarm() : 0;
     if (error != 0) {
         ORV_LOGE("%s: Error disabling playack timer (%d)\n", "checkEnableOutputs", error);
     }
+    return true;
 }
 
 void MainController::playbackTimerCallback(void* controller) {
@@ -182,12 +208,16 @@ void MainController::playbackTimerCallback(void* controller) {
 }
 
 void MainController::onFrameRendered(int width, int height, Uint33 pts) {
+    mServiceController->onFrameRendered(width, height, pts);
     if (VideoRenderer::FrameRenderedListener* listener = mVideoRenderedListener;
         listener != nullptr) {
         listener->onFrameRendered(width, height, pts);
     }
     if (!mVideoRendered.exchange(true)) {
         checkEnableOutputs(false);
+    }
+    if (mSourceType == RECORDER_SERVICE && !mEndOfContent && mVideoRendered && mAudioRendered) {
+        m_pPlayer->updateCurTime(pts);
     }
 }
 
@@ -198,6 +228,7 @@ void MainController::onAudioRendered() {
 }
 
 void MainController::onAudioReady(long msec) {
+    mServiceController->onAudioReady(msec);
     if (AudioRenderer::AudioRenderedListener* listener = mAudioRenderedListener;
         listener != nullptr) {
         listener->onAudioReady(msec);
@@ -209,6 +240,10 @@ void MainController::onAudioSessionId(int id) {
         listener != nullptr) {
         listener->onAudioSessionId(id);
     }
+}
+
+void MainController::onVideoResolution(int width, int height) {
+    mServiceController->onVideoResolution(width, height);
 }
 
 int MainController::setSurface(sp<android::Surface>& surface) {
@@ -232,6 +267,7 @@ void MainController::setErrorListener(ErrorListener* listener) {
     for (const sp<Module>& module : mModules) {
         module->addErrorListener(*listener);
     }
+    mErrorListeners.push_back(listener);
 }
 
 void MainController::setAudioRenderedListener(AudioRenderer::AudioRenderedListener* listener) {
@@ -240,6 +276,24 @@ void MainController::setAudioRenderedListener(AudioRenderer::AudioRenderedListen
 
 void MainController::setVideoRenderedListener(VideoRenderer::FrameRenderedListener* listener) {
     mVideoRenderedListener = listener;
+}
+
+void MainController::setServiceControllerListener(
+    ServiceController::ServiceControllerListener* listener) {
+    mServiceController->setListener(listener);
+}
+
+int MainController::getFrameRate() {
+    return mServiceController->getFrameRate();
+}
+
+void MainController::setCaptionListener(ClosedCaptionListener* listener) {
+    mCCRenderer->registerListener(listener);
+}
+
+int MainController::setCaptionSync(int offsetMs) {
+    mCCRenderer->setCaptionSync(offsetMs);
+    return 0;
 }
 
 int MainController::setSoundEffect(int effect) {
@@ -276,6 +330,35 @@ int MainController::setAudioPID(int pid) {
     }
     mPIDs[PID_TYPE_AUDIO] = newPID;
     return 0;
+}
+
+int MainController::setCCPID(int pid) {
+    const auto newPID = static_cast<unsigned short>(pid);
+    const unsigned short oldPID = mPIDs[PID_TYPE_CLOSED_CAPTION];
+    if (mReceiver->isPIDSet(oldPID)) {
+        if (mReceiver->changePID(PID_TYPE_CLOSED_CAPTION, oldPID, newPID) != 0) {
+            return 1;
+        }
+        ORV_LOGI("%s setCCPID: %d -> %d", __func__, oldPID, newPID);
+    } else if (!addCCPID(newPID)) {
+        return 1;
+    }
+    mPIDs[PID_TYPE_CLOSED_CAPTION] = newPID;
+    return 0;
+}
+
+bool MainController::addCCPID(unsigned short pid) {
+    Module::OutputPosition position;
+    if (mReceiver->addOutput(mCCTS, &position) != 0) {
+        ORV_LOGE("%s: Error configuring %s.", "setCCPID",
+                 "addOutput on TSReceiver (Closed Caption)");
+        return false;
+    }
+    if (mReceiver->startFilteringNewPID(PID_TYPE_CLOSED_CAPTION, pid) != 0) {
+        mReceiver->removeOutput(&position);  // outputs and PIDs go in pairs
+        return false;
+    }
+    return true;
 }
 
 int MainController::stopTSReceiver() {

@@ -11,7 +11,6 @@ namespace OrvPlayer {
 
 namespace {
 
-constexpr int RECORDER_SERVICE = 2;  // the source that follows the audio time stamps
 constexpr unsigned short NULL_PID = 0x1FFF;
 
 constexpr unsigned int PCR_TS_EXPONENT = 12;
@@ -21,6 +20,9 @@ constexpr unsigned int VIDEO_RAW_EXPONENT = 13;  // 80-byte records; the picture
 constexpr unsigned int AUDIO_TS_EXPONENT = 16;
 constexpr unsigned int AUDIO_PES_EXPONENT = 16;
 constexpr unsigned int AUDIO_RAW_EXPONENT = 19;
+constexpr unsigned int CC_TS_EXPONENT = 12;
+constexpr unsigned int CC_PES_EXPONENT = 13;
+constexpr unsigned int CC_RAW_EXPONENT = 12;
 
 // One step of the sequence: true on success, else its label is logged.
 bool done(int status, const char* label) {
@@ -37,14 +39,31 @@ bool isYes(const std::string& value) {
 }  // namespace
 
 int MainController::configure(Configuration config) {
+    // First, because it refuses a second time: nothing of a pipeline that may run is touched then.
+    if (!done(mPCRTS->configure("PCRTS", PCR_TS_EXPONENT), "PCRTS RingBuffer")) {
+        return 1;
+    }
     mSourceType = atoi(config["sourceType"].c_str());
+    if (mSourceType != LIVE && !createPlayerOf(config["filePath"])) {
+        return 1;
+    }
     PIDMap pids;
     if (!configurePCR(config, pids) || !configureVideo(config, pids) ||
-        !configureAudio(config, pids)) {
+        !configureAudio(config, pids) || !configureCaptions(config, pids)) {
         return 1;
     }
     const auto status = static_cast<int>(mReceiver->configure(pids));
     return done(status, "configure on TSReceiver") ? 0 : 1;
+}
+
+bool MainController::createPlayerOf(const std::string& filePath) {
+    m_pPlayer = createPlayer();
+    if (!done(m_pPlayer == nullptr ? 1 : 0, "Player")) {
+        return false;
+    }
+    m_pPlayer->setListener(this);
+    m_pPlayer->setFilePath(filePath);
+    return true;
 }
 
 // Has the receiver filter the PID under `key` into `buffer`, when it names a stream.
@@ -64,8 +83,7 @@ bool MainController::receivePID(Configuration& config, const char* key, TSReceiv
 }
 
 bool MainController::configurePCR(Configuration& config, PIDMap& pids) {
-    return done(mPCRTS->configure("PCRTS", PCR_TS_EXPONENT), "PCRTS RingBuffer") &&
-           receivePID(config, "pcrPid", PID_TYPE_PCR, mPCRTS, "addOutput on TSReceiver (PCR)",
+    return receivePID(config, "pcrPid", PID_TYPE_PCR, mPCRTS, "addOutput on TSReceiver (PCR)",
                       pids) &&
            done(mPCRParser->setInput(mPCRTS), "setInput on TSParser (PCR)") &&
            done(mPCRParser->configure(mSynchronization), "configure on TSParser (PCR)");
@@ -99,6 +117,10 @@ bool MainController::configureAudio(Configuration& config, PIDMap& pids) {
         return false;
     }
     mAudioParser->setNotifyAudioPTS(mSourceType == RECORDER_SERVICE);
+    return configureAudioDecoder(config);
+}
+
+bool MainController::configureAudioDecoder(Configuration& config) {
     if (!done(mAudioDecoder->setInput(mAudioPES), "setInput on AudioDecoder") ||
         !done(mAudioDecoder->addOutput(mAudioRaw, nullptr), "setOutput on AudioDecoder")) {
         return false;
@@ -113,6 +135,21 @@ bool MainController::configureAudio(Configuration& config, PIDMap& pids) {
     return done(mAudioDecoder->configure(type), "Audio Decoder") &&
            done(mAudioRenderer->setInput(mAudioRaw), "setInput on AudioRenderer") &&
            done(mAudioRenderer->configure(), "Audio Renderer");
+}
+
+// Captions wait for the clock in their renderer; their parser does not feed it.
+bool MainController::configureCaptions(Configuration& config, PIDMap& pids) {
+    mPIDs[PID_TYPE_CLOSED_CAPTION] = 0;
+    return done(mCCTS->configure("CCTS", CC_TS_EXPONENT), "CCTS RingBuffer") &&
+           done(mCCPES->configure("CCPES", CC_PES_EXPONENT), "CCPES RingBuffer") &&
+           done(mCCRaw->configure("CCRaw", CC_RAW_EXPONENT), "CCRaw RingBuffer") &&
+           receivePID(config, "subtitlePid", PID_TYPE_CLOSED_CAPTION, mCCTS,
+                      "addOutput on TSReceiver (Closed Caption)", pids) &&
+           done(mCCParser->setInput(mCCTS), "setInput on TSParser (Closed Caption)") &&
+           done(mCCParser->addOutput(mCCPES, nullptr), "addOutput on TSParser (Closed Caption)") &&
+           done(mCCDecoder->setInput(mCCPES), "setInput on ClosedCaptionDecoder") &&
+           done(mCCDecoder->addOutput(mCCRaw, nullptr), "addOutput on ClosedCaptionDecoder") &&
+           done(mCCRenderer->setInput(mCCRaw), "setInput on ClosedCaptionRenderer");
 }
 
 }  // namespace OrvPlayer

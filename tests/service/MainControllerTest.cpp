@@ -14,15 +14,8 @@
 #include <thread>
 #include <vector>
 
-#include "support/Await.h"
-#include "support/FakeAudio.h"
-#include "support/FakeDemux.h"
+#include "ControllerFixture.h"
 #include "support/FakeRecPlayer.h"
-#include "support/FakeTimers.h"
-#include "support/ProcessUsage.h"
-#include "support/TraceCapture.h"
-#include "support/TsBuilder.h"
-#include "trace/OneSegPGL.h"
 
 namespace {
 
@@ -44,63 +37,19 @@ namespace {
 
 using namespace OrvPlayer;
 using android::sp;
-using orvtest::FakeAudio;
 using orvtest::FakeDemux;
-using orvtest::FakeTimers;
-using Config = std::map<std::string, std::string>;
 using Started = std::vector<FakeDemux::Started>;
 using std::chrono::steady_clock;
 
-constexpr size_t PLAYBACK_TIMER = 1;  // the first is the audio renderer's
-
-const Config LIVE{{"pcrPid", "256"}, {"videoPid", "273"}, {"audioPid", "274"}};
-
-size_t threads() {
-    return orvtest::ProcessUsage::now().threads;
-}
-
-// Bytes that look like a broadcast, as far as the codecs.
-orvtest::Bytes broadcast(unsigned pid, uint8_t streamId, int pictures) {
-    orvtest::TsBuilder stream;
-    for (int i = 0; i < pictures; ++i) {
-        stream.pes(pid, streamId, 90'000 + i * 3003, orvtest::Bytes(3000, 0x21), i * 900'900);
-    }
-    return stream.build();
-}
-
-class MainControllerTest : public testing::Test {
+class MainControllerTest : public orvtest::ControllerTest {
 protected:
-    void SetUp() override {
-        OneSegPGL_InitializeDebug();
-        mDemux.reset();
-        mAudio.reset();
-        mAudio.open();
-        mTimers.reset();
-        mController = new MainController;
-    }
     void TearDown() override {
-        mController = nullptr;
-        EXPECT_EQ(mDemux.running(), 0u);
-        EXPECT_EQ(mAudio.living(), 0u);
+        ControllerTest::TearDown();
         fclose(mNowhere);
     }
 
-    bool isTraced(const std::string& wanted) {
-        const std::vector<std::string> lines = mTrace.take();
-        return std::find(lines.begin(), lines.end(), wanted) != lines.end();
-    }
-
-    void renderBoth() {
-        mController->onFrameRendered(1920, 1080, 90000);
-        mController->onAudioRendered();
-    }
-
-    FakeDemux& mDemux = FakeDemux::instance();
-    FakeAudio& mAudio = FakeAudio::instance();
-    FakeTimers& mTimers = FakeTimers::instance();
-    orvtest::TraceCapture mTrace;
     FILE* const mNowhere = fopen("/dev/null", "w");
-    sp<MainController> mController;
+    const Config LIVE = live();
 };
 
 TEST_F(MainControllerTest, ConfigurationFailuresNameTheirStep) {
@@ -109,11 +58,11 @@ TEST_F(MainControllerTest, ConfigurationFailuresNameTheirStep) {
     EXPECT_EQ(mController->configure(LIVE), 1);
     EXPECT_TRUE(isTraced("configure: Error configuring PCRTS RingBuffer."));
 
-    const char* const regions[] = {"PCRTS",   "VideoTS",  "VideoPES", "VideoRaw",
-                                   "AudioTS", "AudioPES", "AudioRaw"};
+    const char* const regions[] = {"PCRTS",    "VideoTS",  "VideoPES", "VideoRaw", "AudioTS",
+                                   "AudioPES", "AudioRaw", "CCTS",     "CCPES",    "CCRaw"};
     for (int i = 0; i < static_cast<int>(std::size(regions)); ++i) {
         SCOPED_TRACE(regions[i]);
-        mController = new MainController;
+        newController();
         gRegionsUntilFailure = i;
         mTrace.take();
         EXPECT_EQ(mController->configure(LIVE), 1);
@@ -122,15 +71,19 @@ TEST_F(MainControllerTest, ConfigurationFailuresNameTheirStep) {
     }
     gRegionsUntilFailure = -1;
 
-    mController = new MainController;
+    newController();
     mAudio.failTracks(-19);
     EXPECT_EQ(mController->configure(LIVE), 1);
     EXPECT_TRUE(isTraced("configure: Error configuring Audio Renderer."));
+
+    const sp<MainController> playerless = new MainController;
+    EXPECT_EQ(playerless->configure(recorded("1")), 1);
+    EXPECT_TRUE(isTraced("configure: Error configuring Player."));
 }
 
 TEST_F(MainControllerTest, FiltersThePIDsThatNameAStream) {
     const FakeDemux::Started pcr{256, DEMUX_FILTER_PCR}, video{273, DEMUX_FILTER_VIDEO},
-        audio{274, DEMUX_FILTER_PES};
+        audio{274, DEMUX_FILTER_PES}, captions{305, DEMUX_FILTER_PES};
     struct Case {
         Config config;
         Started filters;
@@ -141,11 +94,12 @@ TEST_F(MainControllerTest, FiltersThePIDsThatNameAStream) {
         {{{"pcrPid", "0"}, {"videoPid", "273"}}, {video}},
         {{{"pcrPid", "8191"}, {"audioPid", "274"}}, {audio}},
         {{{"pcrPid", "73727"}, {"videoPid", "65809"}}, {video}},  // modulo 65536
-        {{{"videoPid", "273"}, {"IsLATMAudio", "1"}, {"isMPEG2Audio", "1"}}, {video}},
+        {{{"subtitlePid", "305"}, {"videoPid", "273"}}, {video, captions}},
+        {{{"videoPid", "273"}, {"subtitlePid", "8191"}}, {video}},
     };
     for (const Case& wanted : cases) {
         SCOPED_TRACE(testing::PrintToString(wanted.config));
-        mController = new MainController;
+        newController();
         mDemux.reset();
         EXPECT_EQ(mController->configure(wanted.config), 0);
         EXPECT_EQ(mController->start(), 0);
@@ -153,13 +107,13 @@ TEST_F(MainControllerTest, FiltersThePIDsThatNameAStream) {
         EXPECT_EQ(mController->stop(), 0);
     }
 
-    mController = new MainController;
+    newController();
     EXPECT_EQ(mController->configure({}), 0);
     mTrace.take();
     EXPECT_EQ(mController->start(), 0x11002);
     EXPECT_TRUE(isTraced("start: Error starting module TS Receiver"));
 
-    mController = new MainController;
+    newController();
     EXPECT_EQ(mController->configure(LIVE), 0);
     mDemux.refuse(274);
     EXPECT_EQ(mController->start(), 0x11004);  // and destroyed with two filters that run
@@ -260,12 +214,8 @@ TEST_F(MainControllerTest, KnowsTheKindsOfSources) {
         {"0", 17, "8589844592", {}}, {"1", 10, "45000", {}}, {"2", 10, "45000", {1000}}};
     for (const auto& wanted : cases) {
         SCOPED_TRACE(wanted.type);
-        mController = nullptr;
-        mTimers.reset();
-        mController = new MainController;
-        Config config = LIVE;
-        config["sourceType"] = wanted.type;
-        ASSERT_EQ(mController->configure(config), 0);
+        newController();
+        ASSERT_EQ(mController->configure(recorded(wanted.type)), 0);
         ASSERT_EQ(mController->start(), 0);
         EXPECT_EQ(mTimers.armedFor(PLAYBACK_TIMER), wanted.timeoutS);
         mTrace.take();
@@ -284,27 +234,67 @@ TEST_F(MainControllerTest, KnowsTheKindsOfSources) {
     }
 }
 
-// Deliberate: the spelling of the first line. The sections come in this order, each in the order of
-// construction.
+// In the order of their construction.
+constexpr char MODULES[] =
+    "TS Receiver TS Parser TS Parser VideoDecoder VideoRenderer TS Parser AudioDecoder "
+    "AudioRenderer TS Parser ClosedCaptionDecoder ClosedCaptionRenderer";
+
+// The names in a report, in order, with blanks between.
+std::string namesIn(const std::string& report, const std::string& before) {
+    std::string names;
+    for (size_t at = 0; (at = report.find(before, at)) != std::string::npos;) {
+        at += before.size();
+        names += (names.empty() ? "" : " ") + report.substr(at, report.find('\n', at) - at);
+    }
+    return names;
+}
+
+// Deliberate: the spelling of the first line.
 TEST_F(MainControllerTest, ReportsItsParts) {
     ASSERT_EQ(mController->configure(LIVE), 0);
-    char* text = nullptr;
-    size_t size = 0;
-    FILE* memory = open_memstream(&text, &size);
-    mController->dump(memory, {}, 1);
-    mController->dump(nullptr, {}, 1);
-    fclose(memory);
-    const std::string report(text, size);
-    free(text);
-    size_t at = 0;
-    for (const char* part :
-         {"\tMainControler:\n\t+ Ring Buffers:\n", "\t\t\t - RingBuffer PCRTS\n", "VideoTS\n",
-          "VideoPES\n", "VideoRaw\n", "AudioTS\n", "AudioPES\n", "AudioRaw\n",
-          "\n\t+ Modules:\n\t\t\t - Module Name: TS Receiver\n", "VideoDecoder\n",
-          "VideoRenderer\n", "AudioDecoder\n", "AudioRenderer\n",
-          "\n\t+ Synchronization:\n\t\t\t - Current PCR generated by: None\n"}) {
-        at = report.find(part, at);
-        ASSERT_NE(at, std::string::npos) << part << " is not behind the ones before in\n" << report;
+    EXPECT_EQ(mController->dump(nullptr, {}, 1), 0);
+    const std::string text = report(1);
+    EXPECT_TRUE(text.starts_with("\tMainControler:\n\t+ Ring Buffers:\n")) << text;
+    EXPECT_EQ(namesIn(text, "\t\t\t - RingBuffer "),
+              "PCRTS VideoTS VideoPES VideoRaw AudioTS AudioPES AudioRaw CCTS CCPES CCRaw");
+    EXPECT_EQ(namesIn(text, "\t\t\t - Module Name: "), MODULES);
+    const size_t modules = text.find("\n\t+ Modules:\n\t\t\t - Module Name: TS Receiver\n");
+    const size_t clock =
+        text.find("\n\t+ Synchronization:\n\t\t\t - Current PCR generated by: None\n");
+    EXPECT_LT(text.find("CCRaw"), modules);
+    EXPECT_LT(text.find("ClosedCaptionRenderer"), clock);
+    EXPECT_LT(clock, text.size());
+}
+
+TEST_F(MainControllerTest, ChangesOrAddsTheCaptionPID) {
+    const auto last = [this] { return mDemux.started().back().pid; };
+    EXPECT_EQ(mController->setCaptionSync(100), 0);
+    for (const bool configured : {false, true}) {
+        SCOPED_TRACE(configured);
+        newController();
+        mDemux.reset();
+        Config config = LIVE;
+        if (configured) {
+            config["subtitlePid"] = "304";
+        }
+        ASSERT_EQ(mController->configure(config), 0);
+        ASSERT_EQ(mController->start(), 0);
+        mDemux.refuse(300);
+        if (!configured) {
+            EXPECT_EQ(mController->setCCPID(300), 1);  // and no output is left behind
+        }
+        mTrace.take();
+        EXPECT_EQ(mController->setCCPID(305), 0);
+        EXPECT_EQ(isTraced("setCCPID setCCPID: 304 -> 305"), configured);
+        EXPECT_EQ(last(), 305);
+        EXPECT_EQ(mController->setCCPID(306), 0);
+        EXPECT_TRUE(isTraced("setCCPID setCCPID: 305 -> 306"));
+        EXPECT_EQ(last(), 306);
+        EXPECT_EQ(mDemux.running(), 4u);
+        ASSERT_EQ(mController->stop(), 0);
+        ASSERT_EQ(mController->start(), 0);  // as many outputs as PIDs
+        EXPECT_EQ(last(), 306);
+        EXPECT_EQ(mController->setCCPID(300), 1);
     }
 }
 
@@ -321,6 +311,11 @@ TEST_F(MainControllerTest, TakesAnyCommandAtAnyTime) {
         [&] { mController->configure(LIVE); },
         [&] { mController->stopTSReceiver(); },
         [&] { mController->setAudioPID(274 + number() % 2); },
+        [&] { mController->setCCPID(300 + number() % 4); },
+        [&] { mController->setCaptionSync(number()); },
+        [&] { mController->seek(number()); },
+        [&] { mController->stopRecord(true); },
+        [&] { mController->onAudioReady(number()); },
         [&] { mController->setAudioEnable(number() % 2); },
         [&] { mController->setAVSync(number()); },
         [&] { mController->setCropRect(number(), number(), number(), number(), number() % 2); },
@@ -361,7 +356,7 @@ TEST_F(MainControllerTest, StopsQuicklyInTheMiddleOfAStreamAndLeavesNoThread) {
         if (round == 1) {
             before = threads();  // what libraries keep is there after the first round
         }
-        mController = new MainController;
+        newController();
         ASSERT_EQ(mController->configure(LIVE), 0);
         for (int run = 0; run < 2; ++run) {
             ASSERT_EQ(mController->start(), 0);
