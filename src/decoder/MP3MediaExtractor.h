@@ -97,7 +97,7 @@ private:
     uint32_t emphasis = 0;
 
     uint32_t frameLength = 0;  // in bytes, of the frame whose header was the last valid one
-    std::array<unsigned char, LONGEST_FRAME + 4> carryBuffer;
+    std::array<unsigned char, LONGEST_FRAME + 4> carryBuffer{};
 };
 
 }  // namespace OrvPlayer
