@@ -175,10 +175,10 @@ private:
     android::sp<Player> m_pPlayer;      // of a recorded source; from configure() on
     android::sp<Recorder> m_pRecorder;  // while recording
 
-    unsigned short mPIDs[4] = {};  // by TSReceiverPIDType; 0 when none
-    int mAudioCodingType = 4;      // none yet
-    int mSourceType = -1;          // none yet
-    int mRecType = 0;              // of the last recording
+    unsigned short mPIDs[4] = {};      // by TSReceiverPIDType; 0 when none
+    int mAudioCodingType = 4;          // none yet
+    std::atomic<int> mSourceType{-1};  // none yet; with it the player is there
+    int mRecType = 0;                  // of the last recording
     bool mRecording = false;
     std::list<ErrorListener*> mErrorListeners;  // for modules to come
     std::unique_ptr<OneShotTimer> mPlaybackTimer;

@@ -43,10 +43,11 @@ int MainController::configure(Configuration config) {
     if (!done(mPCRTS->configure("PCRTS", PCR_TS_EXPONENT), "PCRTS RingBuffer")) {
         return 1;
     }
-    mSourceType = atoi(config["sourceType"].c_str());
-    if (mSourceType != LIVE && !createPlayerOf(config["filePath"])) {
+    const int sourceType = atoi(config["sourceType"].c_str());
+    if (sourceType != LIVE && !createPlayerOf(config["filePath"])) {
         return 1;
     }
+    mSourceType = sourceType;
     PIDMap pids;
     if (!configurePCR(config, pids) || !configureVideo(config, pids) ||
         !configureAudio(config, pids) || !configureCaptions(config, pids)) {
