@@ -1,6 +1,7 @@
 #include "PictureOutput.h"
 
 #include <future>
+#include <utility>
 
 #include "MonotonicTime.h"
 #include "pattern/TestPattern.h"
@@ -80,14 +81,24 @@ void PictureOutput::run(std::function<void(bool)> opened) {
             onPicture(picture);
         }
         if (mDisplay != nullptr) {
-            if (const auto caption = mCaption.take(); caption != nullptr) {
-                mDisplay->showCaption(*caption);
-            }
+            passCaption();
             onRequest(mDisplay->handleEvents());
             mConsumer->setDisplaySize(mDisplay->width(), mDisplay->height());
         }
     }
     mDisplay = nullptr;  // closed by the thread that opened it
+}
+
+void PictureOutput::passCaption() {
+    const auto caption = mCaption.take();
+    if (!mCaptionsVisible) {
+        if (std::exchange(mCaptionShown, false)) {
+            mDisplay->showCaption("");
+        }
+    } else if (caption != nullptr) {
+        mDisplay->showCaption(*caption);
+        mCaptionShown = true;
+    }
 }
 
 void PictureOutput::onRequest(Display::Request request) {

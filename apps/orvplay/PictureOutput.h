@@ -51,6 +51,8 @@ public:
     // Shows a caption where there is a display, until the next one; empty: none. Any thread, and
     // never waits: the thread of the display fetches it within 20 ms.
     void showCaption(std::string utf8);
+    // Hidden, none is shown, not even one that comes at this moment. Any thread.
+    void setCaptionsVisible(bool visible) { mCaptionsVisible = visible; }
 
     Figures figures() const;
     // The user closed the window or asked to quit.
@@ -63,6 +65,7 @@ public:
 
 private:
     void run(std::function<void(bool)> opened);
+    void passCaption();
     void onRequest(Display::Request request);
     void onPicture(const orvhost::AcquiredBuffer& picture);
     void keepLast(const orvhost::AcquiredBuffer& picture);
@@ -76,6 +79,7 @@ private:
     std::atomic<bool> mQuitRequested{false};
     std::atomic<int> mAudioRequests{0};
     std::atomic<int> mCaptionRequests{0};
+    std::atomic<bool> mCaptionsVisible{true};
     Mailbox<std::string> mCaption;
 
     mutable std::mutex mLock;  // the two below
@@ -84,6 +88,7 @@ private:
 
     // Output thread.
     bool mFlashOn = false;
+    bool mCaptionShown = false;
     orvhost::AcquiredBuffer mLast;
 };
 

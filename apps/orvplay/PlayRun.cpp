@@ -36,7 +36,10 @@ nlohmann::ordered_json result(int code) {
 }  // namespace
 
 PlayRun::PlayRun(const PlayOptions& options, const StreamSelection& selection)
-    : mOptions(options), mSelection(selection), mEvents(options.json) {}
+    : mOptions(options),
+      mSelection(selection),
+      mEvents(options.json),
+      mCaptionsShown(selection.captionPid != 0) {}
 
 int PlayRun::run() {
     if (!openOutputs()) {
@@ -81,12 +84,21 @@ bool PlayRun::openOutputs() {
     };
     events.onAudioSessionId = [this](int id) { mEvents.write("onAudioSessionId", {{"id", id}}); };
     events.onAudioReady = [this](long earlyMs) { mSound.onAudioReady(earlyMs); };
+    events.onCaption = [this](const std::string& utf8, int64_t pcr90k) {
+        mSummary.countCaption();
+        mEvents.write("closedCaptionText", {{"text", utf8}, {"pcr", pcr90k}});
+        mPictures->showCaption(utf8);
+    };
+    events.onServiceEvent = [this](auto... event) { mService.onEvent(event...); };
     mSession = std::make_unique<PlayerSession>(producer, std::move(events));
     return true;
 }
 
 int PlayRun::open() {
     const int status = buildPlayer();
+    if (status == 0) {
+        mService.onEvent(ServiceState::Event::BUFFERING_BEGIN_EVENT, 0, 0);
+    }
     mEvents.write("openUriComplete", result(status));
     return status;
 }
@@ -216,7 +228,27 @@ PlayRun::Outcome PlayRun::lookAtKeys() {
     for (int left = mPictures->takeAudioRequests(); left > 0 && outcome == Outcome::GO_ON; --left) {
         outcome = changeSound();
     }
+    for (int left = mPictures->takeCaptionRequests(); left > 0; --left) {
+        changeCaptions();
+    }
     return outcome;
+}
+
+void PlayRun::changeCaptions() {
+    const Track* next = mSelection.nextCaptions(mCaptionsShown);
+    if (next != nullptr && next->pid != mSelection.captionPid) {
+        if (mSession->setCaptionPid(next->pid) != 0) {
+            say("the captions cannot be changed to " + describe(*next));
+            return;
+        }
+        mSelection.captionPid = next->pid;
+        mPictures->showCaption("");
+    }
+    mCaptionsShown = next != nullptr;
+    mPictures->setCaptionsVisible(mCaptionsShown);
+    say(next != nullptr               ? "captions: " + describe(*next)
+        : mSelection.captions.empty() ? "the service has no captions"
+                                      : "captions: off");
 }
 
 // The decoder keeps the coding that it was made for: sound of another coding needs another player.
@@ -271,12 +303,12 @@ void PlayRun::reportFirstPicture(const PictureOutput::Figures& figures) {
         mEndNs = figures.firstFrameNs + std::llround(std::min(mOptions.durationS, LONGEST_S) * 1e9);
     }
     mSummary.outputsOpened();
-    mEvents.write("onStartVideoTask", {{"width", figures.width}, {"height", figures.height}});
 }
 
 void PlayRun::updateStatus(const PictureOutput::Figures& figures) {
+    const std::string state = mService.text();
     if (figures.frames == 0) {
-        mStatus.show("waiting for the first picture ...");
+        mStatus.show("waiting for the first picture ... " + state);
         return;
     }
     const auto seconds =
@@ -286,7 +318,7 @@ void PlayRun::updateStatus(const PictureOutput::Figures& figures) {
              seconds / 3600, seconds / 60 % 60, seconds % 60, figures.width, figures.height,
              figures.interlaced ? 'i' : 'p', static_cast<unsigned long long>(figures.frames),
              mSync.skew().meanMs());
-    mStatus.show(text);
+    mStatus.show(std::string(text) + (state.empty() ? "" : "  " + state));
 }
 
 int PlayRun::finish() {

@@ -10,6 +10,7 @@
 #include "PictureOutput.h"
 #include "PlayerSession.h"
 #include "RunSummary.h"
+#include "ServiceState.h"
 #include "SoundMeter.h"
 #include "StatusLine.h"
 #include "StreamSelection.h"
@@ -39,6 +40,7 @@ private:
     Outcome lookAtErrors();
     Outcome lookAtKeys();
     Outcome changeSound();
+    void changeCaptions();
     bool sourceDrained(int64_t nowNs);
     void reportFirstPicture(const PictureOutput::Figures& figures);
     void updateStatus(const PictureOutput::Figures& figures);
@@ -51,8 +53,9 @@ private:
     int fail(ExitCode code, const std::string& message);
 
     const PlayOptions mOptions;
-    StreamSelection mSelection;  // what is played: # changes it
+    StreamSelection mSelection;  // what is played: keys change it
     EventLog mEvents;
+    ServiceState mService{mEvents};
     SyncMeter mSync;
     SoundMeter mSound{mSync};
     RunSummary mSummary;
@@ -64,6 +67,7 @@ private:
     Outcome mOutcome = Outcome::GO_ON;
     ExitCode mFailure = EXIT_OK;
     bool mFirstPictureReported = false;
+    bool mCaptionsShown = false;
     bool mHinted = false;        // the user was told why nothing is shown
     int64_t mEndNs = 0;          // of the duration asked for; 0: none, or no picture yet
     int64_t mSourceEndNs = 0;    // when the end of the source was noticed

@@ -1,5 +1,6 @@
 #include "PlayerSession.h"
 
+#include "CaptionText.h"
 #include "MonotonicTime.h"
 
 namespace orvplay {
@@ -22,6 +23,8 @@ int PlayerSession::open(const std::map<std::string, std::string>& configuration)
     mController->setErrorListener(this);
     mController->setAudioRenderedListener(this);
     mController->setVideoRenderedListener(this);
+    mController->setCaptionListener(this);
+    mController->setServiceControllerListener(this);
     return mController->setSurface(mSurface);
 }
 
@@ -53,6 +56,19 @@ void PlayerSession::onAudioReady(long msec) {
 
 void PlayerSession::onAudioSessionId(int id) {
     mEvents.onAudioSessionId(id);
+}
+
+void PlayerSession::onClosedCaptionReceived(unsigned char* text, int length) {
+    if (mEvents.onCaption && length > 0) {
+        mEvents.onCaption(captionUtf8(text, static_cast<size_t>(length)), streamTime90k());
+    }
+}
+
+void PlayerSession::onServiceControllerEvent(ServiceEvent event, unsigned int value1,
+                                             unsigned int value2) {
+    if (mEvents.onServiceEvent) {
+        mEvents.onServiceEvent(event, value1, value2);
+    }
 }
 
 void PlayerSession::onError(unsigned int code, const OrvPlayer::Module* module) const {

@@ -23,14 +23,24 @@ namespace orvplay {
 // player's threads and must not wait.
 class PlayerSession : private OrvPlayer::VideoRenderer::FrameRenderedListener,
                       private OrvPlayer::AudioRenderer::AudioRenderedListener,
+                      private OrvPlayer::ClosedCaptionListener,
+                      private OrvPlayer::ServiceController::ServiceControllerListener,
                       private OrvPlayer::ErrorListener {
 public:
+    using ServiceEvent = OrvPlayer::ServiceController::event_t;
+
     struct Events {
         // An asynchronous failure: its code and the module that reports it.
         std::function<void(unsigned int code, const std::string& module)> onError;
         std::function<void(int id)> onAudioSessionId;
         // How far ahead of the sound clock the sound at hand is.
         std::function<void(long earlyMs)> onAudioReady;
+        // The next two may be left out. A caption is due: rows of text in UTF-8, and the stream
+        // time now.
+        std::function<void(const std::string& utf8, int64_t pcr90k)> onCaption = {};
+        // What the player's monitor sees.
+        std::function<void(ServiceEvent event, unsigned int value1, unsigned int value2)>
+            onServiceEvent = {};
     };
 
     PlayerSession(const android::sp<android::IGraphicBufferProducer>& producer, Events events);
@@ -46,6 +56,8 @@ public:
     void setAudioEnabled(bool enabled);
     // Changes to other sound of the same coding; there must be one already. Else open() again.
     int setAudioPid(uint16_t pid) { return mController->setAudioPID(pid); }
+    // Changes to other captions, or begins with some where there were none.
+    int setCaptionPid(uint16_t pid) { return mController->setCCPID(pid); }
     // Writes what is in the buffers, modules and the clock, for engineers.
     void dump(FILE* stream) { mController->dump(stream, {}, 0); }
     int64_t streamTime90k() { return mController->getPCRValue(); }
@@ -58,6 +70,9 @@ private:
     void onFrameRendered(int width, int height, OrvPlayer::Uint33 pts) override;
     void onAudioReady(long msec) override;
     void onAudioSessionId(int id) override;
+    void onClosedCaptionReceived(unsigned char* text, int length) override;
+    void onServiceControllerEvent(ServiceEvent event, unsigned int value1,
+                                  unsigned int value2) override;
     void onError(unsigned int code, const OrvPlayer::Module* module) const override;
 
     const Events mEvents;

@@ -94,7 +94,7 @@ nlohmann::ordered_json RunSummary::toJson(const PictureOutput::Figures& pictures
                                    {"framesRendered", pictures.frames},
                                    {"framesDropped", mDropped},
                                    {"audioFrames", sound.frames()},
-                                   {"captions", 0}};  // the player delivers none yet
+                                   {"captions", mCaptions.load()}};
     line["firstFrameMs"] = pictures.frames > 0
                                ? nlohmann::ordered_json(toDecimals(firstFrameMs(pictures), 0))
                                : nlohmann::ordered_json(nullptr);

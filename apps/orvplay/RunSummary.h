@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -17,6 +18,8 @@ public:
     void begin();
     // The outputs opened: pictures thrown away count from here.
     void outputsOpened();
+    // Any thread.
+    void countCaption() { ++mCaptions; }
     // Playback is about to stop: what is thrown away now does not count.
     void end();
 
@@ -38,6 +41,7 @@ private:
     uint64_t mDroppedAtOpening = 0;
     uint64_t mDropped = 0;
     bool mOpened = false;
+    std::atomic<uint64_t> mCaptions{0};
 };
 
 }  // namespace orvplay

@@ -48,10 +48,9 @@ void addPlay(CLI::App& app, PlayOptions& options) {
                    "Stay silent where 0.5 to 60 s of the source are missing, as it was on air");
     play->add_flag("--json", options.json, "Print events and the summary as JSON, one a line");
     play->footer(
-        "Keys in the window: q or Escape quits, f toggles full screen, # changes to the next "
-        "sound,\n"
-        "v shows the captions, the next ones, or none. SIGUSR1 writes the player's state to\n"
-        "standard error.");
+        "Keys in the window: q or Escape quits, f toggles full screen, # changes to the next\n"
+        "sound, v shows the captions, the next ones, or none. SIGUSR1 writes the player's state\n"
+        "to standard error.");
 }
 
 void addProbe(CLI::App& app, ProbeOptions& options) {

@@ -117,7 +117,7 @@ TEST(ProgramUseTest, PlaysFromAPipe) {
 // An interrupted run still has its summary; so has one that is interrupted before the first
 // picture.
 TEST(ProgramUseTest, AnInterruptEndsItWithASummary) {
-    for (const char* moment : {"startComplete", "onStartVideoTask"}) {
+    for (const char* moment : {"startComplete", "onBufferingEnd"}) {
         for (const int number : {SIGINT, SIGTERM}) {
             SCOPED_TRACE(std::string(moment) + " " + strsignal(number));
             Program program({"play", SMALL, "--headless", "--json"});
@@ -134,7 +134,7 @@ TEST(ProgramUseTest, AnInterruptEndsItWithASummary) {
 // Whatever the player is doing, each request gives one whole dump and playback goes on.
 TEST(ProgramUseTest, ASignalShowsThePlayersState) {
     Program program({"play", SMALL, "--headless", "--json", "--duration", "1"});
-    for (const char* moment : {"startComplete", "onStartVideoTask"}) {
+    for (const char* moment : {"startComplete", "onBufferingEnd"}) {
         ASSERT_TRUE(program.waitForOutput(moment, PATIENCE_S));
         program.signal(SIGUSR1);
         ASSERT_TRUE(program.waitForError("+ Synchronization:", PATIENCE_S));
@@ -152,8 +152,10 @@ TEST(ProgramUseTest, ASignalShowsThePlayersState) {
     for (const char* part :
          {"RingBuffer PCRTS\n", "RingBuffer VideoTS\n", "RingBuffer VideoPES\n",
           "RingBuffer VideoRaw\n", "RingBuffer AudioTS\n", "RingBuffer AudioPES\n",
-          "RingBuffer AudioRaw\n", "Name: TS Receiver\n", "Name: VideoDecoder\n",
-          "Name: VideoRenderer\n", "Name: AudioDecoder\n", "Name: AudioRenderer\n"}) {
+          "RingBuffer AudioRaw\n", "RingBuffer CCTS\n", "RingBuffer CCPES\n", "RingBuffer CCRaw\n",
+          "Name: TS Receiver\n", "Name: VideoDecoder\n", "Name: VideoRenderer\n",
+          "Name: AudioDecoder\n", "Name: AudioRenderer\n", "Name: ClosedCaptionDecoder\n",
+          "Name: ClosedCaptionRenderer\n"}) {
         EXPECT_EQ(count(part), 2U) << part << " in\n" << result.err;
     }
 }

@@ -54,7 +54,7 @@ protected:
         orvplay::PlayerSession::Events events;
         events.onError = [this](unsigned int code, const std::string&) { mError = code; };
         events.onAudioSessionId = [](int) {};
-        events.onAudioReady = [](long) {};
+        events.onAudioReady = [this](long) { ++mSoundReports; };
         auto session = std::make_unique<orvplay::PlayerSession>(mProducer, std::move(events));
         EXPECT_EQ(session->open(mSelection.configuration()), 0);
         return session;
@@ -72,6 +72,7 @@ protected:
     std::optional<orvplay::PictureOutput> mPictures;
     orvplay::StreamSelection mSelection;
     std::atomic<unsigned int> mError{0};
+    std::atomic<int> mSoundReports{0};
 };
 
 // The first and the last cycles go on to the first picture; those between are stopped early, each
@@ -107,6 +108,21 @@ TEST_F(SessionCyclesTest, LeaveNothingBehind) {
     EXPECT_LE(ProcessUsage::now().descriptors, settled.descriptors);
     if (!SANITIZED) {
         EXPECT_LT(mallinfo2().uordblks, settledHeap + HEAP_SLACK);
+    }
+    EXPECT_EQ(mError, 0U);
+}
+
+// Sound of another coding takes another player, on the same surface.
+TEST_F(SessionCyclesTest, AnotherPlayerTakesOver) {
+    const auto session = newSession();
+    for (int player = 0; player < 3; ++player) {
+        ASSERT_EQ(session->start(), 0);
+        EXPECT_TRUE(awaitPictures(3));
+        const int before = mSoundReports;
+        EXPECT_TRUE(await([&] { return mSoundReports > before + 20; }, std::chrono::seconds(30)));
+        ASSERT_EQ(session->stop(), 0);
+        mSelection.audioPid = mSelection.nextSound()->pid;
+        ASSERT_EQ(session->open(mSelection.configuration()), 0);
     }
     EXPECT_EQ(mError, 0U);
 }
