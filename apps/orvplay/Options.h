@@ -21,8 +21,9 @@ struct PlayOptions : StreamOptions {
     bool json = false;
     bool audio = true;
     bool keepGaps = false;
-    double durationS = 0.0;  // from the first picture; 0: to the end
-    std::string snapshot;    // PNG of the last picture shown; empty: none
+    double durationS = 0.0;   // from the first picture; 0: to the end
+    std::string captionsOut;  // file for the captions, its format by its name; empty: none
+    std::string snapshot;     // PNG of the last picture shown; empty: none
 };
 
 struct UnitsOptions : StreamOptions {

@@ -42,8 +42,8 @@ PlayRun::PlayRun(const PlayOptions& options, const StreamSelection& selection)
       mCaptionsShown(selection.captionPid != 0) {}
 
 int PlayRun::run() {
-    if (!openOutputs()) {
-        return EXIT_FAILED;  // the window said why
+    if (!openCaptionFile() || !openOutputs()) {
+        return EXIT_FAILED;  // what failed said why
     }
     if (const int status = open(); status != 0) {
         return fail(EXIT_PLAYBACK, "the player cannot set up these streams (code " +
@@ -84,11 +84,7 @@ bool PlayRun::openOutputs() {
     };
     events.onAudioSessionId = [this](int id) { mEvents.write("onAudioSessionId", {{"id", id}}); };
     events.onAudioReady = [this](long earlyMs) { mSound.onAudioReady(earlyMs); };
-    events.onCaption = [this](const std::string& utf8, int64_t pcr90k) {
-        mSummary.countCaption();
-        mEvents.write("closedCaptionText", {{"text", utf8}, {"pcr", pcr90k}});
-        mPictures->showCaption(utf8);
-    };
+    events.onCaption = [this](const std::string& utf8, int64_t pcr90k) { onCaption(utf8, pcr90k); };
     events.onServiceEvent = [this](auto... event) { mService.onEvent(event...); };
     mSession = std::make_unique<PlayerSession>(producer, std::move(events));
     return true;
@@ -303,6 +299,10 @@ void PlayRun::reportFirstPicture(const PictureOutput::Figures& figures) {
         mEndNs = figures.firstFrameNs + std::llround(std::min(mOptions.durationS, LONGEST_S) * 1e9);
     }
     mSummary.outputsOpened();
+    if (mCaptionFile != nullptr) {
+        const int64_t sinceNs = monotonicNs() - figures.firstFrameNs;
+        mCaptionFile->setOrigin(mSession->streamTime90k() - sinceNs * 9 / 100'000);
+    }
 }
 
 void PlayRun::updateStatus(const PictureOutput::Figures& figures) {
@@ -331,9 +331,9 @@ int PlayRun::finish() {
     mSession = nullptr;  // no event comes after this: the summary is the last line
     mPictures->stop();
     const PictureOutput::Figures figures = mPictures->figures();
-    bool stillSaved = true;
+    bool filesSaved = finishCaptionFile();
     if (!mOptions.snapshot.empty()) {
-        stillSaved = saveStill();
+        filesSaved = saveStill() && filesSaved;
     }
     mEvents.writeLine(mSummary.toJson(figures, mSound, mSync));
     if (!mEvents.enabled()) {
@@ -353,7 +353,41 @@ int PlayRun::finish() {
         return fail(EXIT_FAILED,
                     std::string("standard output cannot be written: ") + strerror(error));
     }
-    return mFailure != EXIT_OK ? mFailure : stillSaved ? EXIT_OK : EXIT_FAILED;
+    return mFailure != EXIT_OK ? mFailure : filesSaved ? EXIT_OK : EXIT_FAILED;
+}
+
+bool PlayRun::openCaptionFile() {
+    if (mOptions.captionsOut.empty()) {
+        return true;
+    }
+    mCaptionFile = std::make_unique<CaptionFile>(*captionFormatOf(mOptions.captionsOut));
+    const int error = mCaptionFile->open(mOptions.captionsOut);
+    if (error != 0) {
+        fail(EXIT_FAILED, mOptions.captionsOut + ": cannot be written: " + strerror(error));
+    }
+    return error == 0;
+}
+
+// On the thread of the player's caption renderer, when the caption is due.
+void PlayRun::onCaption(const std::string& utf8, int64_t pcr90k) {
+    mSummary.countCaption();
+    mEvents.write("closedCaptionText", {{"text", utf8}, {"pcr", pcr90k}});
+    mPictures->showCaption(utf8);
+    if (mCaptionFile == nullptr) {
+        return;
+    }
+    if (mSelection.videoPid == 0) {
+        mCaptionFile->setOrigin(pcr90k);  // there is no first picture to wait for
+    }
+    mCaptionFile->add(pcr90k, utf8);
+}
+
+bool PlayRun::finishCaptionFile() {
+    const int error = mCaptionFile != nullptr ? mCaptionFile->finish() : 0;
+    if (error != 0) {
+        fail(EXIT_FAILED, mOptions.captionsOut + ": cannot be written: " + strerror(error));
+    }
+    return error == 0;
 }
 
 bool PlayRun::saveStill() {

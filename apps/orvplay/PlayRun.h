@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 
+#include "CaptionFile.h"
 #include "EventLog.h"
 #include "ExitCode.h"
 #include "Options.h"
@@ -50,6 +51,9 @@ private:
     void say(const std::string& message);
     int finish();
     bool saveStill();
+    bool openCaptionFile();
+    void onCaption(const std::string& utf8, int64_t pcr90k);
+    bool finishCaptionFile();
     int fail(ExitCode code, const std::string& message);
 
     const PlayOptions mOptions;
@@ -62,6 +66,7 @@ private:
     StatusLine mStatus;
     android::sp<orvhost::BufferQueue::Consumer> mConsumer;
     std::unique_ptr<PictureOutput> mPictures;
+    std::unique_ptr<CaptionFile> mCaptionFile;  // null when none was asked for
     std::unique_ptr<PlayerSession> mSession;
 
     Outcome mOutcome = Outcome::GO_ON;

@@ -2,6 +2,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "CaptionFile.h"
 #include "CaptionsCommand.h"
 #include "ExitCode.h"
 #include "PlayCommand.h"
@@ -44,6 +45,14 @@ void addPlay(CLI::App& app, PlayOptions& options) {
         ->type_name("SECONDS");
     play->add_option("--snapshot", options.snapshot, "Save the last picture shown")
         ->type_name("FILE.png");
+    play->add_option("--captions-out", options.captionsOut,
+                     "Write the captions there as they come; times count from the first picture")
+        ->check([](const std::string& path) {
+            return captionFormatOf(path).has_value()
+                       ? std::string()
+                       : path + ": the name must end in .srt, .vtt, .txt or .jsonl";
+        })
+        ->type_name("FILE.srt|.vtt");
     play->add_flag("--keep-gaps", options.keepGaps,
                    "Stay silent where 0.5 to 60 s of the source are missing, as it was on air");
     play->add_flag("--json", options.json, "Print events and the summary as JSON, one a line");

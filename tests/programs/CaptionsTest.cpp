@@ -2,9 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <fstream>
+#include <future>
 #include <iterator>
 #include <nlohmann/json.hpp>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -51,6 +54,16 @@ std::vector<Caption> captionsOf(const ProgramResult& result) {
     return captions;
 }
 
+// The lines of a subtitle file but those of times.
+std::string withoutTimes(const std::string& file) {
+    std::istringstream in(file);
+    std::string out;
+    for (std::string line; std::getline(in, line);) {
+        out += line.find(" --> ") == std::string::npos ? line + "\n" : "";
+    }
+    return out;
+}
+
 TEST(CaptionsTest, OfflineTheyAreThoseOfTheList) {
     for (const char* name : {"small", "small-wrap", "small-pcr-on-video", "small-mpeg"}) {
         SCOPED_TRACE(name);
@@ -61,6 +74,52 @@ TEST(CaptionsTest, OfflineTheyAreThoseOfTheList) {
         const ProgramResult units = runProgram({"units", sample(name), "--stream", "captions"});
         EXPECT_EQ(captionsOf(units), listed(name));
         EXPECT_EQ(units.summary()["units"], listed(name).size());
+    }
+}
+
+// What a run of playback came to.
+struct Live {
+    ProgramResult result;
+    std::string file;
+};
+
+Live playWithCaptions(const std::string& name) {
+    const TempFile directory({});
+    const std::string path = directory.path() + ".srt";
+    Live live;
+    live.result =
+        runProgram({"play", sample(name), "--headless", "--json", "--captions-out", path}, 60);
+    std::ifstream file(path);
+    live.file.assign(std::istreambuf_iterator<char>(file), {});
+    std::remove(path.c_str());
+    return live;
+}
+
+// The stream time of the event is held against the PTS.
+TEST(CaptionsTest, PlayingEachComesOnceAtItsTime) {
+    const std::vector<std::string> names = {"small", "small-wrap"};
+    std::vector<std::future<Live>> runs;
+    for (const std::string& name : names) {
+        runs.push_back(std::async(std::launch::async, playWithCaptions, name));
+    }
+    for (size_t run = 0; run < names.size(); ++run) {
+        SCOPED_TRACE(names[run]);
+        const Live live = runs[run].get();
+        EXPECT_EQ(live.result.exitCode, 0) << live.result.err;
+        std::vector<nlohmann::json> events = live.result.events();
+        std::erase_if(events, [](const auto& e) { return e["event"] != "closedCaptionText"; });
+        const std::vector<Caption> expected = listed(names[run]);
+        ASSERT_EQ(events.size(), expected.size()) << live.result.out;
+        for (size_t i = 0; i < events.size(); ++i) {
+            EXPECT_EQ(events[i]["text"], expected[i].text);
+            const int64_t late90k = events[i]["pcr"].get<int64_t>() - expected[i].pts;
+            EXPECT_GE(late90k, -90 * 5) << expected[i];
+            EXPECT_LE(late90k, SANITIZED ? 90 * 500 : 90 * 60) << expected[i];
+        }
+        EXPECT_EQ(live.result.summary()["captions"], expected.size());
+        const std::string offline =
+            runProgram({"captions", sample(names[run]), "--format", "srt"}).out;
+        EXPECT_EQ(withoutTimes(live.file), withoutTimes(offline));
     }
 }
 
