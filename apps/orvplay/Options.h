@@ -23,7 +23,13 @@ struct PlayOptions : StreamOptions {
     bool keepGaps = false;
     double durationS = 0.0;   // from the first picture; 0: to the end
     std::string captionsOut;  // file for the captions, its format by its name; empty: none
-    std::string snapshot;     // PNG of the last picture shown; empty: none
+    std::string snapshot;     // PNG of the screen at the end; empty: none
+};
+
+struct SnapshotOptions : StreamOptions {
+    int count = 1;
+    int everyMs = 1000;
+    std::string out;  // file, folder or "-"; empty: dated names in this folder
 };
 
 struct UnitsOptions : StreamOptions {

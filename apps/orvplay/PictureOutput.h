@@ -17,7 +17,7 @@
 namespace orvplay {
 
 // Takes the pictures that the player presents: counts them, reads the marks that a test broadcast
-// carries, shows them where there is a display, and keeps the last one for a still.
+// carries, and shows them where there is a display.
 //
 // Runs a thread of its own from start() to stop(). The figures may be read at any time.
 class PictureOutput {
@@ -60,8 +60,6 @@ public:
     // How often the user asked for the next sound, or captions, since the last call.
     int takeAudioRequests() { return mAudioRequests.exchange(0); }
     int takeCaptionRequests() { return mCaptionRequests.exchange(0); }
-    // The picture shown last; its buffer is null when there was none. After stop() only.
-    const orvhost::AcquiredBuffer& lastPicture() const { return mLast; }
 
 private:
     void run(std::function<void(bool)> opened);

@@ -21,9 +21,7 @@ namespace {
 constexpr int64_t LOOK_NS = 100'000'000;
 constexpr int64_t FIRST_LOOK_NS = 20'000'000;  // until the first picture, which is told at once
 constexpr double LONGEST_S = 1e9;
-constexpr int64_t DRAIN_NS = 500'000'000;
-// A source that ended without a picture: the player's own delay must pass before that is certain.
-constexpr int64_t NOTHING_NS = 5'000'000'000;
+constexpr std::chrono::seconds STILL_WAIT{2};
 constexpr int64_t RESTART_NS = 10'000'000'000;
 // Outputs that open at all open sooner, even where sound was announced with the wrong framing.
 constexpr int64_t HINT_NS = 6'000'000'000;
@@ -86,6 +84,11 @@ bool PlayRun::openOutputs() {
     events.onAudioReady = [this](long earlyMs) { mSound.onAudioReady(earlyMs); };
     events.onCaption = [this](const std::string& utf8, int64_t pcr90k) { onCaption(utf8, pcr90k); };
     events.onServiceEvent = [this](auto... event) { mService.onEvent(event...); };
+    if (!mOptions.snapshot.empty()) {
+        mStills = std::make_unique<StillTray>(mConsumer, 1);
+        events.onStill = [this](const unsigned char* pixels, unsigned int width,
+                                unsigned int height) { mStills->put(pixels, width, height); };
+    }
     mSession = std::make_unique<PlayerSession>(producer, std::move(events));
     return true;
 }
@@ -156,9 +159,13 @@ PlayRun::Outcome PlayRun::look() {
     if (const Outcome outcome = lookAtKeys(); outcome != Outcome::GO_ON) {
         return outcome;
     }
-    if (sourceDrained(now)) {
+    if (mSourceEnd.drained(now, mSession->lastFrameTimedNs())) {
         mEvents.write("onEndOfContent");
         return Outcome::FINISHED;
+    }
+    // With the last picture the chance of a still has gone: from here on one replaces another.
+    if (mStills != nullptr && mSourceEnd.seen()) {
+        mSession->requestStills(1, 0);
     }
     return Outcome::GO_ON;
 }
@@ -276,20 +283,6 @@ PlayRun::Outcome PlayRun::changeSound() {
     return Outcome::GO_ON;
 }
 
-// The source has nothing more, and the player has shown what it held.
-bool PlayRun::sourceDrained(int64_t nowNs) {
-    if (!orvhost::Tuner::instance().atEnd()) {
-        mSourceEndNs = 0;
-        return false;
-    }
-    if (mSourceEndNs == 0) {
-        mSourceEndNs = nowNs;
-    }
-    const int64_t lastFrameNs = mSession->lastFrameTimedNs();
-    const int64_t quietSinceNs = std::max(mSourceEndNs, lastFrameNs);
-    return nowNs - quietSinceNs >= (lastFrameNs != 0 ? DRAIN_NS : NOTHING_NS);
-}
-
 void PlayRun::reportFirstPicture(const PictureOutput::Figures& figures) {
     if (mFirstPictureReported || figures.frames == 0) {
         return;
@@ -323,6 +316,8 @@ void PlayRun::updateStatus(const PictureOutput::Figures& figures) {
 
 int PlayRun::finish() {
     mSummary.end();
+    Still still;
+    const bool hasStill = mStills != nullptr && takeStill(&still);
     if (const int status = mSession->stop(); status != 0 && mFailure == EXIT_OK) {
         fprintf(stderr, "orvplay: the player did not stop cleanly (code %d)\n", status);
         mFailure = EXIT_PLAYBACK;
@@ -332,8 +327,8 @@ int PlayRun::finish() {
     mPictures->stop();
     const PictureOutput::Figures figures = mPictures->figures();
     bool filesSaved = finishCaptionFile();
-    if (!mOptions.snapshot.empty()) {
-        filesSaved = saveStill() && filesSaved;
+    if (mStills != nullptr) {
+        filesSaved = saveStill(hasStill ? &still : nullptr) && filesSaved;
     }
     mEvents.writeLine(mSummary.toJson(figures, mSound, mSync));
     if (!mEvents.enabled()) {
@@ -345,7 +340,7 @@ int PlayRun::finish() {
     if (mOutcome == Outcome::INTERRUPTED) {
         return EXIT_INTERRUPTED;
     }
-    if (mSourceEndNs != 0 && !outputsOpened(figures)) {
+    if (mSourceEnd.seen() && !outputsOpened(figures)) {
         return fail(EXIT_NO_DATA, mOptions.source + ": ended before playback began: " + missing +
                                       "; see: orvplay probe " + mOptions.source);
     }
@@ -390,16 +385,32 @@ bool PlayRun::finishCaptionFile() {
     return error == 0;
 }
 
-bool PlayRun::saveStill() {
+// What is on the screen now; where no picture comes any more, what was there last.
+bool PlayRun::takeStill(Still* still) {
+    if (mStills->take(still, std::chrono::seconds(0))) {
+        return true;
+    }
+    if (mPictures->figures().frames == 0 || mOutcome == Outcome::FAILED) {
+        return false;
+    }
+    mSession->requestStills(1, 0);
+    return mStills->take(still, STILL_WAIT);
+}
+
+bool PlayRun::saveStill(const Still* still) {
     std::string error = "there was no picture";
-    if (mPictures->lastPicture().buffer == nullptr ||
-        !writeStill(mPictures->lastPicture(), mOptions.snapshot, &error)) {
+    std::string path;
+    if (still != nullptr) {
+        path = writeStill(*still, {mSelection.serviceName, mSelection.serviceId}, mOptions.snapshot,
+                          &error);
+    }
+    if (path.empty()) {
         fprintf(stderr, "orvplay: no still in %s: %s\n", mOptions.snapshot.c_str(), error.c_str());
         return false;
     }
-    mEvents.write("snapshot", {{"path", mOptions.snapshot}});
+    mEvents.write("snapshot", {{"path", path}});
     if (!mEvents.enabled()) {
-        printf("Still:    %s\n", mOptions.snapshot.c_str());
+        printf("Still:    %s\n", path.c_str());
     }
     return true;
 }

@@ -13,7 +13,9 @@
 #include "RunSummary.h"
 #include "ServiceState.h"
 #include "SoundMeter.h"
+#include "SourceEnd.h"
 #include "StatusLine.h"
+#include "Still.h"
 #include "StreamSelection.h"
 #include "SyncMeter.h"
 
@@ -42,7 +44,6 @@ private:
     Outcome lookAtKeys();
     Outcome changeSound();
     void changeCaptions();
-    bool sourceDrained(int64_t nowNs);
     void reportFirstPicture(const PictureOutput::Figures& figures);
     void updateStatus(const PictureOutput::Figures& figures);
     bool outputsOpened(const PictureOutput::Figures& figures) const;
@@ -50,10 +51,11 @@ private:
     void hint(const std::string& reason);
     void say(const std::string& message);
     int finish();
-    bool saveStill();
     bool openCaptionFile();
     void onCaption(const std::string& utf8, int64_t pcr90k);
     bool finishCaptionFile();
+    bool takeStill(Still* still);
+    bool saveStill(const Still* still);
     int fail(ExitCode code, const std::string& message);
 
     const PlayOptions mOptions;
@@ -67,7 +69,9 @@ private:
     android::sp<orvhost::BufferQueue::Consumer> mConsumer;
     std::unique_ptr<PictureOutput> mPictures;
     std::unique_ptr<CaptionFile> mCaptionFile;  // null when none was asked for
+    std::unique_ptr<StillTray> mStills;         // null when none is wanted
     std::unique_ptr<PlayerSession> mSession;
+    SourceEnd mSourceEnd;
 
     Outcome mOutcome = Outcome::GO_ON;
     ExitCode mFailure = EXIT_OK;
@@ -75,7 +79,6 @@ private:
     bool mCaptionsShown = false;
     bool mHinted = false;        // the user was told why nothing is shown
     int64_t mEndNs = 0;          // of the duration asked for; 0: none, or no picture yet
-    int64_t mSourceEndNs = 0;    // when the end of the source was noticed
     int64_t mLastRestartNs = 0;  // of the player, after it gave up on a scrambled stream
     uint64_t mFramesAtRestart = 0;
     std::atomic<unsigned int> mError{0};  // the last code reported by a module; 0 once looked at

@@ -25,6 +25,9 @@ int PlayerSession::open(const std::map<std::string, std::string>& configuration)
     mController->setVideoRenderedListener(this);
     mController->setCaptionListener(this);
     mController->setServiceControllerListener(this);
+    if (mEvents.onStill) {
+        mController->setCaptureFrameListener(this);
+    }
     return mController->setSurface(mSurface);
 }
 
@@ -69,6 +72,11 @@ void PlayerSession::onServiceControllerEvent(ServiceEvent event, unsigned int va
     if (mEvents.onServiceEvent) {
         mEvents.onServiceEvent(event, value1, value2);
     }
+}
+
+void PlayerSession::onCaptureFrame(unsigned char* pixels, unsigned int width, unsigned int height,
+                                   bool /*twoBytesPerPixel*/) {
+    mEvents.onStill(pixels, width, height);
 }
 
 void PlayerSession::onError(unsigned int code, const OrvPlayer::Module* module) const {

@@ -8,6 +8,7 @@
 #include <map>
 #include <string>
 
+#include "common/CaptureFrameListener.h"
 #include "common/ErrorListener.h"
 #include "service/MainController.h"
 
@@ -25,7 +26,8 @@ class PlayerSession : private OrvPlayer::VideoRenderer::FrameRenderedListener,
                       private OrvPlayer::AudioRenderer::AudioRenderedListener,
                       private OrvPlayer::ClosedCaptionListener,
                       private OrvPlayer::ServiceController::ServiceControllerListener,
-                      private OrvPlayer::ErrorListener {
+                      private OrvPlayer::ErrorListener,
+                      private OrvPlayer::CaptureFrameListener {
 public:
     using ServiceEvent = OrvPlayer::ServiceController::event_t;
 
@@ -41,6 +43,10 @@ public:
         // What the player's monitor sees.
         std::function<void(ServiceEvent event, unsigned int value1, unsigned int value2)>
             onServiceEvent = {};
+        // A still, as rows of blue, green, red and alpha: the pixels are lent for the call. On a
+        // thread of its own; may be empty when no still is ever requested.
+        std::function<void(const unsigned char* pixels, unsigned int width, unsigned int height)>
+            onStill = {};
     };
 
     PlayerSession(const android::sp<android::IGraphicBufferProducer>& producer, Events events);
@@ -60,6 +66,11 @@ public:
     int setCaptionPid(uint16_t pid) { return mController->setCCPID(pid); }
     // Writes what is in the buffers, modules and the clock, for engineers.
     void dump(FILE* stream) { mController->dump(stream, {}, 0); }
+    // So many stills, one every so many milliseconds, beginning with what is on the screen. Passed
+    // over while earlier ones are still to come. One that cannot be taken is given up after three
+    // pictures.
+    void requestStills(int count, int everyMs) { mController->getFrame(count, everyMs); }
+    void cancelStills() { mController->cancelCaptureFrame(); }
     int64_t streamTime90k() { return mController->getPCRValue(); }
 
     // Pictures whose time came, with the outputs shut or open.
@@ -74,6 +85,8 @@ private:
     void onServiceControllerEvent(ServiceEvent event, unsigned int value1,
                                   unsigned int value2) override;
     void onError(unsigned int code, const OrvPlayer::Module* module) const override;
+    void onCaptureFrame(unsigned char* pixels, unsigned int width, unsigned int height,
+                        bool twoBytesPerPixel) override;
 
     const Events mEvents;
     android::sp<android::Surface> mSurface;

@@ -1,17 +1,25 @@
 #pragma once
 
+#include <chrono>
 #include <string>
 
-#include "graphics/BufferQueue.h"
+#include "PngEncoder.h"
+#include "Still.h"
 
 namespace orvplay {
 
-// Writes a picture as a PNG file: the crop alone, in RGB. An interlaced picture is made from the
-// field shown first, its missing rows between their neighbours, so that nothing that moved is seen
-// twice. Pixels that are not square stay as they are; the file tells their shape (chunk pHYs).
-//
-// The file appears complete or not at all. False, and why in `error`, when it could not be written.
-bool writeStill(const orvhost::AcquiredBuffer& picture, const std::string& path,
-                std::string* error);
+// "orvplay-SERVICE-2026-11-21-143015.png", local time; what file names must not hold of the
+// service's name becomes "-".
+std::string stillName(const std::string& service, std::chrono::system_clock::time_point time);
+
+// Writes a still as a PNG file and answers the name it got. Nothing is ever overwritten: when
+// `path` is taken it becomes NAME-1.png, NAME-2.png and so on. A folder gets a file of its default
+// name; what is no file, a pipe or a device, gets the bytes. A file that could not be written whole
+// is removed; the answer is empty then, and `error` says why.
+std::string writeStill(const Still& still, const StillLabels& labels, const std::string& path,
+                       std::string* error);
+
+// The same bytes to an open descriptor, which stays open.
+bool writeStill(const Still& still, const StillLabels& labels, int descriptor, std::string* error);
 
 }  // namespace orvplay

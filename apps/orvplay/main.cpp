@@ -7,6 +7,7 @@
 #include "ExitCode.h"
 #include "PlayCommand.h"
 #include "ProbeCommand.h"
+#include "SnapshotCommand.h"
 #include "UnitsCommand.h"
 
 namespace {
@@ -43,7 +44,8 @@ void addPlay(CLI::App& app, PlayOptions& options) {
     play->add_option("--duration", options.durationS, "Seconds to play, from the first picture")
         ->check(CLI::PositiveNumber)
         ->type_name("SECONDS");
-    play->add_option("--snapshot", options.snapshot, "Save the last picture shown")
+    play->add_option("--snapshot", options.snapshot,
+                     "Save a still of the screen at the end (never over another file)")
         ->type_name("FILE.png");
     play->add_option("--captions-out", options.captionsOut,
                      "Write the captions there as they come; times count from the first picture")
@@ -60,6 +62,32 @@ void addPlay(CLI::App& app, PlayOptions& options) {
         "Keys in the window: q or Escape quits, f toggles full screen, # changes to the next\n"
         "sound, v shows the captions, the next ones, or none. SIGUSR1 writes the player's state\n"
         "to standard error.");
+}
+
+void addSnapshot(CLI::App& app, SnapshotOptions& options) {
+    constexpr int MOST = 1'000'000;
+    constexpr int DAY_MS = 86'400'000;
+    CLI::App* snapshot = app.add_subcommand("snapshot", "Save stills of a transport stream as PNG");
+    snapshot
+        ->add_option("SOURCE", options.source, "A transport stream file, or - for standard input")
+        ->required();
+    addStreams(snapshot, options);
+    addPid(snapshot, "--pcr-pid", options.pcrPid, "clock");
+    snapshot->add_option("-n,--count", options.count, "How many stills (default 1)")
+        ->check(CLI::Range(1, MOST))
+        ->type_name("COUNT");
+    snapshot->add_option("--every", options.everyMs, "Milliseconds between stills (default 1000)")
+        ->check(CLI::Range(1, DAY_MS))
+        ->type_name("MS");
+    snapshot
+        ->add_option("-o,--out", options.out,
+                     "Where to: a file, a folder, or - for standard output (one still only)")
+        ->type_name("FILE|-");
+    snapshot->footer(
+        "Plays without window and sound and prints the name of each file. By default it is\n"
+        "orvplay-SERVICE-2026-11-21-143015.png in this folder. No file is ever overwritten: a "
+        "name\n"
+        "that is taken gets -1, -2 and so on.");
 }
 
 void addProbe(CLI::App& app, ProbeOptions& options) {
@@ -130,10 +158,12 @@ int main(int argc, char** argv) {
     app.require_subcommand(1);
     app.footer(EXIT_CODES);
     PlayOptions play;
+    SnapshotOptions snapshot;
     ProbeOptions probe;
     UnitsOptions units;
     CaptionsOptions captions;
     addPlay(app, play);
+    addSnapshot(app, snapshot);
     addProbe(app, probe);
     addUnits(app, units);
     addCaptions(app, captions);
@@ -141,6 +171,9 @@ int main(int argc, char** argv) {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? EXIT_OK : EXIT_USAGE;
+    }
+    if (app.got_subcommand("snapshot")) {
+        return snapshotCommand(snapshot);
     }
     if (app.got_subcommand("units")) {
         return unitsCommand(units);

@@ -6,11 +6,14 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <filesystem>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "programs/Program.h"
+#include "support/PngFile.h"
 #include "support/TempFile.h"
 
 namespace orvtest {
@@ -55,6 +58,14 @@ TEST(ProgramUseTest, WrongUseIsToldInOneLineAtOnce) {
         {{"captions", SMALL, "--caption-pid", "77"}, 8, "273, 274"},
         {{"captions", SMALL, "--out", "/no/such/place"}, 1, "/no/such/place"},
         {{"captions", SMALL, "--out", "/dev/full"}, 1, "/dev/full"},
+        {{"snapshot"}, 2, "SOURCE"},
+        {{"snapshot", SMALL, "-n", "0"}, 2, "--count"},
+        {{"snapshot", SMALL, "--every", "soon"}, 2, "--every"},
+        {{"snapshot", SMALL, "-n", "2", "-o", "-"}, 2, "-n 1"},
+        {{"snapshot", "/no/such.ts"}, 4, "/no/such.ts"},
+        {{"snapshot", SMALL, "--service", "9"}, 8, "51200 \"ORV HD\""},
+        {{"snapshot", SMALL, "--video-pid", "0"}, 8, "no picture"},
+        {{"snapshot", SMALL, "-o", "/no/such/still.png"}, 1, "/no/such/still.png"},
         {{"probe", "/no/such.ts"}, 4, "/no/such.ts"},
         {{"probe", noise.path()}, 5, "not an MPEG transport stream"},
     };
@@ -173,27 +184,81 @@ TEST(ProgramUseTest, AReaderThatLeavesEndsIt) {
     EXPECT_LT(result.seconds, SANITIZED ? 20 : 5);
 }
 
-TEST(ProgramUseTest, SavesAStillOrSaysWhyNot) {
-    const std::string path = testing::TempDir() + "orv-" + std::to_string(getpid()) + ".png";
-    const std::vector<std::string> play = {"play",       SMALL, "--headless",
-                                           "--duration", "0.5", "--snapshot"};
-    auto arguments = play;
-    arguments.push_back(path);
-    Program good(arguments);
-    arguments = play;
-    arguments.emplace_back("/no/such/folder/still.png");
-    Program bad(arguments);
+// At the end of the time asked for and of the source; never over a file that is there.
+TEST(ProgramUseTest, PlaySavesAStillOrSaysWhyNot) {
+    const TempFile taken({'o', 'l', 'd'});
+    const std::string path = testing::TempDir() + "orv-" + std::to_string(getpid());
+    const auto arguments = [](const std::string& out, const char* seconds) {
+        return std::vector<std::string>{"play",       SMALL, "--headless", "--json",
+                                        "--snapshot", out,   "--duration", seconds};
+    };
+    Program atOnce(arguments(taken.path(), "0.5"));
+    Program atTheEnd(arguments(path + "-end.png", "3600"));
+    Program bad(arguments("/no/such/folder/still.png", "0.5"));
 
-    const ProgramResult saved = good.finish(PATIENCE_S);
+    const auto stillOf = [](const ProgramResult& result) {
+        for (const nlohmann::json& event : result.events()) {
+            if (event["event"] == "snapshot") {
+                return event["path"].get<std::string>();
+            }
+        }
+        ADD_FAILURE() << result.err;
+        return std::string();
+    };
+    const ProgramResult saved = atOnce.finish(PATIENCE_S);
     EXPECT_EQ(saved.exitCode, 0) << saved.err;
-    EXPECT_NE(saved.out.find(path), std::string::npos) << saved.out;
-    EXPECT_EQ(access(path.c_str(), R_OK), 0);
-    unlink(path.c_str());
+    const std::string still = stillOf(saved);
+    EXPECT_NE(still, taken.path());
+    EXPECT_EQ(readFile(taken.path()), "old");
+    EXPECT_LT(decodePng(readFile(still)).frameNumber().value_or(1000), SANITIZED ? 300u : 40u);
+    unlink(still.c_str());
+
+    const ProgramResult played = atTheEnd.finish(2 * PATIENCE_S);
+    EXPECT_EQ(played.exitCode, 0) << played.err;
+    EXPECT_GT(decodePng(readFile(path + "-end.png")).frameNumber().value_or(0), 285u);
+    unlink((path + "-end.png").c_str());
 
     const ProgramResult failed = bad.finish(PATIENCE_S);
     EXPECT_EQ(failed.exitCode, 1);
     EXPECT_EQ(failed.errLines(), 1U) << failed.err;
     EXPECT_NE(failed.err.find("/no/such/folder/still.png"), std::string::npos) << failed.err;
+}
+
+TEST(ProgramUseTest, SnapshotSavesStillsAndPrintsTheirNames) {
+    const std::filesystem::path folder =
+        testing::TempDir() + "orv-stills-" + std::to_string(getpid());
+    std::filesystem::create_directories(folder);
+    Program several({"snapshot", SMALL, "-n", "3", "--every", "200", "-o", folder});
+    Program piped({"snapshot", SMALL, "--service", "ORV 1SEG", "-o", "-"});
+    Program tooMany({"snapshot", SMALL, "-n", "3", "--every", "6000", "-o", folder / "many.png"});
+
+    const ProgramResult result = several.finish(PATIENCE_S);
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    std::istringstream names(result.out);
+    uint32_t before = 0;
+    int stills = 0;
+    for (std::string name; std::getline(names, name); ++stills) {
+        EXPECT_EQ(name.rfind((folder / "orvplay-ORV-HD-").string(), 0), 0U) << name;
+        const PngFile still = decodePng(readFile(name));
+        EXPECT_EQ(still.texts.at("Title"), "ORV HD");
+        const uint32_t number = still.frameNumber().value_or(0);
+        EXPECT_GE(number, stills == 0 ? 1 : before + (SANITIZED ? 1 : 4));
+        before = number;
+    }
+    EXPECT_EQ(stills, 3);
+
+    const ProgramResult bytes = piped.finish(PATIENCE_S);
+    EXPECT_EQ(bytes.exitCode, 0) << bytes.err;
+    EXPECT_EQ(bytes.err, "");
+    const PngFile still = decodePng(bytes.out);
+    EXPECT_EQ(still.texts.at("Service ID"), "51224");
+    EXPECT_TRUE(still.frameNumber().has_value());
+
+    const ProgramResult ended = tooMany.finish(2 * PATIENCE_S);
+    EXPECT_EQ(ended.exitCode, 5);
+    EXPECT_NE(ended.err.find("ended after 2 of 3 stills"), std::string::npos) << ended.err;
+    EXPECT_TRUE(std::filesystem::exists(folder / "many-1.png"));
+    std::filesystem::remove_all(folder);
 }
 
 TEST(ProgramUseTest, ProbeListsWhatIsThere) {

@@ -1,0 +1,166 @@
+#include "SnapshotRun.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <thread>
+
+#include "Interrupt.h"
+#include "MonotonicTime.h"
+#include "StillWriter.h"
+
+namespace orvplay {
+
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr milliseconds LOOK{20};
+constexpr int ROOM = 10;  // stills in memory at a time
+constexpr int64_t NS_PER_MS = 1'000'000;
+// The player opens its outputs after 17 s even where picture or sound is missing.
+constexpr int64_t FIRST_PICTURE_NS = 20'000'000'000;
+constexpr int64_t STALLED_NS = 3'000'000'000;   // without a still that is due: ask again
+constexpr int64_t SILENCE_NS = 15'000'000'000;  // without a picture: the signal is gone
+constexpr unsigned int SCRAMBLED = 0x21003;
+
+}  // namespace
+
+SnapshotRun::SnapshotRun(const SnapshotOptions& options, const StreamSelection& selection)
+    : mOptions(options), mSelection(selection) {}
+
+int SnapshotRun::run() {
+    if (open() && awaitPicture()) {
+        collect();
+    }
+    mSession->stop();
+    mSession = nullptr;  // no still comes after this
+    mPictures->stop();
+    return mExitCode;
+}
+
+bool SnapshotRun::open() {
+    android::sp<android::IGraphicBufferProducer> producer;
+    orvhost::BufferQueue::create(&producer, &mConsumer);
+    mPictures = std::make_unique<PictureOutput>(mConsumer, nullptr, mSync);
+    mPictures->start();
+    mStills = std::make_unique<StillTray>(mConsumer, ROOM);
+    PlayerSession::Events events;
+    events.onError = [this](unsigned int code, const std::string&) {
+        mScrambled = mScrambled || code == SCRAMBLED;
+    };
+    events.onAudioSessionId = [](int) {};
+    events.onAudioReady = [](long) {};
+    events.onStill = [this](const unsigned char* pixels, unsigned int width, unsigned int height) {
+        mStills->put(pixels, width, height);
+    };
+    mSession = std::make_unique<PlayerSession>(producer, std::move(events));
+    int status = mSession->open(mSelection.configuration());
+    if (status == 0) {
+        mSession->setAudioEnabled(false);
+        status = mSession->start();
+    }
+    return status == 0 ||
+           fail(EXIT_PLAYBACK, "the player cannot play these streams (code " +
+                                   std::to_string(status) + "); ORV_TRACE=info shows why");
+}
+
+// False when it is time to end; the exit code is set then.
+bool SnapshotRun::mayGoOn() {
+    if (Interrupt::requested()) {
+        mExitCode = EXIT_INTERRUPTED;
+        return false;
+    }
+    if (mScrambled) {
+        return fail(EXIT_PLAYBACK, "the service is scrambled; choose a clear one (orvplay probe " +
+                                       mOptions.source + ")");
+    }
+    if (mSourceEnd.drained(monotonicNs(), mSession->lastFrameTimedNs())) {
+        return fail(EXIT_NO_DATA, mOptions.source + ": ended after " + std::to_string(mSaved) +
+                                      " of " + std::to_string(mOptions.count) + " stills");
+    }
+    return true;
+}
+
+bool SnapshotRun::awaitPicture() {
+    const int64_t beganNs = monotonicNs();
+    while (mPictures->figures().frames == 0) {
+        if (!mayGoOn()) {
+            return false;
+        }
+        if (monotonicNs() - beganNs > FIRST_PICTURE_NS) {
+            return fail(EXIT_NO_DATA, "no picture came from PID " +
+                                          std::to_string(mSelection.videoPid) +
+                                          "; see: orvplay probe " + mOptions.source);
+        }
+        std::this_thread::sleep_for(LOOK);
+    }
+    return true;
+}
+
+void SnapshotRun::request() {
+    mRequested = std::min(mOptions.count - mSaved, ROOM);
+    mSession->requestStills(mRequested, mOptions.everyMs);
+    mProgressNs = monotonicNs();
+}
+
+void SnapshotRun::collect() {
+    const int64_t everyNs = mOptions.everyMs * NS_PER_MS;
+    while (mSaved < mOptions.count && mayGoOn()) {
+        const int64_t now = monotonicNs();
+        if (mRequested == 0 && now >= mDueNs) {
+            request();
+        }
+        Still still;
+        if (mStills->take(&still, LOOK)) {
+            mProgressNs = monotonicNs();
+            mDueNs = mProgressNs + everyNs;
+            mRequested = std::max(mRequested - 1, 0);
+            if (!save(still)) {
+                return;
+            }
+        } else if (mRequested > 0 && now - mProgressNs > everyNs + STALLED_NS) {
+            // The player gave some up; or there are no pictures, and the request goes on with them.
+            mSession->cancelStills();
+            mRequested = 0;
+            const int64_t silentNs = now - mSession->lastFrameTimedNs();
+            if (silentNs > SILENCE_NS) {
+                fail(EXIT_NO_DATA, "no signal for " + std::to_string(silentNs / 1'000'000'000) +
+                                       " s, after " + std::to_string(mSaved) + " of " +
+                                       std::to_string(mOptions.count) + " stills");
+                return;
+            }
+        }
+    }
+}
+
+bool SnapshotRun::save(const Still& still) {
+    const StillLabels labels = {mSelection.serviceName, mSelection.serviceId};
+    std::string error;
+    if (mOptions.out == "-") {
+        if (!writeStill(still, labels, STDOUT_FILENO, &error)) {
+            return fail(EXIT_FAILED, "standard output cannot be written: " + error);
+        }
+    } else {
+        const std::string wanted =
+            mOptions.out.empty() ? stillName(labels.service, still.takenAt) : mOptions.out;
+        const std::string path = writeStill(still, labels, wanted, &error);
+        if (path.empty()) {
+            return fail(EXIT_FAILED, error);
+        }
+        printf("%s\n", path.c_str());
+        fflush(stdout);
+    }
+    ++mSaved;
+    return true;
+}
+
+bool SnapshotRun::fail(ExitCode code, const std::string& message) {
+    fprintf(stderr, "orvplay: %s\n", message.c_str());
+    mExitCode = code;
+    return false;
+}
+
+}  // namespace orvplay

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <string>
+
+#include "ExitCode.h"
+#include "Options.h"
+#include "PictureOutput.h"
+#include "PlayerSession.h"
+#include "SourceEnd.h"
+#include "Still.h"
+#include "StreamSelection.h"
+#include "SyncMeter.h"
+
+namespace orvplay {
+
+// One run of `orvplay snapshot`: waits for the first picture, then asks the player for stills, as
+// many at a time as there is room for, and writes them while the next ones come. All of it on one
+// thread.
+class SnapshotRun {
+public:
+    SnapshotRun(const SnapshotOptions& options, const StreamSelection& selection);
+    SnapshotRun(const SnapshotRun&) = delete;  // the player's threads call it
+    SnapshotRun& operator=(const SnapshotRun&) = delete;
+
+    // The exit code; a failure was told in one line on standard error.
+    int run();
+
+private:
+    bool open();
+    bool awaitPicture();
+    void collect();
+    void request();
+    bool save(const Still& still);
+    bool mayGoOn();
+    bool fail(ExitCode code, const std::string& message);
+
+    const SnapshotOptions mOptions;
+    const StreamSelection mSelection;
+    SyncMeter mSync;
+    android::sp<orvhost::BufferQueue::Consumer> mConsumer;
+    std::unique_ptr<PictureOutput> mPictures;
+    std::unique_ptr<StillTray> mStills;
+    std::unique_ptr<PlayerSession> mSession;
+    SourceEnd mSourceEnd;
+
+    ExitCode mExitCode = EXIT_OK;
+    int mSaved = 0;
+    int mRequested = 0;       // of the request that runs, those still to come
+    int64_t mDueNs = 0;       // when the next request may begin
+    int64_t mProgressNs = 0;  // of the last request or still
+    std::atomic<bool> mScrambled{false};
+};
+
+}  // namespace orvplay
