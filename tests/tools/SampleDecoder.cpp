@@ -113,7 +113,8 @@ void decode(AVCodecContext* context, const AVPacket* packet, DecodedService* out
 
 }  // namespace
 
-DecodedService decodeService(const std::string& path, int serviceId) {
+DecodedService decodeService(const std::string& path, int serviceId,
+                             const std::function<void(const DecodedFrame&, const AVFrame&)>& look) {
     errorMessages = 0;
     av_log_set_callback(countErrors);
     DecodedService out;
@@ -132,6 +133,9 @@ DecodedService decodeService(const std::string& path, int serviceId) {
         picture.interlaced = frame->interlaced_frame != 0 && frame->top_field_first != 0;
         picture.ptsUs = toUs(frame->pts, video);
         out.frames.push_back(picture);
+        if (look) {
+            look(picture, *frame);
+        }
     };
     std::optional<BeepDetector> detector;
     const auto takeSound = [&](const AVFrame* frame) {

@@ -4,9 +4,12 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
+
+struct AVFrame;
 
 namespace orvtest {
 
@@ -25,7 +28,10 @@ struct DecodedService {
     int errors = 0;  // messages of error level and results below zero
 };
 
-// Throws std::runtime_error when the file or the service cannot be opened.
-DecodedService decodeService(const std::string& path, int serviceId);
+// Throws std::runtime_error when the file or the service cannot be opened. `look` is shown each
+// picture with its planes.
+DecodedService decodeService(
+    const std::string& path, int serviceId,
+    const std::function<void(const DecodedFrame&, const AVFrame&)>& look = {});
 
 }  // namespace orvtest
