@@ -15,6 +15,7 @@ constexpr int ROW_CHARACTERS = 32;
 // Sizes are given for a picture of 1080 rows and scaled by libass.
 constexpr int SCRIPT_HEIGHT = 1080;
 constexpr int FONT_SIZES[] = {60, 40, 24, 12};  // the largest that fits is taken
+constexpr uint32_t TEXT_COLOUR = 0xFFFFFF;
 constexpr int BOX_PADDING = 12;
 constexpr int SAFE_AREA_DIVISOR = 20;  // of width and height, on each side
 
@@ -34,11 +35,11 @@ std::string headerFor(int pictureWidth, int pictureHeight, int fontSize) {
              "Format: Name, Fontname, Fontsize, PrimaryColour, OutlineColour, BackColour, "
              "BorderStyle, Outline, Shadow, Alignment, MarginL, MarginR, MarginV\n"
              // A box around the whole, three quarters opaque; its padding is the "shadow".
-             "Style: Default,sans-serif,%d,&H00FFFFFF,&H00000000,&H40000000,4,2,%d,2,%d,%d,%d\n"
+             "Style: Default,sans-serif,%d,&H00%06X,&H00000000,&H40000000,4,2,%d,2,%d,%d,%d\n"
              "[Events]\n"
              "Format: Layer, Start, End, Style, Name, MarginL, MarginR, MarginV, Effect, Text\n",
-             static_cast<int>(width), SCRIPT_HEIGHT, fontSize, BOX_PADDING, sideMargin, sideMargin,
-             SCRIPT_HEIGHT / SAFE_AREA_DIVISOR + BOX_PADDING);
+             static_cast<int>(width), SCRIPT_HEIGHT, fontSize, TEXT_COLOUR, BOX_PADDING, sideMargin,
+             sideMargin, SCRIPT_HEIGHT / SAFE_AREA_DIVISOR + BOX_PADDING);
     return text;
 }
 
@@ -95,9 +96,10 @@ void cover(const ASS_Image* images, CaptionBitmap* bitmap) {
     bitmap->pixels.assign(static_cast<size_t>(bitmap->width) * bitmap->height, 0);
 }
 
+// Told by their colour: libass leaves the type of the box's image unset.
 bool hasCharacters(const ASS_Image* images) {
     for (const ASS_Image* image = images; image != nullptr; image = image->next) {
-        if (image->type == ASS_Image::IMAGE_TYPE_CHARACTER && image->w > 0 && image->h > 0) {
+        if (image->color >> 8 == TEXT_COLOUR && image->w > 0 && image->h > 0) {
             return true;
         }
     }
