@@ -122,7 +122,7 @@ protected:
         EXPECT_EQ(result.exitCode, 0) << result.err;
         std::map<std::string, std::vector<Line>> streams;
         for (const auto& event : result.events()) {
-            if (!event.contains("stream")) {
+            if (!event.contains("stream") || event["stream"] == "captions") {
                 continue;
             }
             std::vector<Line>& lines = streams[event["stream"]];
