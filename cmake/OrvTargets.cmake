@@ -88,8 +88,13 @@ function(orv_test name)
     endif()
     add_executable(${name} ${ARG_SOURCES})
     target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR}/tests)
-    # Test code is compiled once and run for seconds: half the compile time is worth more.
-    target_compile_options(${name} PRIVATE -O1 -g1)
+    # Test code is compiled once and run for seconds: half the compile time is worth more, and with
+    # a sanitizer half of that again.
+    if(ORV_SANITIZE)
+        target_compile_options(${name} PRIVATE -O0 -g1)
+    else()
+        target_compile_options(${name} PRIVATE -O1 -g1)
+    endif()
     target_link_libraries(${name} PRIVATE orv_flags ${ARG_DEPS} GTest::gmock GTest::gtest_main)
     add_test(NAME ${name} COMMAND ${name})
     set_tests_properties(${name} PROPERTIES TIMEOUT ${ARG_TIMEOUT}
