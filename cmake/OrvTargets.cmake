@@ -79,8 +79,8 @@ function(orv_player_library name)
 endfunction()
 
 # orv_test(NAME SOURCES a.cpp ... DEPS target ... [TIMEOUT s] [SERIAL]): one GoogleTest program.
-# SERIAL: it measures time, so nothing else runs beside it. Sound is silent unless a test chooses
-# otherwise.
+# SERIAL: it measures time, so nothing else runs beside it; with a sanitizer, where figures of time
+# say little, two such tests at most. Sound is silent unless a test chooses otherwise.
 function(orv_test name)
     cmake_parse_arguments(ARG "SERIAL" "TIMEOUT" "SOURCES;DEPS" ${ARGN})
     if(NOT ARG_TIMEOUT)
@@ -99,7 +99,7 @@ function(orv_test name)
     add_test(NAME ${name} COMMAND ${name})
     set_tests_properties(${name} PROPERTIES TIMEOUT ${ARG_TIMEOUT}
         ENVIRONMENT "ORV_AUDIO=silent;TSAN_OPTIONS=suppressions=${CMAKE_SOURCE_DIR}/cmake/tsan.supp halt_on_error=1")
-    if(ARG_SERIAL)
+    if(ARG_SERIAL AND NOT ORV_SANITIZE)
         set_tests_properties(${name} PROPERTIES RUN_SERIAL TRUE)
     endif()
 endfunction()
