@@ -14,7 +14,9 @@ set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
 
 find_program(ORV_CCACHE ccache)
 if(ORV_CCACHE)
-    set(CMAKE_CXX_COMPILER_LAUNCHER ${ORV_CCACHE})
+    # Without this it passes over everything that uses precompiled headers.
+    set(CMAKE_CXX_COMPILER_LAUNCHER ${CMAKE_COMMAND} -E env
+        CCACHE_SLOPPINESS=pch_defines,time_macros ${ORV_CCACHE})
 endif()
 
 find_package(Threads REQUIRED)
@@ -78,6 +80,29 @@ function(orv_player_library name)
     endif()
 endfunction()
 
+# Test code is compiled once and run for seconds: half the compile time is worth more, and with a
+# sanitizer half of that again. Undefined behaviour is looked for in what is tested.
+add_library(orv_test_flags INTERFACE)
+if(ORV_SANITIZE)
+    target_compile_options(orv_test_flags INTERFACE -O0 -g1)
+    if("undefined" IN_LIST ORV_SANITIZE)
+        target_compile_options(orv_test_flags INTERFACE -fno-sanitize=undefined)
+    endif()
+else()
+    target_compile_options(orv_test_flags INTERFACE -O1 -g1)
+endif()
+
+# What every test includes, compiled once, as part of a program: its users have the same flags.
+function(orv_precompile_test_headers)
+    if(NOT TARGET orv_test_headers)
+        file(WRITE ${CMAKE_BINARY_DIR}/test_headers.cpp "int main() {}\n")
+        add_executable(orv_test_headers ${CMAKE_BINARY_DIR}/test_headers.cpp)
+        target_link_libraries(orv_test_headers PRIVATE orv_flags GTest::gmock orv_test_flags)
+        target_precompile_headers(orv_test_headers PRIVATE <gmock/gmock.h> <gtest/gtest.h>
+            <algorithm> <chrono> <functional> <map> <string> <thread> <vector>)
+    endif()
+endfunction()
+
 # orv_test(NAME SOURCES a.cpp ... DEPS target ... [TIMEOUT s] [SERIAL]): one GoogleTest program.
 # SERIAL: it measures time, so nothing else runs beside it; with a sanitizer, where figures of time
 # say little, two such tests at most. Sound is silent unless a test chooses otherwise.
@@ -88,14 +113,10 @@ function(orv_test name)
     endif()
     add_executable(${name} ${ARG_SOURCES})
     target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR}/tests)
-    # Test code is compiled once and run for seconds: half the compile time is worth more, and with
-    # a sanitizer half of that again.
-    if(ORV_SANITIZE)
-        target_compile_options(${name} PRIVATE -O0 -g1)
-    else()
-        target_compile_options(${name} PRIVATE -O1 -g1)
-    endif()
-    target_link_libraries(${name} PRIVATE orv_flags ${ARG_DEPS} GTest::gmock GTest::gtest_main)
+    orv_precompile_test_headers()
+    target_precompile_headers(${name} REUSE_FROM orv_test_headers)
+    target_link_libraries(${name} PRIVATE orv_flags ${ARG_DEPS} GTest::gmock GTest::gtest_main
+        orv_test_flags)
     add_test(NAME ${name} COMMAND ${name})
     set_tests_properties(${name} PROPERTIES TIMEOUT ${ARG_TIMEOUT}
         ENVIRONMENT "ORV_AUDIO=silent;TSAN_OPTIONS=suppressions=${CMAKE_SOURCE_DIR}/cmake/tsan.supp halt_on_error=1")
