@@ -1,0 +1,35 @@
+#pragma once
+
+#include <binder/IBinder.h>
+
+namespace android {
+
+// An object of this process that others may call: derive and override onTransact().
+class BBinder : public IBinder {
+public:
+    const String16& getInterfaceDescriptor() const override;
+    bool isBinderAlive() const override { return true; }
+    status_t pingBinder() override { return OK; }
+    status_t dump(int fd, const Vector<String16>& args) override;
+
+    // A one-way call to an object of this very process is executed on a thread of its own queue,
+    // in order, never on the caller's.
+    status_t transact(uint32_t code, const Parcel& data, Parcel* reply,
+                      uint32_t flags = 0) override;
+
+    status_t linkToDeath(const sp<DeathRecipient>& recipient, void* cookie = nullptr,
+                         uint32_t flags = 0) override;
+    status_t unlinkToDeath(const wp<DeathRecipient>& recipient, void* cookie = nullptr,
+                           uint32_t flags = 0, wp<DeathRecipient>* outRecipient = nullptr) override;
+
+    BBinder* localBinder() override { return this; }
+
+protected:
+    // Answers one call, on any thread of the pool, several at a time. This one answers the
+    // platform's own codes (ping, interface query, dump) and UNKNOWN_TRANSACTION to all others.
+    virtual status_t onTransact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags);
+
+    ~BBinder() override = default;
+};
+
+}  // namespace android
