@@ -99,7 +99,8 @@ private:
     };
 
     const Object* objectAt(size_t offset) const;
-    status_t writeObject(uint32_t type, uint64_t value, Object object);
+    void dropObjects(size_t begin, size_t end);
+    status_t writeObject(uint32_t type, Object object);
     status_t readToken(String16* interface) const;
 
     std::vector<uint8_t> mData;
