@@ -13,7 +13,8 @@ public:
     status_t dump(int fd, const Vector<String16>& args) override;
 
     // A one-way call to an object of this very process is executed on a thread of its own queue,
-    // in order, never on the caller's.
+    // in order, never on the caller's, as a call of this process. (A transport, which has a queue
+    // for those of each connection and knows who calls, executes them without FLAG_ONEWAY.)
     status_t transact(uint32_t code, const Parcel& data, Parcel* reply,
                       uint32_t flags = 0) override;
 
@@ -27,9 +28,14 @@ public:
 protected:
     // Answers one call, on any thread of the pool, several at a time. This one answers the
     // platform's own codes (ping, interface query, dump) and UNKNOWN_TRANSACTION to all others.
+    // `reply` is never null, whoever calls.
     virtual status_t onTransact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags);
 
     ~BBinder() override = default;
+
+private:
+    status_t postOneWay(uint32_t code, const Parcel& data, uint32_t flags);
+    status_t onDump(const Parcel& data);
 };
 
 }  // namespace android

@@ -3,6 +3,7 @@
 #include <binder/Binder.h>
 
 #include <memory>
+#include <utility>
 
 namespace android {
 
@@ -77,3 +78,52 @@ private:                                                                        
     static std::unique_ptr<I##INTERFACE> sDefaultImpl;                                        \
                                                                                               \
 public:
+
+// In one source file of the class's namespace: IMPLEMENT_META_INTERFACE(CThing, "descriptor") for
+// ICThing, whose proxy is BpCThing. The descriptor lies in static memory, so that threads which
+// still answer calls while the process exits find it whole.
+#define IMPLEMENT_META_INTERFACE(INTERFACE, NAME)                           \
+    ORV_META_INTERFACE_COMMON(INTERFACE, NAME)                              \
+    ::android::sp<I##INTERFACE> I##INTERFACE::asInterface(                  \
+        const ::android::sp<::android::IBinder>& binder) {                  \
+        ::android::sp<I##INTERFACE> found = orvLocal##INTERFACE(binder);    \
+        if (found == nullptr && binder != nullptr) {                        \
+            found = ::android::sp<I##INTERFACE>(new Bp##INTERFACE(binder)); \
+        }                                                                   \
+        return found;                                                       \
+    }
+
+// The same where the proxy's class does not exist, in a program that only implements the interface:
+// asInterface() finds local objects alone.
+#define IMPLEMENT_META_INTERFACE_WITHOUT_PROXY(INTERFACE, NAME) \
+    ORV_META_INTERFACE_COMMON(INTERFACE, NAME)                  \
+    ::android::sp<I##INTERFACE> I##INTERFACE::asInterface(      \
+        const ::android::sp<::android::IBinder>& binder) {      \
+        return orvLocal##INTERFACE(binder);                     \
+    }
+
+#define ORV_META_INTERFACE_COMMON(INTERFACE, NAME)                                               \
+    static const ::android::StaticString16 orvDescriptor##INTERFACE(u##NAME);                    \
+    const ::android::String16 I##INTERFACE::descriptor(orvDescriptor##INTERFACE);                \
+    const ::android::String16& I##INTERFACE::getInterfaceDescriptor() const {                    \
+        return descriptor;                                                                       \
+    }                                                                                            \
+    I##INTERFACE::I##INTERFACE() = default;                                                      \
+    I##INTERFACE::~I##INTERFACE() = default;                                                     \
+    std::unique_ptr<I##INTERFACE> I##INTERFACE::sDefaultImpl;                                    \
+    bool I##INTERFACE::setDefaultImpl(std::unique_ptr<I##INTERFACE> impl) {                      \
+        if (sDefaultImpl != nullptr || impl == nullptr) {                                        \
+            return false;                                                                        \
+        }                                                                                        \
+        sDefaultImpl = std::move(impl);                                                          \
+        return true;                                                                             \
+    }                                                                                            \
+    const std::unique_ptr<I##INTERFACE>& I##INTERFACE::getDefaultImpl() {                        \
+        return sDefaultImpl;                                                                     \
+    }                                                                                            \
+    static ::android::sp<I##INTERFACE> orvLocal##INTERFACE(                                      \
+        const ::android::sp<::android::IBinder>& binder) {                                       \
+        const ::android::sp<::android::IInterface> local =                                       \
+            binder != nullptr ? binder->queryLocalInterface(I##INTERFACE::descriptor) : nullptr; \
+        return static_cast<I##INTERFACE*>(local.get());                                          \
+    }
