@@ -30,8 +30,8 @@ inline sp<INTERFACE> interface_cast(const sp<IBinder>& binder) {
 template <typename INTERFACE>
 class BnInterface : public INTERFACE, public BBinder {
 public:
-    sp<IInterface> queryLocalInterface(const String16& descriptor) override {
-        return descriptor == INTERFACE::descriptor ? sp<IInterface>(this) : nullptr;
+    sp<IInterface> queryLocalInterface(const String16& name) override {
+        return name == INTERFACE::descriptor ? sp<IInterface>(this) : nullptr;
     }
     const String16& getInterfaceDescriptor() const override { return INTERFACE::descriptor; }
 
@@ -79,9 +79,9 @@ private:                                                                        
                                                                                               \
 public:
 
-// In one source file of the class's namespace: IMPLEMENT_META_INTERFACE(CThing, "descriptor") for
-// ICThing, whose proxy is BpCThing. The descriptor lies in static memory, so that threads which
-// still answer calls while the process exits find it whole.
+// In one source file, in the class's (named) namespace: IMPLEMENT_META_INTERFACE(CThing,
+// "descriptor") for ICThing, whose proxy is BpCThing. The descriptor lies in static memory, so that
+// threads which still answer calls while the process exits find it whole.
 #define IMPLEMENT_META_INTERFACE(INTERFACE, NAME)                           \
     ORV_META_INTERFACE_COMMON(INTERFACE, NAME)                              \
     ::android::sp<I##INTERFACE> I##INTERFACE::asInterface(                  \
