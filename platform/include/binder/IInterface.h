@@ -75,13 +75,13 @@ public:                                                                         
     static const std::unique_ptr<I##INTERFACE>& getDefaultImpl();                             \
                                                                                               \
 private:                                                                                      \
-    static std::unique_ptr<I##INTERFACE> sDefaultImpl;                                        \
+    static std::unique_ptr<I##INTERFACE>& defaultImpl();                                      \
                                                                                               \
 public:
 
 // In one source file, in the class's (named) namespace: IMPLEMENT_META_INTERFACE(CThing,
-// "descriptor") for ICThing, whose proxy is BpCThing. The descriptor lies in static memory, so that
-// threads which still answer calls while the process exits find it whole.
+// "descriptor") for ICThing, whose proxy is BpCThing. Nothing of it is destroyed: threads that
+// still answer calls while the process exits find it whole.
 #define IMPLEMENT_META_INTERFACE(INTERFACE, NAME)                           \
     ORV_META_INTERFACE_COMMON(INTERFACE, NAME)                              \
     ::android::sp<I##INTERFACE> I##INTERFACE::asInterface(                  \
@@ -110,16 +110,21 @@ public:
     }                                                                                            \
     I##INTERFACE::I##INTERFACE() = default;                                                      \
     I##INTERFACE::~I##INTERFACE() = default;                                                     \
-    std::unique_ptr<I##INTERFACE> I##INTERFACE::sDefaultImpl;                                    \
+    std::unique_ptr<I##INTERFACE>& I##INTERFACE::defaultImpl() {                                 \
+        static auto* const impl = new std::unique_ptr<I##INTERFACE>;                             \
+        return *impl;                                                                            \
+    }                                                                                            \
     bool I##INTERFACE::setDefaultImpl(std::unique_ptr<I##INTERFACE> impl) {                      \
-        if (sDefaultImpl != nullptr || impl == nullptr) {                                        \
+        if (defaultImpl() != nullptr || impl == nullptr) {                                       \
+            /* An object that counts its references wants to end by them. */                     \
+            const ::android::sp<I##INTERFACE> refused(impl.release());                           \
             return false;                                                                        \
         }                                                                                        \
-        sDefaultImpl = std::move(impl);                                                          \
+        defaultImpl() = std::move(impl);                                                         \
         return true;                                                                             \
     }                                                                                            \
     const std::unique_ptr<I##INTERFACE>& I##INTERFACE::getDefaultImpl() {                        \
-        return sDefaultImpl;                                                                     \
+        return defaultImpl();                                                                    \
     }                                                                                            \
     static ::android::sp<I##INTERFACE> orvLocal##INTERFACE(                                      \
         const ::android::sp<::android::IBinder>& binder) {                                       \

@@ -94,7 +94,8 @@ TEST(LocalBinder, AnswersThePlatformsCodes) {
     EXPECT_EQ(object->linkToDeath(nullptr), INVALID_OPERATION);
     EXPECT_EQ(object->unlinkToDeath(nullptr), NAME_NOT_FOUND);
     EXPECT_EQ(object->queryLocalInterface(String16("Other")), nullptr);
-    EXPECT_EQ((new BBinder)->queryLocalInterface(String16()), nullptr);
+    const sp<IBinder> plain = new BBinder;
+    EXPECT_EQ(plain->queryLocalInterface(String16()), nullptr);
 }
 
 TEST(LocalBinder, DumpTakesADescriptorAndItsArguments) {
