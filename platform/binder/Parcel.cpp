@@ -19,6 +19,7 @@ namespace {
 constexpr int32_t NULL_STRING = -1;
 constexpr int32_t NO_POLICY = 0;
 constexpr int32_t NO_WORK_SOURCE = -1;
+constexpr size_t FIRST_BYTES = 128;  // most calls have fewer
 
 constexpr size_t padded(size_t length) {
     return (length + 3) & ~size_t{3};
@@ -48,6 +49,7 @@ size_t Parcel::dataPosition() const {
     return mPosition;
 }
 
+// Values begin at multiples of 4; the end alone may be none, where nothing can be read.
 void Parcel::setDataPosition(size_t position) const {
     mPosition = position < mData.size() ? std::min(padded(position), mData.size()) : mData.size();
 }
@@ -58,7 +60,7 @@ status_t Parcel::setDataSize(size_t size) {
     }
     dropObjects(size, ParcelAccess::MAX_BYTES);
     mData.resize(size);
-    mPosition = std::min(mPosition, size);
+    setDataPosition(mPosition);
     return OK;
 }
 
@@ -174,6 +176,9 @@ void* Parcel::writeInplace(size_t length) {
         return nullptr;
     }
     dropObjects(mPosition, end);
+    if (mData.capacity() == 0) {
+        mData.reserve(FIRST_BYTES);  // even nothing is written somewhere
+    }
     if (mData.size() < end) {
         mData.resize(end);
     }

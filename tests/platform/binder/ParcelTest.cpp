@@ -58,6 +58,7 @@ TEST(Parcel, EveryValueHasItsBytes) {
     } cases[] = {
         {"token", [](Parcel& p) { return p.writeInterfaceToken(String16("OrvPlayer")); },
          "00000000 ffffffff 09000000 4f007200 76005000 6c006100 79006500 72000000", 0},
+        {"nothing", [](Parcel& p) { return p.write(nullptr, 0); }, "", 0},
         {"null string", [](Parcel& p) { return p.writeString16(nullptr, 7); }, "ffffffff", 0},
         {"empty string", [](Parcel& p) { return p.writeString16(String16()); }, "00000000 00000000",
          0},
@@ -225,6 +226,21 @@ TEST(Parcel, HostileReadsFailWhereTheyStand) {
         EXPECT_EQ(parcel.dataPosition(), each.bytes.size());
         EXPECT_LT(each.read(parcel), 0);
     }
+}
+
+// Values are read where they are aligned, however long the data were that came from outside.
+TEST(Parcel, APositionIsAlignedOrTheEnd) {
+    Parcel parcel;
+    parcel.setData(reinterpret_cast<const uint8_t*>("12345"), 5);
+    parcel.setDataPosition(1);
+    EXPECT_EQ(parcel.dataPosition(), 4u);
+    parcel.setDataPosition(5);
+    EXPECT_EQ(parcel.dataPosition(), 5u);
+    EXPECT_EQ(parcel.setDataSize(20), OK);
+    EXPECT_EQ(parcel.dataPosition(), 8u);
+    EXPECT_EQ(parcel.readString16(), String16());
+    EXPECT_EQ(parcel.setDataSize(7), OK);
+    EXPECT_EQ(parcel.dataPosition(), 7u);
 }
 
 TEST(Parcel, AnObjectIsReadAsWhatItIsAndWhereItStands) {
