@@ -185,29 +185,37 @@ TEST(LocalOneWay, RefusesMoreThanItsBounds) {
     EXPECT_EQ(queue.post([] {}, LocalOneWay::MAX_BYTES), OK);
 }
 
-// The thread is in the middle of a call, and uses what the binder keeps in static memory, all the
+// Calls that an object has executed while the process exits; 0 before.
+std::atomic<size_t> gCallsAtExit{0};
+
+// Runs after everything that is destroyed at exit, and gives the thread time to notice.
+__attribute__((destructor)) void afterAllDestructors() {
+    if (gCallsAtExit != 0) {
+        const size_t before = gCallsAtExit;
+        await([before] { return gCallsAtExit > before + 2; });
+    }
+}
+
+// The thread is in the middle of calls, and uses what the binder keeps in static memory, all the
 // time that the process takes to exit.
 TEST(LocalOneWayDeathTest, TheProcessExitsUnderIt) {
     testing::GTEST_FLAG(death_test_style) = "threadsafe";
+    const auto callUntilTheEnd = [] {
+        const sp<IBinder> object = new Recorder;
+        for (;; ++gCallsAtExit) {
+            Parcel data;
+            data.writeInterfaceToken(IRecorder::descriptor);
+            data.setDataPosition(0);
+            if (!data.checkInterface(object.get()) ||
+                defaultServiceManager()->checkService(String16("none")) != nullptr) {
+                abort();
+            }
+        }
+    };
     EXPECT_EXIT(
         {
-            std::promise<void> entered;
-            LocalOneWay::instance().post(
-                [&entered] {
-                    entered.set_value();
-                    const sp<IBinder> object = new Recorder;
-                    for (;;) {
-                        Parcel data;
-                        data.writeInterfaceToken(IRecorder::descriptor);
-                        data.setDataPosition(0);
-                        if (!data.checkInterface(object.get()) ||
-                            defaultServiceManager()->checkService(String16("none")) != nullptr) {
-                            abort();
-                        }
-                    }
-                },
-                0);
-            entered.get_future().wait();
+            LocalOneWay::instance().post(callUntilTheEnd, 0);
+            await([] { return gCallsAtExit > 0; });
             exit(7);
         },
         testing::ExitedWithCode(7), "");
