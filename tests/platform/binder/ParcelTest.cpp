@@ -145,6 +145,12 @@ TEST(Parcel, HostileReadsFailWhereTheyStand) {
     const Bytes looksLikeBinder = wordsOf({ParcelAccess::BINDER, 0, 1, 0, 0, 0});
     const Bytes looksLikeHandle = wordsOf({ParcelAccess::HANDLE, 0, 1, 0, 0, 0});
     const Bytes looksLikeFile = wordsOf({ParcelAccess::DESCRIPTOR, 0, 1, 0, 0, 0});
+    const auto missing = [](bool found) { return found ? OK : NOT_ENOUGH_DATA; };
+    const auto int32 = [](const Parcel& p, int32_t v = 0) { return p.readInt32(&v); };
+    const auto int64 = [](const Parcel& p, int64_t v = 0) { return p.readInt64(&v); };
+    const auto fiveBytes = [=](const Parcel& p) { return missing(p.readInplace(5)); };
+    const auto everything = [=](const Parcel& p) { return missing(p.readInplace(SIZE_MAX)); };
+    const auto token = [=](const Parcel& p) { return missing(p.enforceInterface(String16())); };
     const auto string = [](const Parcel& p) {
         String16 text("untouched");
         size_t length = 1;
@@ -165,49 +171,19 @@ TEST(Parcel, HostileReadsFailWhereTheyStand) {
         std::function<status_t(const Parcel&)> read;
         status_t status;
     } cases[] = {
-        {"int32 of nothing",
-         {},
-         [](const Parcel& p) {
-             int32_t v;
-             return p.readInt32(&v);
-         },
-         NOT_ENOUGH_DATA},
-        {"int32 of 3 bytes",
-         {1, 2, 3},
-         [](const Parcel& p) {
-             int32_t v;
-             return p.readInt32(&v);
-         },
-         NOT_ENOUGH_DATA},
-        {"int64 of 4 bytes",
-         {1, 2, 3, 4},
-         [](const Parcel& p) {
-             int64_t v;
-             return p.readInt64(&v);
-         },
-         NOT_ENOUGH_DATA},
-        {"bytes without their padding",
-         {1, 2, 3, 4, 5},
-         [](const Parcel& p) {
-             char v[5];
-             return p.read(v, 5);
-         },
-         NOT_ENOUGH_DATA},
-        {"length that wraps when padded", wordsOf({1}),
-         [](const Parcel& p) { return p.readInplace(SIZE_MAX) == nullptr ? NOT_ENOUGH_DATA : OK; },
-         NOT_ENOUGH_DATA},
+        {"int32 of nothing", {}, int32, NOT_ENOUGH_DATA},
+        {"int32 of 3 bytes", {1, 2, 3}, int32, NOT_ENOUGH_DATA},
+        {"int64 of 4 bytes", {1, 2, 3, 4}, int64, NOT_ENOUGH_DATA},
+        {"bytes without their padding", {1, 2, 3, 4, 5}, fiveBytes, NOT_ENOUGH_DATA},
+        {"length that wraps when padded", wordsOf({1}), everything, NOT_ENOUGH_DATA},
         {"string of -2", wordsOf({0xfffffffe, 0}), string, NOT_ENOUGH_DATA},
         {"string of the lowest", wordsOf({0x80000000, 0}), string, NOT_ENOUGH_DATA},
         {"string of the highest", wordsOf({0x7fffffff, 0}), string, NOT_ENOUGH_DATA},
         {"string whose bytes wrap 32 bits", wordsOf({0x80000001, 0}), string, NOT_ENOUGH_DATA},
         {"string without room for its end", wordsOf({2, 0x00610061}), string, NOT_ENOUGH_DATA},
         {"string without its end", wordsOf({1, 0x00610061}), string, NOT_ENOUGH_DATA},
-        {"token without work source", wordsOf({0}),
-         [](const Parcel& p) { return p.enforceInterface(String16()) ? OK : NOT_ENOUGH_DATA; },
-         NOT_ENOUGH_DATA},
-        {"token of null", wordsOf({0, 0, 0xffffffff}),
-         [](const Parcel& p) { return p.enforceInterface(String16()) ? OK : NOT_ENOUGH_DATA; },
-         NOT_ENOUGH_DATA},
+        {"token without work source", wordsOf({0}), token, NOT_ENOUGH_DATA},
+        {"token of null", wordsOf({0, 0, 0xffffffff}), token, NOT_ENOUGH_DATA},
         {"binder of 20 bytes", wordsOf({ParcelAccess::BINDER, 0, 0, 0, 0}), binder,
          NOT_ENOUGH_DATA},
         {"binder that is only bytes", looksLikeBinder, binder, BAD_TYPE},
@@ -253,6 +229,9 @@ TEST(Parcel, AnObjectIsReadAsWhatItIsAndWhereItStands) {
     EXPECT_EQ(parcel.readStrongBinder(), nullptr);
     parcel.setDataPosition(24);
     EXPECT_EQ(parcel.readStrongBinder(), nullptr);
+    parcel.setDataPosition(20);
+    parcel.writeInt32(0);  // ends the binder before it, and touches nothing else
+    EXPECT_EQ(parcel.objectsCount(), 1u);
     EXPECT_GE(parcel.readFileDescriptor(), 0);
 }
 
