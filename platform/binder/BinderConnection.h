@@ -15,17 +15,17 @@ class BinderTransport;
 //   peer to peer:  two processes, one connected socket (AF_UNIX, stream), no daemon
 //   bus:           any number of processes at a D-Bus bus
 //
-//   auto connection = BinderConnection::overSocket(fd, BinderConnection::SERVICE);
-//   sp<IBinder> player = connection->getService(String16("OrvPlayer"));
+//   auto connection = BinderConnection::overSocket(fd, BinderConnection::APPLICATION, &error);
+//   sp<IBinder> player = connection->getService(String16("OrvPlayer"), &error);
 //
 // Both carry the same parcels: a call is one D-Bus message (see docs/binder.md). The objects named
 // at defaultServiceManager() can be reached from the other end, others once they were passed along
 // in a parcel, by who they were passed to.
 //
 // Callers of another user are refused unless they are root or the policy lets them
-// (PERMISSION_DENIED at their end).
+// (PERMISSION_DENIED at their end). A process that was asked for a service may always call back.
 //
-// A connection keeps a few threads ("Binder"): one reads, several execute. It ends with
+// A connection keeps a few threads ("Binder") that read and execute calls. It ends with
 // disconnect(), or when the other end or the bus goes: then calls under way and all later ones
 // answer DEAD_OBJECT, and death recipients are told. Any thread.
 class BinderConnection : public android::RefBase {
@@ -34,7 +34,8 @@ public:
     enum Role { SERVICE, APPLICATION };
     enum Bus { SESSION_BUS, SYSTEM_BUS };
 
-    // Takes the socket, on failure too. Null, and one line in *error, on failure.
+    // Takes the socket, on failure too, and waits up to 5 s for the other end, which may come
+    // later. Null, and one line in *error, on failure.
     static android::sp<BinderConnection> overSocket(int fd, Role role, std::string* error);
 
     // Connects to the bus. `address` goes before the bus's own when it is not empty.
@@ -67,8 +68,8 @@ public:
     struct Figures {
         size_t exportedObjects = 0;  // of ours, held by others
         size_t proxies = 0;          // of others', held by us
-        size_t queuedOneWay = 0;     // calls that the other side has not taken yet
-        size_t droppedOneWay = 0;
+        size_t queuedOneWay = 0;     // calls not known to be executed: told 64 at a time
+        size_t droppedOneWay = 0;    // refused because too many were under way
     };
     Figures figures() const;
 

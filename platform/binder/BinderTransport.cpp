@@ -1,0 +1,537 @@
+#include "binder/BinderTransport.h"
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <utils/String8.h>
+
+#include "binder/BpBinder.h"
+
+#include <utility>
+
+using android::BpBinder;
+using android::IBinder;
+using android::Parcel;
+using android::sp;
+using android::status_t;
+using android::String16;
+using android::String8;
+
+namespace orvhost {
+
+namespace {
+
+// One-way calls ask to be told of their execution whenever so much of them is under way.
+constexpr Load ASK_AT{64, 256 * 1024, 16};
+
+// A process that does not read what it asks for is cut off at so many messages.
+constexpr uint64_t MAX_QUEUED_MESSAGES = 8192;
+
+}  // namespace
+
+void BinderTransport::Guard::unlock() {
+    if (!mHeld.owns_lock()) {
+        return;
+    }
+    ObjectTable::Dropped dropped;
+    std::vector<std::unique_ptr<Parcel>> parcels;
+    dropped.swap(mTransport.mDropped);
+    parcels.swap(mTransport.mDroppedParcels);
+    mHeld.unlock();
+}
+
+void BinderTransport::Guard::wait(std::condition_variable& condition) {
+    if (!mTransport.mDropped.empty() || !mTransport.mDroppedParcels.empty()) {
+        unlock();
+        lock();  // the caller looks again, as after any wait
+        return;
+    }
+    condition.wait(mHeld);
+}
+
+BinderTransport::BinderTransport() : mWakeFd(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+
+BinderTransport::~BinderTransport() {
+    sd_bus_close(mBus);
+    sd_bus_unref(mBus);
+    if (mWakeFd >= 0) {
+        close(mWakeFd);
+    }
+}
+
+bool BinderTransport::start(sd_bus* bus, std::shared_ptr<BinderPeer> peer, std::string* error) {
+    Guard guard(*this);
+    mBus = bus;
+    mPeer = std::move(peer);
+    if (mWakeFd < 0) {
+        *error = "no descriptors left";
+        return false;
+    }
+    if (!mPool.open(sd_bus_get_fd(bus), error) || !mPool.start(shared_from_this(), error)) {
+        return false;
+    }
+    if (mPeer != nullptr) {
+        // The kernel names the process that made a pair of sockets as the peer of both.
+        if (sd_bus_message* hello = newCall(*mPeer, wire::HELLO); hello != nullptr) {
+            sd_bus_message_append(hello, "u", static_cast<uint32_t>(getpid()));
+            send(hello, nullptr);
+        }
+    }
+    passWatching();
+    return true;
+}
+
+// Sending ---------------------------------------------------------------------------------------
+
+sd_bus_message* BinderTransport::newCall(const BinderPeer& peer, const char* member) const {
+    sd_bus_message* message = nullptr;
+    sd_bus_message_new_method_call(mBus, &message, peer.name.empty() ? nullptr : peer.name.c_str(),
+                                   wire::PATH, wire::INTERFACE, member);
+    return message;
+}
+
+status_t BinderTransport::resolve(const std::vector<ParcelAccess::Object>& objects,
+                                  BinderPeer& peer, std::vector<wire::Reference>* references) {
+    if (objects.size() > wire::MAX_OBJECTS) {
+        return android::FAILED_TRANSACTION;
+    }
+    for (const ParcelAccess::Object& object : objects) {
+        uint64_t value = 0;
+        if (object.type == ParcelAccess::BINDER) {
+            value = mObjects.give(object.binder, peer);
+        } else if (object.type == ParcelAccess::HANDLE) {
+            const BpBinder* proxy = object.binder->remoteBinder();
+            if (proxy->mOwner.get() != &peer) {
+                unresolve(*references, peer);
+                return android::INVALID_OPERATION;  // it could not be called from there
+            }
+            value = proxy->mId;
+        }
+        references->push_back({object.offset, object.type, value, object.fd});
+    }
+    return android::OK;
+}
+
+void BinderTransport::unresolve(const std::vector<wire::Reference>& references,
+                                const BinderPeer& peer) {
+    for (const wire::Reference& one : references) {
+        if (one.type == ParcelAccess::BINDER) {
+            mObjects.takeBack(one.value, peer, 1, &mDropped);
+        }
+    }
+}
+
+bool BinderTransport::send(sd_bus_message* message, uint64_t* cookie) {
+    const int result = sd_bus_send(mBus, message, cookie);
+    sd_bus_message_unref(message);
+    if (sd_bus_is_open(mBus) <= 0) {
+        end();
+        return false;
+    }
+    noteQueued();
+    return result >= 0 && !mHasEnded;
+}
+
+void BinderTransport::noteQueued() {
+    uint64_t queued = 0;
+    if (mHasEnded || sd_bus_get_n_queued_write(mBus, &queued) < 0 || queued == 0) {
+        return;
+    }
+    if (queued > MAX_QUEUED_MESSAGES) {
+        end();
+    } else if (!mIsWatchingWriting) {
+        mIsWatchingWriting = true;
+        mPool.watchWriting();
+    }
+}
+
+status_t BinderTransport::transact(const BpBinder& proxy, uint32_t code, const Parcel& data,
+                                   Parcel* reply, uint32_t flags) {
+    if (data.dataSize() > ParcelAccess::MAX_BYTES) {
+        return android::FAILED_TRANSACTION;
+    }
+    const bool isOneWay = (flags & IBinder::FLAG_ONEWAY) != 0;
+    const std::vector<ParcelAccess::Object> objects = ParcelAccess::objects(data);
+    Load load{1, data.dataSize(), 0};
+    for (const ParcelAccess::Object& object : objects) {
+        load.descriptors += object.type == ParcelAccess::DESCRIPTOR ? 1 : 0;
+    }
+    Parcel unread;
+    Waiter waiter;
+    waiter.answer = reply != nullptr ? reply : &unread;
+    waiter.answer->freeData();
+
+    Guard guard(*this);
+    waiter.peer = proxy.mOwner;
+    BinderPeer& peer = *proxy.mOwner;
+    if (mHasEnded || peer.isDead) {
+        return android::DEAD_OBJECT;
+    }
+    Load unsettled = peer.unsettled;
+    unsettled.add(load);
+    if (isOneWay && unsettled.exceeds(MAX_UNSETTLED)) {
+        ++mDroppedOneWay;
+        return android::FAILED_TRANSACTION;
+    }
+    std::vector<wire::Reference> references;
+    status_t status = resolve(objects, peer, &references);
+    if (status != android::OK) {
+        return status;
+    }
+    sd_bus_message* message = newCall(peer, wire::TRANSACT);
+    if (message == nullptr || sd_bus_message_append(message, "tuu", proxy.mId, code, flags) < 0 ||
+        !wire::appendParcel(message, data.data(), data.dataSize(), references)) {
+        sd_bus_message_unref(message);
+        unresolve(references, peer);
+        return android::FAILED_TRANSACTION;
+    }
+    bool isSent = false;
+    status = isOneWay ? sendOneWay(message, proxy.mOwner, load, &isSent)
+                      : callAndWait(guard, message, &waiter, &isSent);
+    if (!isSent) {
+        unresolve(references, peer);
+    }
+    return status;
+}
+
+status_t BinderTransport::sendOneWay(sd_bus_message* message,
+                                     const std::shared_ptr<BinderPeer>& peer, const Load& load,
+                                     bool* isSent) {
+    Load unasked = peer->sinceAsked;
+    unasked.add(load);
+    const bool asks = unasked.calls >= ASK_AT.calls || unasked.bytes >= ASK_AT.bytes ||
+                      unasked.descriptors >= ASK_AT.descriptors;
+    uint64_t cookie = 0;
+    *isSent = send(message, asks ? &cookie : nullptr);
+    if (!*isSent) {
+        return mHasEnded ? android::DEAD_OBJECT : android::FAILED_TRANSACTION;
+    }
+    peer->unsettled.add(load);
+    peer->sinceAsked = asks ? Load{} : unasked;
+    if (asks) {
+        mSettlements[cookie] = {peer, unasked};
+    }
+    return android::OK;
+}
+
+void BinderTransport::release(const BpBinder& proxy) {
+    Guard guard(*this);
+    BinderPeer& peer = *proxy.mOwner;
+    const auto known = peer.proxies.find(proxy.mId);
+    if (known != peer.proxies.end() && known->second.unsafe_get() == &proxy) {
+        peer.proxies.erase(known);
+    }
+    if (mHasEnded || peer.isDead) {
+        return;
+    }
+    if (sd_bus_message* message = newCall(peer, wire::RELEASE); message != nullptr) {
+        sd_bus_message_append(message, wire::RELEASE_SIGNATURE, proxy.mId, proxy.mReceived);
+        send(message, nullptr);
+    }
+}
+
+status_t BinderTransport::getService(const String16& name, sp<IBinder>* service) {
+    Parcel answer;
+    Waiter waiter;
+    waiter.answer = &answer;
+    {
+        Guard guard(*this);
+        if (mHasEnded) {
+            return android::DEAD_OBJECT;
+        }
+        waiter.peer = mPeer;
+        sd_bus_message* message = newCall(*mPeer, wire::GET_SERVICE);
+        if (message == nullptr || sd_bus_message_append(message, wire::GET_SERVICE_SIGNATURE,
+                                                        String8(name).string()) < 0) {
+            sd_bus_message_unref(message);
+            return android::BAD_VALUE;
+        }
+        mPeer->isTrusted = true;
+        bool isSent = false;
+        const status_t status = callAndWait(guard, message, &waiter, &isSent);
+        if (status != android::OK) {
+            return status;
+        }
+    }
+    return answer.readStrongBinder(service);
+}
+
+// Waiting and reading ---------------------------------------------------------------------------
+
+status_t BinderTransport::callAndWait(Guard& guard, sd_bus_message* message, Waiter* waiter,
+                                      bool* isSent) {
+    uint64_t cookie = 0;
+    *isSent = send(message, &cookie);
+    if (!*isSent) {
+        return mHasEnded ? android::DEAD_OBJECT : android::FAILED_TRANSACTION;
+    }
+    mWaiters[cookie] = waiter;
+    while (!waiter->isDone) {
+        if (mWatcher == WAITER) {
+            guard.wait(waiter->answered);
+        } else {
+            watchAsWaiter(guard, waiter);
+        }
+    }
+    passWatching();
+    return waiter->status;
+}
+
+void BinderTransport::watchAsWaiter(Guard& guard, Waiter* waiter) {
+    if (mWatcher == POOL) {
+        mPool.stopWatchingReading();
+    }
+    if (!hasBuffered()) {
+        mWatcher = WAITER;
+        waiter->isWatching = true;
+        guard.unlock();
+        pollfd watched[] = {{mPool.readFd(), POLLIN, 0}, {mWakeFd, POLLIN, 0}};
+        poll(watched, 2, -1);
+        guard.lock();
+        waiter->isWatching = false;
+        if (watched[1].revents != 0) {
+            uint64_t count = 0;
+            (void)!read(mWakeFd, &count, sizeof count);
+        }
+    }
+    mWatcher = NOBODY;
+    Step step = MORE;
+    while (!waiter->isDone && step != NOTHING) {
+        IncomingCall call;
+        step = takeOne(&call);
+        dispatch(step, std::move(call));
+    }
+}
+
+void BinderTransport::passWatching() {
+    if (mHasEnded || mWatcher != NOBODY) {
+        return;
+    }
+    if (!mWaiters.empty()) {
+        mWaiters.begin()->second->answered.notify_one();
+        return;
+    }
+    mWatcher = POOL;
+    mPool.watchReading();
+    if (hasBuffered()) {
+        mPool.post();
+    }
+}
+
+bool BinderTransport::hasBuffered() const {
+    uint64_t queued = 0;
+    return !mHasEnded &&
+           (mMayHoldMore || (sd_bus_get_n_queued_read(mBus, &queued) >= 0 && queued > 0));
+}
+
+void BinderTransport::finish(Waiter* waiter) {
+    waiter->isDone = true;
+    if (waiter->isWatching) {
+        const uint64_t one = 1;
+        (void)!write(mWakeFd, &one, sizeof one);
+    } else {
+        waiter->answered.notify_one();
+    }
+}
+
+// For the pool to do, when this thread has something else to do.
+void BinderTransport::dispatch(Step step, IncomingCall call) {
+    if (step == CALL) {
+        mCalls.push_back(std::move(call));
+    }
+    if (step == CALL || step == ONE_WAY) {
+        mPool.post();
+    }
+}
+
+void BinderTransport::readable() {
+    Guard guard(*this);
+    if (mHasEnded || mWatcher == WAITER) {
+        return;
+    }
+    mWatcher = NOBODY;
+    while (true) {
+        IncomingCall call;
+        switch (takeOne(&call)) {
+            case NOTHING:
+                passWatching();
+                return;
+            case MORE:
+                break;
+            case CALL:
+                passWatching();
+                guard.unlock();
+                execute(&call);
+                return;
+            case ONE_WAY:
+                if (mDraining < MAX_DRAINING) {
+                    passWatching();
+                    drain(guard);
+                    return;
+                }
+                break;
+        }
+    }
+}
+
+void BinderTransport::writable() {
+    Guard guard(*this);
+    mIsWatchingWriting = false;
+    if (mHasEnded) {
+        return;
+    }
+    IncomingCall call;
+    const Step step = takeOne(&call);  // which first writes what is queued
+    dispatch(step, std::move(call));
+    noteQueued();
+}
+
+bool BinderTransport::runTask() {
+    Guard guard(*this);
+    if (!mNotices.empty() && !mIsTelling) {
+        tellNotices(guard);
+        return true;
+    }
+    if (!mCalls.empty()) {
+        IncomingCall call = std::move(mCalls.front());
+        mCalls.pop_front();
+        guard.unlock();
+        execute(&call);
+        return true;
+    }
+    if (!mToDrain.empty() && mDraining < MAX_DRAINING) {
+        drain(guard);
+        return true;
+    }
+    if (hasBuffered()) {
+        guard.unlock();
+        readable();
+        return true;
+    }
+    return false;
+}
+
+// The end ---------------------------------------------------------------------------------------
+
+void BinderTransport::end() {
+    if (mHasEnded) {
+        return;
+    }
+    mHasEnded = true;
+    mWatcher = NOBODY;
+    // The pool keeps duplicates: closing alone would not tell the other end.
+    shutdown(mPool.readFd(), SHUT_RDWR);
+    sd_bus_close(mBus);
+    for (const auto& [cookie, waiter] : mWaiters) {
+        waiter->status = android::DEAD_OBJECT;
+        finish(waiter);
+    }
+    mWaiters.clear();
+    mSettlements.clear();
+    if (mPeer != nullptr) {
+        bury(*mPeer);
+    }
+    if (!mIsOwnEnd && mDisconnected) {
+        notice(std::exchange(mDisconnected, nullptr));
+    }
+}
+
+void BinderTransport::bury(BinderPeer& peer) {
+    peer.isDead = true;
+    peer.unsettled = {};
+    for (const auto& [id, weak] : peer.proxies) {
+        sp<BpBinder> proxy = weak.promote();
+        if (proxy == nullptr) {
+            continue;
+        }
+        std::vector<BpBinder::Link> links = proxy->die();
+        if (!links.empty()) {
+            notice([proxy, links] { proxy->tell(links); });
+        }
+        mDropped.push_back(std::move(proxy));
+    }
+    peer.proxies.clear();
+    mObjects.forget(peer, &mDropped);
+}
+
+void BinderTransport::notice(std::function<void()> what) {
+    mNotices.push_back(std::move(what));
+    mPool.post();
+}
+
+void BinderTransport::tellNotices(Guard& guard) {
+    mIsTelling = true;
+    while (!mNotices.empty()) {
+        std::function<void()> what = std::move(mNotices.front());
+        mNotices.pop_front();
+        guard.unlock();
+        mPool.keepOneFree();
+        what();
+        what = nullptr;  // what it held ends here
+        guard.lock();
+    }
+    mIsTelling = false;
+}
+
+void BinderTransport::setDisconnectedCallback(std::function<void()> callback) {
+    Guard guard(*this);
+    if (!mHasEnded) {
+        mDisconnected.swap(callback);
+    } else if (!mIsOwnEnd) {
+        notice(std::move(callback));
+    }
+    guard.unlock();
+}
+
+void BinderTransport::disconnect() {
+    std::deque<IncomingCall> calls;
+    std::function<void()> callback;
+    {
+        Guard guard(*this);
+        if (mBus == nullptr) {
+            return;
+        }
+        if (!mHasEnded) {
+            mIsOwnEnd = true;
+            end();
+        }
+        callback.swap(mDisconnected);
+        calls.swap(mCalls);
+        mToDrain.clear();
+        if (mPeer != nullptr) {
+            for (IncomingCall& call : mPeer->oneWay) {
+                calls.push_back(std::move(call));
+            }
+            mPeer->oneWay.clear();
+        }
+        for (IncomingCall& call : calls) {
+            call.request = sd_bus_message_unref(call.request);
+        }
+    }
+    mPool.stop();
+}
+
+bool BinderTransport::isConnected() const {
+    Guard guard(*this);
+    return !mHasEnded;
+}
+
+pid_t BinderTransport::peerPid() const {
+    Guard guard(*this);
+    return mPeer != nullptr ? mPeer->pid : -1;
+}
+
+BinderConnection::Figures BinderTransport::figures() const {
+    Guard guard(*this);
+    BinderConnection::Figures figures;
+    figures.exportedObjects = mObjects.size();
+    figures.droppedOneWay = mDroppedOneWay;
+    if (mPeer != nullptr) {
+        figures.proxies = mPeer->proxies.size();
+        figures.queuedOneWay = mPeer->unsettled.calls;
+    }
+    return figures;
+}
+
+}  // namespace orvhost

@@ -1,0 +1,192 @@
+// Calls from one end of a connection to the other, both ends in this process.
+
+#include <binder/IServiceManager.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "binder/BinderConnection.h"
+#include "platform/binder/TestObject.h"
+
+#include <chrono>
+#include <future>
+#include <numeric>
+#include <thread>
+
+using android::IBinder;
+using android::Parcel;
+using android::sp;
+using android::status_t;
+using android::String16;
+using orvhost::BinderConnection;
+
+namespace {
+
+constexpr std::chrono::seconds SOON(20);
+
+template <typename Condition>
+bool eventually(Condition condition) {
+    const auto deadline = std::chrono::steady_clock::now() + SOON;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
+class TransportTest : public testing::Test {
+protected:
+    void SetUp() override {
+        android::defaultServiceManager()->addService(String16("OrvTest"), mObject);
+        int ends[2];
+        ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+        std::string serviceError;
+        auto service = std::async(std::launch::async, [&] {
+            return BinderConnection::overSocket(ends[0], BinderConnection::SERVICE, &serviceError);
+        });
+        std::string error;
+        mApplication = BinderConnection::overSocket(ends[1], BinderConnection::APPLICATION, &error);
+        mService = service.get();
+        ASSERT_NE(mApplication, nullptr) << error;
+        ASSERT_NE(mService, nullptr) << serviceError;
+        mProxy = mApplication->getService(String16("OrvTest"), &error);
+        ASSERT_NE(mProxy, nullptr) << error;
+        ASSERT_EQ(mProxy->localBinder(), nullptr);
+    }
+
+    sp<TestObject> mObject = new TestObject;
+    sp<BinderConnection> mService;
+    sp<BinderConnection> mApplication;
+    sp<IBinder> mProxy;
+};
+
+TEST_F(TransportTest, EveryValueGoesThereAndBack) {
+    const sp<TestObject> callback = new TestObject;
+    for (const size_t blobSize : {0u, 5u, 1u << 20}) {
+        Parcel request;
+        Parcel reply;
+        const std::vector<uint8_t> blob(blobSize, 0x5a);
+        int pipe[2];
+        ASSERT_EQ(pipe2(pipe, O_CLOEXEC), 0);
+        request.writeInt32(-7);
+        request.writeInt64(-(int64_t{1} << 40));
+        request.writeString16(String16("a\u00e7\u00e3o"));
+        request.writeInt32(static_cast<int32_t>(blobSize));
+        request.write(blob.data(), blob.size());
+        request.writeStrongBinder(callback);
+        request.writeFileDescriptor(pipe[1], true);
+
+        ASSERT_EQ(mProxy->transact(TestObject::ECHO, request, &reply), android::OK);
+        EXPECT_EQ(reply.readInt32(), -7);
+        EXPECT_EQ(reply.readInt64(), -(int64_t{1} << 40));
+        EXPECT_EQ(reply.readString16(), String16("a\u00e7\u00e3o"));
+        ASSERT_EQ(reply.readInt32(), static_cast<int32_t>(blobSize));
+        const void* echoed = reply.readInplace(blobSize);
+        ASSERT_NE(echoed, nullptr);
+        EXPECT_EQ(memcmp(echoed, blob.data(), blobSize), 0);
+        EXPECT_EQ(reply.readStrongBinder(), callback) << "one's own object comes back as itself";
+        const int fd = reply.readFileDescriptor();
+        ASSERT_GE(fd, 0);
+        EXPECT_NE(fcntl(fd, F_GETFD) & FD_CLOEXEC, 0);
+        ASSERT_EQ(write(fd, "x", 1), 1);
+        char read1 = 0;
+        EXPECT_EQ(read(pipe[0], &read1, 1), 1);
+        EXPECT_EQ(read1, 'x');
+        close(pipe[0]);
+    }
+}
+
+TEST_F(TransportTest, SixteenThreadsCallAtOnce) {
+    std::vector<std::thread> threads;
+    std::atomic<int> good{0};
+    for (int32_t thread = 0; thread < 16; ++thread) {
+        threads.emplace_back([&, thread] {
+            for (int32_t i = 0; i < 200; ++i) {
+                Parcel request;
+                Parcel reply;
+                request.writeInt32(thread * 1000 + i);
+                request.writeInt64(0);
+                request.writeString16(String16("x"));
+                request.writeInt32(0);
+                request.writeStrongBinder(nullptr);
+                good += mProxy->transact(TestObject::ECHO, request, &reply) == android::OK &&
+                        reply.readInt32() == thread * 1000 + i;
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(good, 16 * 200);
+}
+
+TEST_F(TransportTest, OneWayCallsKeepTheirOrder) {
+    constexpr int32_t CALLS = 10000;
+    for (int32_t i = 0; i < CALLS;) {
+        Parcel request;
+        request.writeInt32(i);
+        const status_t status =
+            mProxy->transact(TestObject::COUNT, request, nullptr, IBinder::FLAG_ONEWAY);
+        if (status == android::OK) {
+            ++i;
+        } else {
+            ASSERT_EQ(status, android::FAILED_TRANSACTION);
+            std::this_thread::yield();
+        }
+    }
+    ASSERT_TRUE(eventually([&] { return mObject->counted().size() == size_t{CALLS}; }));
+    std::vector<int32_t> expected(CALLS);
+    std::iota(expected.begin(), expected.end(), 0);
+    EXPECT_EQ(mObject->counted(), expected);
+}
+
+TEST_F(TransportTest, CallsComeBackWhileTheirCallerWaits) {
+    const sp<TestObject> callback = new TestObject;
+    std::vector<std::thread> threads;
+    std::atomic<int> good{0};
+    for (int thread = 0; thread < 3; ++thread) {
+        threads.emplace_back([&] {
+            for (const int32_t depth : {0, 1, 2, 5}) {
+                Parcel request;
+                Parcel reply;
+                request.writeStrongBinder(callback);
+                request.writeInt32(depth);
+                good += mProxy->transact(TestObject::CALL_BACK, request, &reply) == android::OK &&
+                        reply.readInt32() == depth;
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(good, 3 * 4);
+}
+
+TEST_F(TransportTest, ObjectsLiveAsLongAsTheOtherEndHoldsThem) {
+    android::wp<TestObject> weak;
+    {
+        const sp<TestObject> callback = new TestObject;
+        weak = callback;
+        Parcel request;
+        request.writeStrongBinder(callback);
+        request.writeStrongBinder(callback);
+        ASSERT_EQ(mProxy->transact(TestObject::HOLD, request, nullptr), android::OK);
+    }
+    EXPECT_NE(weak.promote(), nullptr);
+    EXPECT_EQ(mApplication->figures().exportedObjects, 1u);
+    EXPECT_EQ(mService->figures().proxies, 1u);
+    Parcel none;
+    none.writeStrongBinder(nullptr);
+    ASSERT_EQ(mProxy->transact(TestObject::HOLD, none, nullptr), android::OK);
+    EXPECT_TRUE(eventually([&] { return weak.promote() == nullptr; }));
+    EXPECT_EQ(mService->figures().proxies, 0u);
+
+    mProxy = nullptr;
+    EXPECT_TRUE(eventually([&] { return mService->figures().exportedObjects == 0; }));
+}
+
+}  // namespace
