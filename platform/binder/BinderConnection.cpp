@@ -93,6 +93,42 @@ BusPointer openSocket(int fd, bool isServer, std::string* error) {
     return bus;
 }
 
+// What makes a process that ends known on the bus.
+constexpr char DEATHS[] =
+    "type='signal',sender='org.freedesktop.DBus',interface='org.freedesktop.DBus',"
+    "member='NameOwnerChanged',arg2=''";
+
+BusPointer openBus(BinderConnection::Bus kind, const std::string& address, std::string* error) {
+    sd_bus* made = nullptr;
+    int result = 0;
+    if (!address.empty()) {
+        result = sd_bus_new(&made);
+        if (result >= 0 && (result = sd_bus_set_address(made, address.c_str())) >= 0 &&
+            (result = sd_bus_set_bus_client(made, 1)) >= 0) {
+            result = sd_bus_start(made);
+        }
+    } else {
+        result = kind == BinderConnection::SYSTEM_BUS ? sd_bus_open_system(&made)
+                                                      : sd_bus_open_user(&made);
+    }
+    BusPointer bus(made);
+    if (result < 0 || (result = finishHandshake(made)) < 0 ||
+        (result = sd_bus_set_method_call_timeout(
+             made, std::chrono::microseconds(HANDSHAKE_TIMEOUT).count())) < 0 ||
+        (result = sd_bus_call_method(made, "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                     "org.freedesktop.DBus", "AddMatch", nullptr, nullptr, "s",
+                                     DEATHS)) < 0) {
+        *error = std::string("the ") +
+                 (!address.empty()                       ? "bus " + address
+                  : kind == BinderConnection::SYSTEM_BUS ? "system bus"
+                                                         : "session bus") +
+                 " cannot be reached: " +
+                 (result == -ENOMEDIUM ? "DBUS_SESSION_BUS_ADDRESS is not set" : strerror(-result));
+        return nullptr;
+    }
+    return bus;
+}
+
 }  // namespace
 
 BinderConnection::BinderConnection(std::shared_ptr<BinderTransport> transport)
@@ -128,9 +164,24 @@ sp<BinderConnection> BinderConnection::overSocket(int fd, Role role, std::string
     return connection;
 }
 
+sp<BinderConnection> BinderConnection::toBus(Bus kind, const std::string& address,
+                                             std::string* error) {
+    BusPointer bus = openBus(kind, address, error);
+    if (bus == nullptr) {
+        return nullptr;
+    }
+    const sp<BinderConnection> connection(
+        new BinderConnection(std::make_shared<BinderTransport>()));
+    if (!connection->mTransport->start(bus.release(), nullptr, error)) {
+        return nullptr;
+    }
+    return connection;
+}
+
 sp<IBinder> BinderConnection::getService(const String16& name, std::string* error) {
     sp<IBinder> service;
-    const status_t status = mTransport->getService(name, &service);
+    std::string detail;
+    const status_t status = mTransport->getService(name, &service, &detail);
     if (status == android::OK) {
         return service;
     }
@@ -146,10 +197,35 @@ sp<IBinder> BinderConnection::getService(const String16& name, std::string* erro
             *error = "service " + quoted + " cannot be reached: its process is gone";
             break;
         default:
-            *error = "service " + quoted + " cannot be reached: status " + std::to_string(status);
+            *error = "service " + quoted + " cannot be reached: " +
+                     (detail.empty() ? "status " + std::to_string(status) : detail);
             break;
     }
     return nullptr;
+}
+
+bool BinderConnection::claimName(const String16& name, std::string* error) {
+    const status_t status = mTransport->claimName(name);
+    if (status == android::OK) {
+        return true;
+    }
+    const std::string quoted = std::string("\"org.orvplayer.") + String8(name).string() + "\"";
+    switch (status) {
+        case android::ALREADY_EXISTS:
+            *error = "another process has the name " + quoted;
+            break;
+        case android::PERMISSION_DENIED:
+            *error = "the bus does not let this user have the name " + quoted;
+            break;
+        case android::BAD_VALUE:
+            *error = quoted + " cannot be a name, or this is no bus";
+            break;
+        default:
+            *error =
+                "the bus does not give the name " + quoted + ": status " + std::to_string(status);
+            break;
+    }
+    return false;
 }
 
 void BinderConnection::setDisconnectedCallback(std::function<void()> callback) {
@@ -162,6 +238,11 @@ bool BinderConnection::isConnected() const {
 
 pid_t BinderConnection::peerPid() const {
     return mTransport->peerPid();
+}
+
+pid_t BinderConnection::ownerPid(const sp<IBinder>& proxy) const {
+    const android::BpBinder* remote = proxy != nullptr ? proxy->remoteBinder() : nullptr;
+    return remote != nullptr ? mTransport->ownerPid(*remote) : -1;
 }
 
 void BinderConnection::disconnect() {

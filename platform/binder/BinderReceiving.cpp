@@ -43,7 +43,7 @@ status_t statusOf(const sd_bus_error* error) {
         {SD_BUS_ERROR_INVALID_ARGS, android::BAD_VALUE},
         {SD_BUS_ERROR_NAME_HAS_NO_OWNER, android::DEAD_OBJECT},
         {SD_BUS_ERROR_NO_REPLY, android::DEAD_OBJECT},
-        {SD_BUS_ERROR_SERVICE_UNKNOWN, android::DEAD_OBJECT},
+        {SD_BUS_ERROR_SERVICE_UNKNOWN, android::NAME_NOT_FOUND},
         {SD_BUS_ERROR_UNKNOWN_OBJECT, android::DEAD_OBJECT},
     };
     for (const auto& one : KNOWN) {
@@ -77,8 +77,15 @@ BinderTransport::Step BinderTransport::takeOne(IncomingCall* call) {
         uint8_t type = 0;
         sd_bus_message_get_type(message, &type);
         if (type == SD_BUS_MESSAGE_METHOD_CALL) {
-            step = handleCall(message, mPeer, call);
-        } else if (type != SD_BUS_MESSAGE_SIGNAL) {
+            const std::shared_ptr<BinderPeer> peer = senderOf(message);
+            if (peer->isIdentified) {
+                step = handleCall(message, peer, call);
+            } else {
+                park(message, peer);
+            }
+        } else if (type == SD_BUS_MESSAGE_SIGNAL) {
+            handleSignal(message);
+        } else {
             handleAnswer(message, type == SD_BUS_MESSAGE_METHOD_ERROR);
         }
         sd_bus_message_unref(message);
@@ -176,14 +183,32 @@ void BinderTransport::handleAnswer(sd_bus_message* message, bool isError) {
         mSettlements.erase(settled);
         return;
     }
-    const auto found = mWaiters.find(cookie);
-    if (found == mWaiters.end()) {
+    if (const auto identifying = mIdentifying.extract(cookie)) {
+        handleIdentity(message, identifying.mapped(), isError);
         return;
     }
-    Waiter* waiter = found->second;
-    mWaiters.erase(found);
-    waiter->status = isError ? statusOf(sd_bus_message_get_error(message))
-                             : readAnswer(message, waiter->peer, waiter->answer);
+    const auto found = mWaiters.extract(cookie);
+    if (found.empty()) {
+        return;
+    }
+    Waiter* waiter = found.mapped();
+    if (isError) {
+        const sd_bus_error* error = sd_bus_message_get_error(message);
+        waiter->status = statusOf(error);
+        if (waiter->status == android::NAME_NOT_FOUND && waiter->peer != nullptr) {
+            waiter->status = android::DEAD_OBJECT;
+        }
+        waiter->detail = error->message != nullptr ? error->message : error->name;
+    } else if (waiter->asksBus) {
+        const bool isNumber = sd_bus_message_read(message, "u", &waiter->number) > 0;
+        waiter->status = isNumber ? android::OK : android::FAILED_TRANSACTION;
+    } else {
+        if (waiter->peer == nullptr) {
+            waiter->peer = senderOf(message);
+            waiter->peer->isTrusted = true;
+        }
+        waiter->status = readAnswer(message, waiter->peer, waiter->answer);
+    }
     finish(waiter);
 }
 

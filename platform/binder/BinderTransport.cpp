@@ -4,10 +4,11 @@
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
-#include <utils/String8.h>
 
 #include "binder/BpBinder.h"
 
+#include <algorithm>
+#include <iterator>
 #include <utility>
 
 using android::BpBinder;
@@ -15,8 +16,6 @@ using android::IBinder;
 using android::Parcel;
 using android::sp;
 using android::status_t;
-using android::String16;
-using android::String8;
 
 namespace orvhost {
 
@@ -72,6 +71,7 @@ bool BinderTransport::start(sd_bus* bus, std::shared_ptr<BinderPeer> peer, std::
         return false;
     }
     if (mPeer != nullptr) {
+        mPeers[mPeer->name] = mPeer;
         // The kernel names the process that made a pair of sockets as the peer of both.
         if (sd_bus_message* hello = newCall(*mPeer, wire::HELLO); hello != nullptr) {
             sd_bus_message_append(hello, "u", static_cast<uint32_t>(getpid()));
@@ -229,32 +229,6 @@ void BinderTransport::release(const BpBinder& proxy) {
         sd_bus_message_append(message, wire::RELEASE_SIGNATURE, proxy.mId, proxy.mReceived);
         send(message, nullptr);
     }
-}
-
-status_t BinderTransport::getService(const String16& name, sp<IBinder>* service) {
-    Parcel answer;
-    Waiter waiter;
-    waiter.answer = &answer;
-    {
-        Guard guard(*this);
-        if (mHasEnded) {
-            return android::DEAD_OBJECT;
-        }
-        waiter.peer = mPeer;
-        sd_bus_message* message = newCall(*mPeer, wire::GET_SERVICE);
-        if (message == nullptr || sd_bus_message_append(message, wire::GET_SERVICE_SIGNATURE,
-                                                        String8(name).string()) < 0) {
-            sd_bus_message_unref(message);
-            return android::BAD_VALUE;
-        }
-        mPeer->isTrusted = true;
-        bool isSent = false;
-        const status_t status = callAndWait(guard, message, &waiter, &isSent);
-        if (status != android::OK) {
-            return status;
-        }
-    }
-    return answer.readStrongBinder(service);
 }
 
 // Waiting and reading ---------------------------------------------------------------------------
@@ -428,19 +402,32 @@ void BinderTransport::end() {
         finish(waiter);
     }
     mWaiters.clear();
-    mSettlements.clear();
-    if (mPeer != nullptr) {
-        bury(*mPeer);
+    mIdentifying.clear();
+    for (const auto& [name, peer] : mPeers) {
+        bury(peer);
     }
     if (!mIsOwnEnd && mDisconnected) {
         notice(std::exchange(mDisconnected, nullptr));
     }
 }
 
-void BinderTransport::bury(BinderPeer& peer) {
-    peer.isDead = true;
-    peer.unsettled = {};
-    for (const auto& [id, weak] : peer.proxies) {
+void BinderTransport::bury(const std::shared_ptr<BinderPeer>& peer) {
+    peer->isDead = true;
+    peer->unsettled = {};
+    std::erase_if(mSettlements, [&peer](const auto& one) { return one.second.peer == peer; });
+    std::erase_if(mWaiters, [&](const auto& one) {
+        const bool isForIt = one.second->peer == peer;
+        if (isForIt) {
+            one.second->status = android::DEAD_OBJECT;
+            finish(one.second);
+        }
+        return isForIt;
+    });
+    for (sd_bus_message* message : peer->parked) {
+        sd_bus_message_unref(message);
+    }
+    peer->parked.clear();
+    for (const auto& [id, weak] : peer->proxies) {
         sp<BpBinder> proxy = weak.promote();
         if (proxy == nullptr) {
             continue;
@@ -451,8 +438,8 @@ void BinderTransport::bury(BinderPeer& peer) {
         }
         mDropped.push_back(std::move(proxy));
     }
-    peer.proxies.clear();
-    mObjects.forget(peer, &mDropped);
+    peer->proxies.clear();
+    mObjects.forget(*peer, &mDropped);
 }
 
 void BinderTransport::notice(std::function<void()> what) {
@@ -499,11 +486,9 @@ void BinderTransport::disconnect() {
         callback.swap(mDisconnected);
         calls.swap(mCalls);
         mToDrain.clear();
-        if (mPeer != nullptr) {
-            for (IncomingCall& call : mPeer->oneWay) {
-                calls.push_back(std::move(call));
-            }
-            mPeer->oneWay.clear();
+        for (const auto& [name, peer] : mPeers) {
+            std::move(peer->oneWay.begin(), peer->oneWay.end(), std::back_inserter(calls));
+            peer->oneWay.clear();
         }
         for (IncomingCall& call : calls) {
             call.request = sd_bus_message_unref(call.request);
@@ -527,9 +512,9 @@ BinderConnection::Figures BinderTransport::figures() const {
     BinderConnection::Figures figures;
     figures.exportedObjects = mObjects.size();
     figures.droppedOneWay = mDroppedOneWay;
-    if (mPeer != nullptr) {
-        figures.proxies = mPeer->proxies.size();
-        figures.queuedOneWay = mPeer->unsettled.calls;
+    for (const auto& [name, peer] : mPeers) {
+        figures.proxies += peer->proxies.size();
+        figures.queuedOneWay += peer->unsettled.calls;
     }
     return figures;
 }

@@ -59,8 +59,12 @@ public:
     // The proxy is being destroyed.
     void release(const android::BpBinder& proxy);
 
+    // As BinderConnection's. *detail: what a bus says about a failure, if it says anything.
     android::status_t getService(const android::String16& name,
-                                 android::sp<android::IBinder>* service);
+                                 android::sp<android::IBinder>* service, std::string* detail);
+    // On a bus. ALREADY_EXISTS: another process has it.
+    android::status_t claimName(const android::String16& name);
+    pid_t ownerPid(const android::BpBinder& proxy);
     void setDisconnectedCallback(std::function<void()> callback);
     bool isConnected() const;
     pid_t peerPid() const;
@@ -90,10 +94,14 @@ private:
     struct Waiter {
         std::condition_variable answered;
         bool isDone = false;
-        bool isWatching = false;           // the socket, not the condition
-        std::shared_ptr<BinderPeer> peer;  // who is to answer
+        bool isWatching = false;  // the socket, not the condition
+        // Who is to answer. Null: who has the name that was called, until it answers; or the bus.
+        std::shared_ptr<BinderPeer> peer;
         android::status_t status = android::DEAD_OBJECT;
+        std::string detail;                 // of an error
         android::Parcel* answer = nullptr;  // of the thread's: empty before
+        bool asksBus = false;               // for a number
+        uint32_t number = 0;
     };
 
     // A one-way call that asked to be told when it is executed, and with it those before it.
@@ -147,6 +155,16 @@ private:
     android::sp<android::IBinder> proxyOf(const std::shared_ptr<BinderPeer>& peer, uint64_t id);
     void refuse(sd_bus_message* message, const char* error, const char* why);
 
+    // On a bus. With mLock.
+    bool isBus() const { return mPeer == nullptr; }
+    sd_bus_message* newBusCall(const char* member) const;
+    std::shared_ptr<BinderPeer> senderOf(sd_bus_message* message);
+    void park(sd_bus_message* message, const std::shared_ptr<BinderPeer>& peer);
+    void handleIdentity(sd_bus_message* message, const std::string& name, bool isError);
+    void handleSignal(sd_bus_message* message);
+    void loseProcess(const std::string& name);
+    android::status_t askBus(Guard& guard, sd_bus_message* message, Waiter* waiter);
+
     // Executing. Without mLock.
     void execute(IncomingCall* call);
     android::status_t executeTarget(const IncomingCall& call, android::Parcel* reply) const;
@@ -157,7 +175,7 @@ private:
 
     // The end. With mLock.
     void end();
-    void bury(BinderPeer& peer);
+    void bury(const std::shared_ptr<BinderPeer>& peer);
     void notice(std::function<void()> what);
 
     BinderPool mPool;
@@ -171,7 +189,9 @@ private:
     bool mMayHoldMore = true;  // the handshake may have read messages along with it
     bool mIsWatchingWriting = false;
     Watcher mWatcher = NOBODY;
-    std::shared_ptr<BinderPeer> mPeer;  // of a socket
+    std::shared_ptr<BinderPeer> mPeer;  // at the other end of a socket
+    std::unordered_map<std::string, std::shared_ptr<BinderPeer>> mPeers;  // by name
+    std::unordered_map<uint64_t, std::string> mIdentifying;  // the bus was asked who it is
     ObjectTable mObjects;
     ObjectTable::Dropped mDropped;
     std::vector<std::unique_ptr<android::Parcel>> mDroppedParcels;

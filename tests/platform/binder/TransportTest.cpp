@@ -8,6 +8,8 @@
 #include <unistd.h>
 
 #include "binder/BinderConnection.h"
+#include "platform/binder/Eventually.h"
+#include "platform/binder/PrivateBus.h"
 #include "platform/binder/TestObject.h"
 
 #include <chrono>
@@ -24,47 +26,54 @@ using orvhost::BinderConnection;
 
 namespace {
 
-constexpr std::chrono::seconds SOON(20);
+enum Kind { SOCKET, BUS };
 
-template <typename Condition>
-bool eventually(Condition condition) {
-    const auto deadline = std::chrono::steady_clock::now() + SOON;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
-}
-
-class TransportTest : public testing::Test {
+class TransportTest : public testing::TestWithParam<Kind> {
 protected:
     void SetUp() override {
         android::defaultServiceManager()->addService(String16("OrvTest"), mObject);
-        int ends[2];
-        ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
-        std::string serviceError;
-        auto service = std::async(std::launch::async, [&] {
-            return BinderConnection::overSocket(ends[0], BinderConnection::SERVICE, &serviceError);
-        });
-        std::string error;
-        mApplication = BinderConnection::overSocket(ends[1], BinderConnection::APPLICATION, &error);
-        mService = service.get();
-        ASSERT_NE(mApplication, nullptr) << error;
-        ASSERT_NE(mService, nullptr) << serviceError;
-        mProxy = mApplication->getService(String16("OrvTest"), &error);
-        ASSERT_NE(mProxy, nullptr) << error;
+        if (GetParam() == SOCKET) {
+            connectOverSocket();
+        } else {
+            connectToBus();
+        }
+        ASSERT_TRUE(mApplication != nullptr && mService != nullptr) << mError;
+        mProxy = mApplication->getService(String16("OrvTest"), &mError);
+        ASSERT_NE(mProxy, nullptr) << mError;
         ASSERT_EQ(mProxy->localBinder(), nullptr);
     }
 
+    void connectOverSocket() {
+        int ends[2];
+        ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+        auto service = std::async(std::launch::async, [&] {
+            std::string error;
+            return BinderConnection::overSocket(ends[0], BinderConnection::SERVICE, &error);
+        });
+        mApplication =
+            BinderConnection::overSocket(ends[1], BinderConnection::APPLICATION, &mError);
+        mService = service.get();
+    }
+
+    void connectToBus() {
+        mBus = std::make_unique<PrivateBus>();
+        ASSERT_NE(mBus->address(), "") << "dbus-daemon is needed";
+        const auto kind = BinderConnection::SESSION_BUS;
+        mService = BinderConnection::toBus(kind, mBus->address(), &mError);
+        ASSERT_NE(mService, nullptr) << mError;
+        ASSERT_TRUE(mService->claimName(String16("OrvTest"), &mError)) << mError;
+        mApplication = BinderConnection::toBus(kind, mBus->address(), &mError);
+    }
+
+    std::unique_ptr<PrivateBus> mBus;
+    std::string mError;
     sp<TestObject> mObject = new TestObject;
     sp<BinderConnection> mService;
     sp<BinderConnection> mApplication;
     sp<IBinder> mProxy;
 };
 
-TEST_F(TransportTest, EveryValueGoesThereAndBack) {
+TEST_P(TransportTest, EveryValueGoesThereAndBack) {
     const sp<TestObject> callback = new TestObject;
     for (const size_t blobSize : {0u, 5u, 1u << 20}) {
         Parcel request;
@@ -100,7 +109,7 @@ TEST_F(TransportTest, EveryValueGoesThereAndBack) {
     }
 }
 
-TEST_F(TransportTest, SixteenThreadsCallAtOnce) {
+TEST_P(TransportTest, SixteenThreadsCallAtOnce) {
     std::vector<std::thread> threads;
     std::atomic<int> good{0};
     for (int32_t thread = 0; thread < 16; ++thread) {
@@ -124,7 +133,7 @@ TEST_F(TransportTest, SixteenThreadsCallAtOnce) {
     EXPECT_EQ(good, 16 * 200);
 }
 
-TEST_F(TransportTest, OneWayCallsKeepTheirOrder) {
+TEST_P(TransportTest, OneWayCallsKeepTheirOrder) {
     constexpr int32_t CALLS = 10000;
     for (int32_t i = 0; i < CALLS;) {
         Parcel request;
@@ -144,7 +153,7 @@ TEST_F(TransportTest, OneWayCallsKeepTheirOrder) {
     EXPECT_EQ(mObject->counted(), expected);
 }
 
-TEST_F(TransportTest, CallsComeBackWhileTheirCallerWaits) {
+TEST_P(TransportTest, CallsComeBackWhileTheirCallerWaits) {
     const sp<TestObject> callback = new TestObject;
     std::vector<std::thread> threads;
     std::atomic<int> good{0};
@@ -166,7 +175,7 @@ TEST_F(TransportTest, CallsComeBackWhileTheirCallerWaits) {
     EXPECT_EQ(good, 3 * 4);
 }
 
-TEST_F(TransportTest, ObjectsLiveAsLongAsTheOtherEndHoldsThem) {
+TEST_P(TransportTest, ObjectsLiveAsLongAsTheOtherEndHoldsThem) {
     android::wp<TestObject> weak;
     {
         const sp<TestObject> callback = new TestObject;
@@ -188,5 +197,8 @@ TEST_F(TransportTest, ObjectsLiveAsLongAsTheOtherEndHoldsThem) {
     mProxy = nullptr;
     EXPECT_TRUE(eventually([&] { return mService->figures().exportedObjects == 0; }));
 }
+
+INSTANTIATE_TEST_SUITE_P(Over, TransportTest, testing::Values(SOCKET, BUS),
+                         [](const auto& kind) { return kind.param == SOCKET ? "Socket" : "Bus"; });
 
 }  // namespace
