@@ -1,7 +1,8 @@
 #pragma once
 
-#include <sys/types.h>
+#include "platform/binder/ChildProcess.h"
 
+#include <memory>
 #include <string>
 
 // A bus daemon of a test's own, which ends with it.
@@ -12,13 +13,14 @@ public:
     PrivateBus(const PrivateBus&) = delete;
     PrivateBus& operator=(const PrivateBus&) = delete;
 
+    const std::string& folder() const { return mFolder; }
     // Empty when there is no daemon to be had.
     const std::string& address() const { return mAddress; }
     // Ends it at once.
-    void kill();
+    void kill() { mDaemon = nullptr; }
 
 private:
     std::string mFolder;
     std::string mAddress;
-    pid_t mPid = -1;
+    std::unique_ptr<ChildProcess> mDaemon;
 };

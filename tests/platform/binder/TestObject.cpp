@@ -71,6 +71,8 @@ status_t TestObject::onTransact(uint32_t code, const Parcel& data, Parcel* reply
             reply->writeInt32(android::IPCThreadState::self()->getCallingPid());
             return reply->writeInt32(
                 static_cast<int32_t>(android::IPCThreadState::self()->getCallingUid()));
+        case COUNTED:
+            return reply->writeInt32(static_cast<int32_t>(counted().size()));
         case EXIT:
             exit(data.readInt32());
         default:

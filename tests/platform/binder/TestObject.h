@@ -19,6 +19,7 @@ public:
         HOLD,                           // binder: kept until the next one
         WAIT,                           // returns when opened
         CALLER,                         // int32 pid, int32 uid
+        COUNTED,                        // answers int32: how many COUNT there were
         EXIT,                           // int32: exit() with it
     };
 

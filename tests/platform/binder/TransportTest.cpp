@@ -8,9 +8,10 @@
 #include <unistd.h>
 
 #include "binder/BinderConnection.h"
-#include "platform/binder/Eventually.h"
+
 #include "platform/binder/PrivateBus.h"
 #include "platform/binder/TestObject.h"
+#include "support/Await.h"
 
 #include <chrono>
 #include <future>
@@ -23,6 +24,7 @@ using android::sp;
 using android::status_t;
 using android::String16;
 using orvhost::BinderConnection;
+using orvtest::await;
 
 namespace {
 
@@ -147,7 +149,7 @@ TEST_P(TransportTest, OneWayCallsKeepTheirOrder) {
             std::this_thread::yield();
         }
     }
-    ASSERT_TRUE(eventually([&] { return mObject->counted().size() == size_t{CALLS}; }));
+    ASSERT_TRUE(await([&] { return mObject->counted().size() == size_t{CALLS}; }));
     std::vector<int32_t> expected(CALLS);
     std::iota(expected.begin(), expected.end(), 0);
     EXPECT_EQ(mObject->counted(), expected);
@@ -191,11 +193,11 @@ TEST_P(TransportTest, ObjectsLiveAsLongAsTheOtherEndHoldsThem) {
     Parcel none;
     none.writeStrongBinder(nullptr);
     ASSERT_EQ(mProxy->transact(TestObject::HOLD, none, nullptr), android::OK);
-    EXPECT_TRUE(eventually([&] { return weak.promote() == nullptr; }));
+    EXPECT_TRUE(await([&] { return weak.promote() == nullptr; }));
     EXPECT_EQ(mService->figures().proxies, 0u);
 
     mProxy = nullptr;
-    EXPECT_TRUE(eventually([&] { return mService->figures().exportedObjects == 0; }));
+    EXPECT_TRUE(await([&] { return mService->figures().exportedObjects == 0; }));
 }
 
 INSTANTIATE_TEST_SUITE_P(Over, TransportTest, testing::Values(SOCKET, BUS),
