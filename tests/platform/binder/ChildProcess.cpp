@@ -60,6 +60,12 @@ void ChildProcess::signal(int number) const {
     }
 }
 
+void ChildProcess::stop() const {
+    signal(SIGSTOP);
+    int status = 0;
+    waitpid(mPid, &status, WUNTRACED);
+}
+
 int ChildProcess::exitCode() {
     int status = 0;
     if (mPid <= 0 || !orvtest::await([&] { return waitpid(mPid, &status, WNOHANG) == mPid; })) {

@@ -18,6 +18,8 @@ public:
     // Its next line on standard output, without the end; empty when it ended.
     std::string readLine();
     void signal(int number) const;
+    // Returns when it has stopped; SIGCONT lets it go on.
+    void stop() const;
     // What it exited with; -1 when it was killed, or does not end in time.
     int exitCode();
 

@@ -129,7 +129,7 @@ TEST_P(OtherProcessTest, DeathEndsCallsAndIsToldOnce) {
 }
 
 TEST_P(OtherProcessTest, OneWayCallsToAStoppedProcessAreBounded) {
-    mOther->signal(SIGSTOP);
+    mOther->stop();
     int32_t sent = 0;
     while (sent < 20000 && count(sent) == android::OK) {
         ++sent;
@@ -155,7 +155,7 @@ TEST_P(OtherProcessTest, OneWayCallsToAStoppedProcessAreBounded) {
 }
 
 TEST_P(OtherProcessTest, MuchDataToAStoppedProcessIsBoundedToo) {
-    mOther->signal(SIGSTOP);
+    mOther->stop();
     const std::vector<uint8_t> data(64 << 10);
     size_t sent = 0;
     status_t status = android::OK;

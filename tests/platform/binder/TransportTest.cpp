@@ -13,10 +13,14 @@
 #include "platform/binder/TestObject.h"
 #include "support/Await.h"
 
-#include <chrono>
+#include <atomic>
+#include <filesystem>
 #include <future>
+#include <memory>
 #include <numeric>
+#include <string>
 #include <thread>
+#include <vector>
 
 using android::IBinder;
 using android::Parcel;
@@ -198,6 +202,60 @@ TEST_P(TransportTest, ObjectsLiveAsLongAsTheOtherEndHoldsThem) {
 
     mProxy = nullptr;
     EXPECT_TRUE(await([&] { return mService->figures().exportedObjects == 0; }));
+}
+
+TEST_P(TransportTest, AnObjectOfAThirdProcessIsNotPassedOn) {
+    const sp<IBinder> own = mProxy;
+    SetUp();  // another connection; the first one's ends when its proxies do
+    Parcel request;
+    request.writeStrongBinder(own);
+    EXPECT_EQ(mProxy->transact(TestObject::HOLD, request, nullptr), android::INVALID_OPERATION);
+    EXPECT_EQ(mProxy->pingBinder(), android::OK);
+}
+
+TEST_P(TransportTest, DisconnectingEndsTheCallsUnderWay) {
+    std::vector<std::thread> callers;
+    std::atomic<int> dead{0};
+    for (int i = 0; i < 3; ++i) {
+        callers.emplace_back([&] {
+            const Parcel nothing;
+            dead += mProxy->transact(TestObject::WAIT, nothing, nullptr) == android::DEAD_OBJECT;
+        });
+    }
+    ASSERT_TRUE(await([&] { return mObject->waiting() == 3; }));
+    std::atomic<int> told{0};
+    mApplication->setDisconnectedCallback([&] { ++told; });
+    mApplication->disconnect();
+    for (std::thread& caller : callers) {
+        caller.join();
+    }
+    EXPECT_EQ(dead, 3);
+    EXPECT_EQ(mProxy->pingBinder(), android::DEAD_OBJECT);
+    EXPECT_TRUE(await([&] { return mService->figures().exportedObjects == 0; }));
+    mObject->open();
+    mService->disconnect();
+    EXPECT_EQ(mObject->waiting(), 0) << "no thread runs after disconnect()";
+    EXPECT_EQ(told, 0) << "it was our own doing";
+}
+
+size_t entries(const char* folder) {
+    const std::filesystem::directory_iterator begin(folder);
+    return static_cast<size_t>(std::distance(begin, {}));
+}
+
+TEST_P(TransportTest, NothingIsLeftOfAConnection) {
+    const size_t descriptors = entries("/proc/self/fd");
+    const size_t threads = entries("/proc/self/task");
+    for (int i = 0; i < (GetParam() == SOCKET ? 200 : 20); ++i) {
+        mProxy = nullptr;
+        mService->disconnect();
+        SetUp();
+        if (i % 2 == 0) {
+            mApplication->disconnect();  // the other way round
+        }
+    }
+    EXPECT_EQ(entries("/proc/self/fd"), descriptors);
+    EXPECT_TRUE(await([&] { return entries("/proc/self/task") == threads; }));
 }
 
 INSTANTIATE_TEST_SUITE_P(Over, TransportTest, testing::Values(SOCKET, BUS),
