@@ -6,18 +6,18 @@
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
-#include <memory>
 #include <optional>
 #include <thread>
 
 #include "PictureOutput.h"
-#include "PlayerSession.h"
 #include "StreamSelection.h"
 #include "SyncMeter.h"
 #include "audio/AudioOutput.h"
 #include "dtv/Tuner.h"
 #include "programs/Program.h"
+#include "service/MainController.h"
 #include "support/Await.h"
+#include "support/LiveConfiguration.h"
 #include "support/ProcessUsage.h"
 
 namespace orvtest {
@@ -26,6 +26,19 @@ namespace {
 constexpr int CYCLES = 10;
 constexpr int SETTLED_CYCLE = 2;  // what lives as long as the process is there by then
 constexpr size_t HEAP_SLACK = 256 << 10;
+
+using OrvPlayer::MainController;
+
+// What the player reports of its sound and of failures.
+class Reports : public OrvPlayer::AudioRenderer::AudioRenderedListener,
+                public OrvPlayer::ErrorListener {
+public:
+    void onAudioReady(long) override { ++sound; }
+    void onError(unsigned int code, const OrvPlayer::Module*) const override { error = code; }
+
+    std::atomic<int> sound{0};
+    mutable std::atomic<unsigned int> error{0};
+};
 
 class SessionCyclesTest : public testing::Test {
 protected:
@@ -50,14 +63,14 @@ protected:
         orvhost::Tuner::instance().untune();
     }
 
-    std::unique_ptr<orvplay::PlayerSession> newSession() {
-        orvplay::PlayerSession::Events events;
-        events.onError = [this](unsigned int code, const std::string&) { mError = code; };
-        events.onAudioSessionId = [](int) {};
-        events.onAudioReady = [this](long) { ++mSoundReports; };
-        auto session = std::make_unique<orvplay::PlayerSession>(mProducer, std::move(events));
-        EXPECT_EQ(session->open(mSelection.configuration()), 0);
-        return session;
+    android::sp<MainController> newPlayer() {
+        android::sp<MainController> player = new MainController;
+        EXPECT_EQ(player->configure(configurationOf(mSelection)), 0);
+        player->setErrorListener(&mReports);
+        player->setAudioRenderedListener(&mReports);
+        android::sp<android::Surface> surface = new android::Surface(mProducer);
+        EXPECT_EQ(player->setSurface(surface), 0);
+        return player;
     }
 
     bool awaitPictures(uint64_t more) {
@@ -71,31 +84,30 @@ protected:
     orvplay::SyncMeter mSync;
     std::optional<orvplay::PictureOutput> mPictures;
     orvplay::StreamSelection mSelection;
-    std::atomic<unsigned int> mError{0};
-    std::atomic<int> mSoundReports{0};
+    Reports mReports;
 };
 
 // The first and the last cycles go on to the first picture; those between are stopped early, each
-// a little later than the one before. Every second one has a session of its own, as after a change
+// a little later than the one before. Every second one has a player of its own, as after a change
 // of service.
 TEST_F(SessionCyclesTest, LeaveNothingBehind) {
-    std::unique_ptr<orvplay::PlayerSession> session;
+    android::sp<MainController> player;
     ProcessUsage settled;
     size_t settledHeap = 0;
     for (int cycle = 1; cycle <= CYCLES; ++cycle) {
         SCOPED_TRACE(cycle);
-        if (session == nullptr) {
-            session = newSession();
+        if (player == nullptr) {
+            player = newPlayer();
         }
-        ASSERT_EQ(session->start(), 0);
+        ASSERT_EQ(player->start(), 0);
         if (cycle <= SETTLED_CYCLE || cycle == CYCLES) {
             EXPECT_TRUE(awaitPictures(5));
         } else {
             std::this_thread::sleep_for(std::chrono::milliseconds(50 * cycle));
         }
-        EXPECT_EQ(session->stop(), 0);
+        EXPECT_EQ(player->stop(), 0);
         if (cycle % 2 == 0) {
-            session = nullptr;
+            player = nullptr;
         }
         if (cycle == SETTLED_CYCLE) {
             settled = ProcessUsage::now();
@@ -109,39 +121,35 @@ TEST_F(SessionCyclesTest, LeaveNothingBehind) {
     if (!SANITIZED) {
         EXPECT_LT(mallinfo2().uordblks, settledHeap + HEAP_SLACK);
     }
-    EXPECT_EQ(mError, 0U);
+    EXPECT_EQ(mReports.error, 0U);
 }
 
-// Sound of another coding takes another player, on the same surface.
+// Sound of another coding takes another player.
 TEST_F(SessionCyclesTest, AnotherPlayerTakesOver) {
-    const auto session = newSession();
-    for (int player = 0; player < 3; ++player) {
-        ASSERT_EQ(session->start(), 0);
+    for (int turn = 0; turn < 3; ++turn) {
+        const android::sp<MainController> player = newPlayer();
+        ASSERT_EQ(player->start(), 0);
         EXPECT_TRUE(awaitPictures(3));
-        const int before = mSoundReports;
-        EXPECT_TRUE(await([&] { return mSoundReports > before + 20; }, std::chrono::seconds(30)));
-        ASSERT_EQ(session->stop(), 0);
+        const int before = mReports.sound;
+        EXPECT_TRUE(await([&] { return mReports.sound > before + 20; }, std::chrono::seconds(30)));
+        ASSERT_EQ(player->stop(), 0);
         mSelection.audioPid = mSelection.nextSound()->pid;
-        ASSERT_EQ(session->open(mSelection.configuration()), 0);
     }
-    EXPECT_EQ(mError, 0U);
+    EXPECT_EQ(mReports.error, 0U);
 }
 
 // A pause keeps the picture that waits for its time. The codec has fewer of them than there are
 // pauses here, and gets each back even when no other one comes back in between.
 TEST_F(SessionCyclesTest, PausesCostNoPicture) {
-    android::sp<android::Surface> surface = new android::Surface(mProducer);
-    android::sp<OrvPlayer::MainController> controller = new OrvPlayer::MainController;
-    ASSERT_EQ(controller->configure(mSelection.configuration()), 0);
-    controller->setSurface(surface);
-    ASSERT_EQ(controller->start(), 0);
+    const android::sp<MainController> player = newPlayer();
+    ASSERT_EQ(player->start(), 0);
     ASSERT_TRUE(awaitPictures(3));
     for (int pause = 0; pause < 60; ++pause) {
-        EXPECT_EQ(controller->pause(), 0);
-        EXPECT_EQ(controller->resume(), 0);
+        EXPECT_EQ(player->pause(), 0);
+        EXPECT_EQ(player->resume(), 0);
     }
     EXPECT_TRUE(awaitPictures(3));
-    EXPECT_EQ(controller->stop(), 0);
+    EXPECT_EQ(player->stop(), 0);
 }
 
 }  // namespace

@@ -17,6 +17,7 @@
 #include "dtv/Tuner.h"
 #include "service/MainController.h"
 #include "support/Await.h"
+#include "support/LiveConfiguration.h"
 
 namespace orvtest {
 namespace {
@@ -89,7 +90,7 @@ protected:
         mPictures.emplace(mConsumer, nullptr, mSync);
         ASSERT_TRUE(mPictures->start());
         mController = new OrvPlayer::MainController;
-        ASSERT_EQ(mController->configure(selection.configuration()), 0);
+        ASSERT_EQ(mController->configure(configurationOf(selection)), 0);
         android::sp<android::Surface> surface = new android::Surface(producer);
         ASSERT_EQ(mController->setSurface(surface), 0);
         ASSERT_EQ(mController->start(), 0);

@@ -1,8 +1,8 @@
 // A stop takes as long as the slowest worker needs to look up, whatever comes in and whenever it is
 // asked for.
 //
-// Several sessions at a time play the same sound or damaged service; each is stopped, or closed as
-// it is, up to three seconds after its start: before the first packet, before the first picture,
+// Several players at a time play the same sound or damaged service; each is stopped up to three
+// seconds after its start: before the first packet, before the first picture,
 // with the outputs shut or open. ORV_STOPS=500 in the environment asks for as many stops.
 
 #include <gtest/gtest.h>
@@ -21,14 +21,15 @@
 #include <vector>
 
 #include "PictureOutput.h"
-#include "PlayerSession.h"
 #include "StreamSelection.h"
 #include "SyncMeter.h"
 #include "audio/AudioOutput.h"
 #include "damage/TsDamage.h"
 #include "dtv/Tuner.h"
 #include "programs/Program.h"
+#include "service/MainController.h"
 #include "support/Await.h"
+#include "support/LiveConfiguration.h"
 #include "support/ProcessUsage.h"
 #include "support/TempFile.h"
 
@@ -37,7 +38,7 @@ namespace {
 
 using std::chrono::steady_clock;
 
-constexpr size_t SESSIONS = 5;
+constexpr size_t PLAYERS = 5;
 constexpr size_t STOPS = 105;
 constexpr int LATEST_STOP_MS = 3000;
 constexpr double LIMIT_MS = SANITIZED ? 5000 : 500;
@@ -69,8 +70,8 @@ protected:
     }
     void TearDown() override { mTuner.untune(); }
 
-    // Plays and stops one session after the other. Half of the sessions are started again after a
-    // stop, the others are closed while they play.
+    // Plays and stops again and again. Half of the players are started again after a stop, the
+    // others give way to a new one.
     void playAndStop(size_t stops, uint64_t seed) {
         std::mt19937_64 random(seed);
         std::uniform_int_distribution<int> delayMs(0, LATEST_STOP_MS);
@@ -80,27 +81,26 @@ protected:
         orvplay::SyncMeter sync;
         orvplay::PictureOutput pictures(consumer, nullptr, sync);
         EXPECT_TRUE(pictures.start());
-        std::unique_ptr<orvplay::PlayerSession> session;
+        android::sp<android::Surface> surface = new android::Surface(producer);
+        android::sp<OrvPlayer::MainController> player;
         for (size_t i = 0; i < stops; ++i) {
-            if (session == nullptr) {
-                orvplay::PlayerSession::Events events{[](unsigned int, const std::string&) {},
-                                                      [](int) {}, [](long) {}};
-                session = std::make_unique<orvplay::PlayerSession>(producer, std::move(events));
-                EXPECT_EQ(session->open(mSelection.configuration()), 0);
+            if (player == nullptr) {
+                player = new OrvPlayer::MainController;
+                EXPECT_EQ(player->configure(configurationOf(mSelection)), 0);
+                EXPECT_EQ(player->setSurface(surface), 0);
             }
-            EXPECT_EQ(session->start(), 0);
+            EXPECT_EQ(player->start(), 0);
             std::this_thread::sleep_for(std::chrono::milliseconds(delayMs(random)));
             const auto begin = steady_clock::now();
+            EXPECT_EQ(player->stop(), 0);
             if (random() % 2 == 0) {
-                EXPECT_EQ(session->stop(), 0);
-            } else {
-                session = nullptr;
+                player = nullptr;
             }
             const std::chrono::duration<double, std::milli> taken = steady_clock::now() - begin;
             std::lock_guard<std::mutex> guard(mLock);
             mTakenMs.push_back(taken.count());
         }
-        session = nullptr;
+        player = nullptr;
         pictures.stop();
     }
 
@@ -115,7 +115,7 @@ protected:
 TEST_F(StopAnytimeTest, StopsInTimeWhateverComesIn) {
     const char* const asked = getenv("ORV_STOPS");
     const size_t stops = asked != nullptr ? strtoul(asked, nullptr, 10) : STOPS;
-    const size_t each = std::max<size_t>(1, stops / (INPUTS.size() * SESSIONS));
+    const size_t each = std::max<size_t>(1, stops / (INPUTS.size() * PLAYERS));
     playAndStop(2, 0);  // what lives as long as the process is there from now on
     mTuner.untune();
     const ProcessUsage before = ProcessUsage::now();
@@ -125,12 +125,12 @@ TEST_F(StopAnytimeTest, StopsInTimeWhateverComesIn) {
         INPUTS[input](stream);
         const TempFile file(stream.take());
         ASSERT_TRUE(mTuner.tune(file.path(), mTuning).ok());
-        std::vector<std::thread> sessions;
-        for (size_t i = 0; i < SESSIONS; ++i) {
-            sessions.emplace_back([=, this] { playAndStop(each, 1 + input * SESSIONS + i); });
+        std::vector<std::thread> players;
+        for (size_t i = 0; i < PLAYERS; ++i) {
+            players.emplace_back([=, this] { playAndStop(each, 1 + input * PLAYERS + i); });
         }
-        for (std::thread& session : sessions) {
-            session.join();
+        for (std::thread& player : players) {
+            player.join();
         }
         mTuner.untune();
     }
