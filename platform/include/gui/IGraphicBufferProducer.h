@@ -1,19 +1,26 @@
 #pragma once
 
+#include <binder/IInterface.h>
 #include <system/graphics.h>
 #include <system/window.h>
 #include <ui/GraphicBuffer.h>
 #include <ui/PixelFormat.h>
 #include <utils/Errors.h>
-#include <utils/RefBase.h>
+#include <utils/String16.h>
+#include <utils/StrongPointer.h>
 
 #include <cstdint>
 
 namespace android {
 
-// The producer's half of a buffer queue, and all that a producer ever sees of its consumer. It can
-// stand in for a queue of another process: only plain data and the descriptor of a GraphicBuffer
-// pass through it.
+// The producer's half of a buffer queue, and all that a producer ever sees of its consumer. The
+// queue may be another process's: its owner passes asBinder(producer) along, whoever gets that
+// binder draws into the queue through
+//
+//   sp<Surface> surface = new Surface(interface_cast<IGraphicBufferProducer>(binder));
+//
+// Pixels are never copied on the way, and no call waits for the other process beyond the bounds
+// told here, whatever that process does.
 //
 // Buffers are told apart by slot numbers. A producer keeps the buffer of each slot that it asked
 // for with requestBuffer() until dequeueBuffer() tells it otherwise:
@@ -25,8 +32,13 @@ namespace android {
 // Every call may be made from any thread. Once the consumer is gone all of them answer NO_INIT,
 // calls that are waiting at that moment included. Before connect() and after disconnect() the
 // buffer calls answer NO_INIT as well.
-class IGraphicBufferProducer : public virtual RefBase {
+class IGraphicBufferProducer : public IInterface {
 public:
+    static const String16 descriptor;
+
+    // The queue itself where it lives in this process, else a proxy; null for null.
+    static sp<IGraphicBufferProducer> asInterface(const sp<IBinder>& binder);
+
     static constexpr int BUFFER_SLOTS = 6;
 
     // What goes with a picture. Plain data.
@@ -85,6 +97,8 @@ public:
 
 protected:
     ~IGraphicBufferProducer() override = default;
+    // Null for a producer that cannot be passed to another process.
+    IBinder* onAsBinder() override { return nullptr; }
 };
 
 }  // namespace android
