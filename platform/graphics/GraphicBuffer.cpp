@@ -1,6 +1,8 @@
 #include <cutils/ashmem.h>
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <sys/mman.h>
+#include <sys/statfs.h>
 #include <ui/GraphicBuffer.h>
 #include <ui/GraphicBufferMapper.h>
 #include <unistd.h>
@@ -15,8 +17,13 @@ constexpr uint32_t strideOf(uint32_t width) {
     return (width + 1) & ~1u;
 }
 
-// Whether the region can be relied on to keep all its pages.
+// Whether the region can be relied on to keep all its pages. (One of huge pages cannot: there may
+// be none left when a hole in it is touched.)
 bool holdsForGood(int descriptor, size_t byteSize) {
+    struct statfs system = {};
+    if (fstatfs(descriptor, &system) != 0 || system.f_type != TMPFS_MAGIC) {
+        return false;
+    }
     const int seals = fcntl(descriptor, F_GET_SEALS);
     const int regionSize = ashmem_get_size_region(descriptor);
     return seals >= 0 && (seals & F_SEAL_SHRINK) != 0 && regionSize >= 0 &&
