@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "graphics/BnGraphicBufferProducer.h"
 #include "graphics/BufferQueueCore.h"
 
 namespace orvhost {
@@ -9,7 +10,7 @@ namespace orvhost {
 void BufferQueue::create(android::sp<android::IGraphicBufferProducer>* producer,
                          android::sp<Consumer>* consumer) {
     const android::sp<BufferQueueCore> core = new BufferQueueCore;
-    *producer = core;
+    *producer = new android::BnGraphicBufferProducer(core);
     *consumer = new Consumer(core);
 }
 

@@ -41,7 +41,9 @@ public:
     struct Counters {
         uint64_t queued = 0;    // pictures presented
         uint64_t acquired = 0;  // pictures the consumer took
-        uint64_t dropped = 0;   // pictures the producer had no buffer for
+        // Pictures the producer had no buffer for; one in another process tells them with the next
+        // that it presents.
+        uint64_t dropped = 0;
     };
 
     class Consumer : public android::RefBase {
@@ -83,6 +85,7 @@ public:
         const android::sp<BufferQueueCore> mCore;
     };
 
+    // IInterface::asBinder(*producer) is what a producer of another process needs.
     static void create(android::sp<android::IGraphicBufferProducer>* producer,
                        android::sp<Consumer>* consumer);
 };

@@ -147,6 +147,24 @@ status_t BufferQueueCore::dequeueBuffer(int* slot, uint32_t width, uint32_t heig
         }
         return status;
     }
+    return takeWritable(slot, width, height, format, usage);
+}
+
+status_t BufferQueueCore::tryDequeueBuffer(int* slot, uint32_t width, uint32_t height,
+                                           android::PixelFormat format, uint64_t usage) {
+    Lock lock(mLock);
+    if (mAbandoned || mConnectedApi == 0) {
+        return NO_INIT;
+    }
+    if (GraphicBuffer::byteSizeOf(width, height, format) == 0) {
+        return BAD_VALUE;
+    }
+    return findWritable() < 0 ? WOULD_BLOCK : takeWritable(slot, width, height, format, usage);
+}
+
+// There is a writable slot.
+status_t BufferQueueCore::takeWritable(int* slot, uint32_t width, uint32_t height,
+                                       android::PixelFormat format, uint64_t usage) {
     const status_t flags = setSize(width, height) ? RELEASE_ALL_BUFFERS : 0;
     *slot = findWritable();
     const status_t allocated = allocate(mSlots[*slot], format, usage);
@@ -249,12 +267,16 @@ status_t BufferQueueCore::query(int what, int* value) {
     if (mAbandoned) {
         return NO_INIT;
     }
+    return answerQuery(what, mDisplayWidth, mDisplayHeight, value);
+}
+
+status_t BufferQueueCore::answerQuery(int what, int displayWidth, int displayHeight, int* value) {
     switch (what) {
         case NATIVE_WINDOW_WIDTH:
-            *value = mDisplayWidth;
+            *value = displayWidth;
             return OK;
         case NATIVE_WINDOW_HEIGHT:
-            *value = mDisplayHeight;
+            *value = displayHeight;
             return OK;
         case NATIVE_WINDOW_FORMAT:
             *value = android::PIXEL_FORMAT_YCBCR_420_SP;
@@ -334,7 +356,36 @@ status_t BufferQueueCore::release(int slot) {
     dropIfOutdated(slot);
     lock.unlock();
     mSlotFreed.notify_all();
+    tellProducer();
     return OK;
+}
+
+void BufferQueueCore::countDropped(uint32_t pictures) {
+    Lock lock(mLock);
+    mCounters.dropped += pictures;
+}
+
+void BufferQueueCore::noteRead(int slot) {
+    Lock lock(mLock);
+    if (slot >= 0 && slot < BUFFER_SLOTS) {
+        mLastRead = mSlots[slot].input;
+    }
+}
+
+void BufferQueueCore::setProducerListener(const android::wp<ProducerListener>& listener) {
+    Lock lock(mLock);
+    mProducerListener = listener;
+}
+
+void BufferQueueCore::tellProducer() {
+    sp<ProducerListener> listener;
+    {
+        Lock lock(mLock);
+        listener = mProducerListener.promote();
+    }
+    if (listener != nullptr) {
+        listener->onConsumerNews();
+    }
 }
 
 void BufferQueueCore::setFrameAvailableListener(std::function<void()> listener) {
@@ -343,9 +394,17 @@ void BufferQueueCore::setFrameAvailableListener(std::function<void()> listener) 
 }
 
 void BufferQueueCore::setDisplaySize(int width, int height) {
+    {
+        Lock lock(mLock);
+        mDisplayWidth = std::max(width, 0);
+        mDisplayHeight = std::max(height, 0);
+    }
+    tellProducer();
+}
+
+bool BufferQueueCore::isAbandoned() const {
     Lock lock(mLock);
-    mDisplayWidth = std::max(width, 0);
-    mDisplayHeight = std::max(height, 0);
+    return mAbandoned;
 }
 
 void BufferQueueCore::abandon() {
@@ -360,6 +419,8 @@ void BufferQueueCore::abandon() {
         takeBack(i);
     }
     mPictureQueued.notify_all();
+    lock.unlock();
+    tellProducer();
 }
 
 android::IGraphicBufferProducer::QueueBufferInput BufferQueueCore::lastRead() const {

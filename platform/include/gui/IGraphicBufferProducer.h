@@ -68,7 +68,8 @@ public:
 
     // Takes a buffer of exactly this size and format; BAD_VALUE when GraphicBuffer refuses it. All
     // sizes are of pixels. Waits up to 5 ms for the consumer to give one back, then answers
-    // WOULD_BLOCK: the caller drops its picture.
+    // WOULD_BLOCK: the caller drops its picture. The first buffers of a size that another process
+    // has to make are waited for up to 100 ms, once until it answers.
     //
     // With a software read flag and no write flag in `usage` it lends the picture queued last
     // instead, of whatever size it is, to be read: for one reader at a time, and at no cost to
@@ -77,18 +78,21 @@ public:
                                    uint64_t usage) = 0;
 
     // Hands a written picture to the consumer. BAD_VALUE when the producer does not hold the slot
-    // for writing.
+    // for writing. FAILED_TRANSACTION when the other process takes no more messages: the picture
+    // is dropped, its buffer free again.
     virtual status_t queueBuffer(int slot, const QueueBufferInput& input) = 0;
 
     // Gives a slot back without showing it; a lent picture goes back only this way. BAD_VALUE when
     // the producer does not hold the slot.
     virtual status_t cancelBuffer(int slot) = 0;
 
-    // Answers a NATIVE_WINDOW_ question; BAD_VALUE for an unknown one. Needs no connection.
+    // Answers a NATIVE_WINDOW_ question; BAD_VALUE for an unknown one. Needs no connection, but
+    // the size of another process's display is 0 until the first one.
     virtual status_t query(int what, int* value) = 0;
 
     // Begins a producer's session; BAD_VALUE while there is one. `api` is NATIVE_WINDOW_API_MEDIA
-    // or NATIVE_WINDOW_API_CPU.
+    // or NATIVE_WINDOW_API_CPU. That another process has one shows later: the buffer calls answer
+    // NO_INIT then.
     virtual status_t connect(int api) = 0;
 
     // Ends it; `api` as given to connect(), else BAD_VALUE. The queue takes every slot back that

@@ -22,7 +22,8 @@ namespace android {
 //   }  // else WOULD_BLOCK: the application lags, drop the picture
 //
 // Everybody else uses it as an ANativeWindow; its dequeueBuffer lends the picture presented last
-// for reading. Any thread; no call waits longer than 5 ms for the application.
+// for reading. Any thread; no call waits longer for the application than IGraphicBufferProducer
+// says: 5 ms, and for the first buffer of a size 100 ms.
 class Surface : public ANativeWindow, public RefBase {
 public:
     explicit Surface(const sp<IGraphicBufferProducer>& producer, bool controlledByApp = false);
@@ -39,7 +40,7 @@ public:
     status_t connect(int api);
     status_t disconnect(int api);
 
-    // Takes a buffer to write to: 0, WOULD_BLOCK after 5 ms without a free one, BAD_VALUE for a
+    // Takes a buffer to write to: 0, WOULD_BLOCK when none became free in time, BAD_VALUE for a
     // size or format that is refused, NO_INIT without a connection or a consumer, NO_MEMORY.
     status_t dequeueBuffer(uint32_t bufferWidth, uint32_t bufferHeight, PixelFormat bufferFormat,
                            sp<GraphicBuffer>* buffer);
