@@ -10,19 +10,10 @@ using orvhost::BufferQueue;
 
 namespace {
 
-class BufferQueueTest : public QueueFixture {
-protected:
-    // Presents pictures first, first + 1, ... until the queue takes no more; how many it took.
-    int fill(int64_t first) {
-        int count = 0;
-        while (count < 100 && present(first + count) == OK) {
-            ++count;
-        }
-        return count;
-    }
-};
+using BufferQueueTest = PlacedQueueFixture;
+INSTANTIATE_TEST_SUITE_P(Places, BufferQueueTest, testing::Values(Place::LOCAL, Place::REMOTE));
 
-TEST_F(BufferQueueTest, KeepsOrderAndPixels) {
+TEST_P(BufferQueueTest, KeepsOrderAndPixels) {
     int announced = 0;
     mConsumer->setFrameAvailableListener([&announced] { ++announced; });
     int64_t next = 0;
@@ -34,7 +25,7 @@ TEST_F(BufferQueueTest, KeepsOrderAndPixels) {
             AcquiredBuffer picture;
             EXPECT_EQ(take(&picture), next++);
             EXPECT_EQ(picture.frameNumber, static_cast<uint64_t>(next));
-            EXPECT_EQ(mConsumer->release(picture.slot), OK);
+            EXPECT_EQ(release(picture.slot), OK);
         }
     }
     EXPECT_EQ(takeAndRelease(), -1);
@@ -43,7 +34,7 @@ TEST_F(BufferQueueTest, KeepsOrderAndPixels) {
 
 // A window that stops costs pictures, a bounded time each and no memory; what it had been given
 // and what waits for it stay as they are.
-TEST_F(BufferQueueTest, StoppedConsumerCostsPicturesOnly) {
+TEST_P(BufferQueueTest, StoppedConsumerCostsPicturesOnly) {
     AcquiredBuffer kept[BufferQueue::MAX_ACQUIRED];
     for (int i = 0; i < BufferQueue::MAX_ACQUIRED; ++i) {
         ASSERT_EQ(present(i), OK);
@@ -57,16 +48,16 @@ TEST_F(BufferQueueTest, StoppedConsumerCostsPicturesOnly) {
         EXPECT_EQ(present(200), WOULD_BLOCK);
     }
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
-    EXPECT_EQ(mConsumer->counters().dropped, 21u);
 
     AcquiredBuffer more;
     EXPECT_EQ(mConsumer->acquire(&more, 0), INVALID_OPERATION);
     for (int i = 0; i < BufferQueue::MAX_ACQUIRED; ++i) {
         EXPECT_TRUE(shows(kept[i].buffer.get(), i));
-        EXPECT_EQ(mConsumer->release(kept[i].slot), OK);
-        EXPECT_EQ(mConsumer->release(kept[i].slot), BAD_VALUE);
+        EXPECT_EQ(release(kept[i].slot), OK);
+        EXPECT_EQ(release(kept[i].slot), BAD_VALUE);
     }
     ASSERT_EQ(present(210), OK);
+    EXPECT_EQ(mConsumer->counters().dropped, 21u);
     for (int i = 0; i < waiting; ++i) {
         EXPECT_EQ(takeAndRelease(), BufferQueue::MAX_ACQUIRED + i);
     }
@@ -74,7 +65,7 @@ TEST_F(BufferQueueTest, StoppedConsumerCostsPicturesOnly) {
 }
 
 // Buffers of the old size serve those who hold them and then go, everywhere.
-TEST_F(BufferQueueTest, SizeChangeFreesOldBuffersAsTheyComeBack) {
+TEST_P(BufferQueueTest, SizeChangeFreesOldBuffersAsTheyComeBack) {
     AcquiredBuffer held;
     std::vector<wp<GraphicBuffer>> old;
     for (int i = 0; i < 3; ++i) {
@@ -98,11 +89,11 @@ TEST_F(BufferQueueTest, SizeChangeFreesOldBuffersAsTheyComeBack) {
     EXPECT_EQ(giveBack(borrowed), OK);
     EXPECT_EQ(takeAndRelease(), 1);
     EXPECT_EQ(takeAndRelease(), 2);
-    mConsumer->release(held.slot);
+    release(held.slot);
     held = {};
     ASSERT_EQ(take(&held), 3);
     EXPECT_EQ(held.buffer->getWidth(), 128u);
-    mConsumer->release(held.slot);
+    release(held.slot);
     for (const auto& buffer : old) {
         EXPECT_EQ(buffer.promote(), nullptr);
     }
@@ -111,7 +102,7 @@ TEST_F(BufferQueueTest, SizeChangeFreesOldBuffersAsTheyComeBack) {
 }
 
 // A still is read while every other buffer is in use, and disturbs nothing.
-TEST_F(BufferQueueTest, LendsThePicturePresentedLast) {
+TEST_P(BufferQueueTest, LendsThePicturePresentedLast) {
     EXPECT_EQ(borrow(), nullptr) << "nothing was presented yet";
     AcquiredBuffer kept[2];
     for (int i = 0; i < 2; ++i) {
@@ -130,7 +121,7 @@ TEST_F(BufferQueueTest, LendsThePicturePresentedLast) {
 
     // Still the same picture after the window has moved on by a whole round of buffers.
     for (int i = 0; i < 2; ++i) {
-        mConsumer->release(kept[i].slot);
+        release(kept[i].slot);
     }
     for (int number = 2; number <= last; ++number) {
         EXPECT_EQ(takeAndRelease(), number);
@@ -169,7 +160,7 @@ TEST_F(BufferQueueTest, LendsThePicturePresentedLast) {
     EXPECT_EQ(giveBack(borrowed), NO_INIT);
 }
 
-TEST_F(BufferQueueTest, CropIsTheWindowsAndStaysInsideTheBuffer) {
+TEST_P(BufferQueueTest, CropIsTheWindowsAndStaysInsideTheBuffer) {
     constexpr int MIN = std::numeric_limits<int>::min();
     constexpr int MAX = std::numeric_limits<int>::max();
     const struct {
@@ -187,12 +178,12 @@ TEST_F(BufferQueueTest, CropIsTheWindowsAndStaysInsideTheBuffer) {
         EXPECT_TRUE(crop.left == c.shown.left && crop.top == c.shown.top &&
                     crop.right == c.shown.right && crop.bottom == c.shown.bottom)
             << c.set.left << " " << c.set.top << " " << c.set.right << " " << c.set.bottom;
-        mConsumer->release(picture.slot);
+        release(picture.slot);
     }
     EXPECT_LT(mSurface->perform(mSurface.get(), 99), 0);
 }
 
-TEST_F(BufferQueueTest, OneProducerAtATimeAndNoneWithoutConnection) {
+TEST_P(BufferQueueTest, OneProducerAtATimeAndNoneWithoutConnection) {
     EXPECT_EQ(mSurface->connect(NATIVE_WINDOW_API_CPU), BAD_VALUE);
     EXPECT_EQ(mSurface->disconnect(NATIVE_WINDOW_API_CPU), BAD_VALUE);
     ASSERT_EQ(present(1), OK);
@@ -215,14 +206,14 @@ TEST_F(BufferQueueTest, OneProducerAtATimeAndNoneWithoutConnection) {
 }
 
 // Slot numbers come from another process.
-TEST_F(BufferQueueTest, RefusesSlotsThatTheProducerDoesNotHold) {
+TEST_P(BufferQueueTest, RefusesSlotsThatTheProducerDoesNotHold) {
     ASSERT_EQ(present(1), OK);
     for (const int slot : {-1, 0, 1, 5, 6, 99, std::numeric_limits<int>::min()}) {
         sp<GraphicBuffer> buffer;
         EXPECT_EQ(mProducer->requestBuffer(slot, &buffer), BAD_VALUE);
         EXPECT_EQ(mProducer->queueBuffer(slot, {}), BAD_VALUE);
         EXPECT_EQ(mProducer->cancelBuffer(slot), BAD_VALUE);
-        EXPECT_EQ(mConsumer->release(slot), BAD_VALUE);
+        EXPECT_EQ(release(slot), BAD_VALUE);
     }
     int slot = -1;
     for (const uint32_t width : {0u, 8193u, 0xFFFFFFFFu}) {
@@ -284,9 +275,10 @@ TEST(SurfaceTest, DoesNotTrustTheQueue) {
 }
 
 // After the window has gone every call fails at once, and buffers in hand stay usable.
-TEST_F(BufferQueueTest, EverythingEndsWithTheConsumer) {
+TEST_P(BufferQueueTest, EverythingEndsWithTheConsumer) {
     int width = -1;
     mConsumer->setDisplaySize(1280, 720);
+    settle();
     EXPECT_EQ(mSurface->query(NATIVE_WINDOW_WIDTH, &width), OK);
     EXPECT_EQ(width, 1280);
     EXPECT_EQ(mSurface->query(1000, &width), BAD_VALUE);
@@ -297,8 +289,9 @@ TEST_F(BufferQueueTest, EverythingEndsWithTheConsumer) {
     sp<GraphicBuffer> held;
     ASSERT_EQ(dequeue(&held), OK);
     mConsumer->abandon();
+    settle();
     EXPECT_TRUE(shows(acquired.buffer.get(), 1));
-    EXPECT_EQ(mConsumer->release(acquired.slot), OK);
+    EXPECT_EQ(release(acquired.slot), OK);
     mConsumer.clear();
 
     void* pixels = nullptr;
