@@ -12,6 +12,7 @@
 #include "binder/PermissionPolicy.h"
 #include "trace/HostLog.h"
 
+#include <chrono>
 #include <utility>
 
 using android::BpBinder;
@@ -217,7 +218,9 @@ status_t BinderTransport::readAnswer(sd_bus_message* message,
     int32_t status = 0;
     if (sd_bus_message_has_signature(message, wire::ANSWER_SIGNATURE) <= 0 ||
         sd_bus_message_read(message, "i", &status) < 0 || !readParcel(message, peer, answer)) {
-        HOST_LOGW("binder: process %d sent a broken answer\n", static_cast<int>(peer->pid));
+        if (mayLog()) {
+            HOST_LOGW("binder: process %d sent a broken answer\n", static_cast<int>(peer->pid));
+        }
         return android::FAILED_TRANSACTION;
     }
     return status;
@@ -268,9 +271,20 @@ sp<IBinder> BinderTransport::proxyOf(const std::shared_ptr<BinderPeer>& peer, ui
 }
 
 void BinderTransport::refuse(sd_bus_message* message, const char* error, const char* why) {
-    HOST_LOGW("binder: %s refused: %s\n", sd_bus_message_get_member(message), why);
+    if (mayLog()) {
+        HOST_LOGW("binder: %s refused: %s\n", sd_bus_message_get_member(message), why);
+    }
     sd_bus_reply_method_errorf(message, error, "%s", why);
     noteQueued();
+}
+
+// Once a second: a caller must not be able to bury everything else.
+bool BinderTransport::mayLog() const {
+    const int64_t nowMs = std::chrono::duration_cast<std::chrono::milliseconds>(
+                              std::chrono::steady_clock::now().time_since_epoch())
+                              .count();
+    int64_t againMs = mLogAgainMs.load();
+    return nowMs >= againMs && mLogAgainMs.compare_exchange_strong(againMs, nowMs + 1000);
 }
 
 void BinderTransport::execute(IncomingCall* call) {
@@ -282,7 +296,9 @@ void BinderTransport::execute(IncomingCall* call) {
 
 status_t BinderTransport::executeTarget(const IncomingCall& call, Parcel* reply) const {
     if (!call.isTrusted && !PermissionPolicy::mayCall(call.uid)) {
-        HOST_LOGW("binder: user %u may not call\n", static_cast<unsigned>(call.uid));
+        if (mayLog()) {
+            HOST_LOGW("binder: user %u may not call\n", static_cast<unsigned>(call.uid));
+        }
         return android::PERMISSION_DENIED;
     }
     const IPCThreadState::CallerScope caller(call.pid, call.uid);

@@ -154,6 +154,7 @@ private:
                 ParcelAccess::Received* object);
     android::sp<android::IBinder> proxyOf(const std::shared_ptr<BinderPeer>& peer, uint64_t id);
     void refuse(sd_bus_message* message, const char* error, const char* why);
+    bool mayLog() const;
 
     // On a bus. With mLock.
     bool isBus() const { return mPeer == nullptr; }
@@ -179,6 +180,7 @@ private:
     void notice(std::function<void()> what);
 
     BinderPool mPool;
+    mutable std::atomic<int64_t> mLogAgainMs{0};  // about callers that are refused
     const int mWakeFd;  // ends the wait of the thread that watches as WAITER
 
     mutable std::mutex mLock;

@@ -13,6 +13,7 @@
 #include "platform/binder/TestObject.h"
 #include "support/Await.h"
 
+#include <algorithm>
 #include <atomic>
 #include <filesystem>
 #include <future>
@@ -102,7 +103,7 @@ TEST_P(TransportTest, EveryValueGoesThereAndBack) {
         ASSERT_EQ(reply.readInt32(), static_cast<int32_t>(blobSize));
         const void* echoed = reply.readInplace(blobSize);
         ASSERT_NE(echoed, nullptr);
-        EXPECT_EQ(memcmp(echoed, blob.data(), blobSize), 0);
+        EXPECT_TRUE(std::equal(blob.begin(), blob.end(), static_cast<const uint8_t*>(echoed)));
         EXPECT_EQ(reply.readStrongBinder(), callback) << "one's own object comes back as itself";
         const int fd = reply.readFileDescriptor();
         ASSERT_GE(fd, 0);
