@@ -28,7 +28,8 @@ namespace android {
 // are never taken for one. A null binder is 24 bytes that are not listed.
 //
 // Reads never pass the end: what is not there answers NOT_ENOUGH_DATA, or 0, or null, and leaves
-// the position. One thread at a time.
+// the position. Writes replace what stands at the position, binders and descriptors whole; beyond
+// 16 MiB they answer NO_MEMORY. One thread at a time.
 class Parcel {
 public:
     Parcel();
@@ -40,6 +41,7 @@ public:
     size_t dataSize() const;
     size_t dataAvail() const;
     size_t dataPosition() const;
+    // The next multiple of 4, or the end when that lies before.
     void setDataPosition(size_t position) const;
     // Cuts, or fills up with 0.
     status_t setDataSize(size_t size);
@@ -78,6 +80,7 @@ public:
     status_t readUint32(uint32_t* value) const;
     int64_t readInt64() const;
     status_t readInt64(int64_t* value) const;
+    // UNEXPECTED_NULL for a null one, which has been read then; *text stays in both failures.
     String16 readString16() const;
     status_t readString16(String16* text) const;
     // The units where they stand, terminated; null for a null or broken one.
