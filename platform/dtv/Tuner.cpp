@@ -48,12 +48,12 @@ TuneResult Tuner::tune(const std::string& source, const TuneOptions& options) {
                : begin(std::move(opened), source == "-" ? "standard input" : source, options);
 }
 
-TuneResult Tuner::tune(int descriptor, const TuneOptions& options) {
+TuneResult Tuner::tune(int descriptor, const TuneOptions& options, const std::string& name) {
     untune();
-    const std::string name = "descriptor " + std::to_string(descriptor);
+    const std::string shown = name.empty() ? "descriptor " + std::to_string(descriptor) : name;
     TuneResult result;
-    auto opened = adoptByteSource(descriptor, name, result);
-    return opened == nullptr ? result : begin(std::move(opened), name, options);
+    auto opened = adoptByteSource(descriptor, shown, result);
+    return opened == nullptr ? result : begin(std::move(opened), shown, options);
 }
 
 TuneResult Tuner::begin(std::unique_ptr<ByteSource> source, const std::string& name,

@@ -1,11 +1,11 @@
 #pragma once
 
-#include <cstdint>
+#include <dtv/TunerTypes.h>
+
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
-#include <vector>
 
 #include "dtv/Demultiplexer.h"
 #include "dtv/HostClock.h"
@@ -15,70 +15,6 @@ namespace orvhost {
 
 class ByteSource;
 class TunerSession;
-
-enum class TuneStatus {
-    Ok,
-    NotTuned,
-    NoSuchFile,
-    IsDirectory,
-    PermissionDenied,
-    EmptySource,  // a file of no bytes, a pipe closed before its first one
-    NoData,       // a pipe that stayed silent
-    NoSync,       // bytes, but no transport stream in them
-    NoTables,     // a transport stream without a PAT and PMT (so far)
-    ReadError,
-    Cancelled,  // untuned, or tuned elsewhere, by another thread meanwhile
-};
-
-// How a request ended, with one line for the user that says what to do about a failure.
-struct TuneResult {
-    TuneStatus status = TuneStatus::Ok;
-    std::string message;
-
-    bool ok() const { return status == TuneStatus::Ok; }
-};
-
-struct TuneOptions {
-    // Paced: the source is fed at the pace of its PCR (without one, of its time stamps), and a
-    // filter whose queue is full loses its oldest packets, as on air. Otherwise as fast as the
-    // filters are read, on the thread that reads them, and nothing is lost.
-    bool paced = true;
-    uint16_t serviceId = 0;      // whose PCR paces; 0: the first service that has one
-    uint16_t pcrPid = PID_NONE;  // goes before serviceId
-    bool keepGaps = false;       // be silent where packets of 0.5 to 60 s are missing
-    bool loop = false;           // a file starts again at its end
-    // Count packets per PID and read the tables all the time, not just while looking at the head.
-    bool follow = true;
-    bool freeRunning = false;  // read on also while no filter runs (for statistics alone)
-    int timeoutMs = 5000;      // longest wait of tune() for the first packets
-};
-
-struct ServiceList {
-    TuneResult result;
-    std::vector<Service> services;
-    std::string networkName;  // from the NIT, empty when there is none
-};
-
-struct PidStatistics {
-    uint16_t pid = PID_NONE;
-    uint64_t packets = 0;
-    uint64_t continuityErrors = 0;
-    uint64_t transportErrors = 0;  // packets with transport_error_indicator
-    uint64_t scrambled = 0;
-    uint64_t pcrCount = 0;
-    int64_t maxPcrIntervalNs = 0;  // in stream time, discontinuities left out
-};
-
-// Counts since tune(); what the look at the head of the source read counts once, when it is fed.
-struct TunerStatistics {
-    uint64_t packets = 0;
-    uint64_t bytes = 0;  // of the source, whatever its packet size
-    uint64_t syncLosses = 0;
-    uint64_t skippedBytes = 0;        // outside of packets
-    uint64_t droppedPackets = 0;      // by full filter queues
-    uint64_t repeatedPackets = 0;     // sent twice and given to a filter once
-    std::vector<PidStatistics> pids;  // those that were seen, ascending
-};
 
 // The tuner of this process: one source, fed through the PID filters of the demultiplexer.
 //
@@ -105,8 +41,9 @@ public:
     TuneResult tune(const std::string& source, const TuneOptions& options);
 
     // The same for an open descriptor, which stays the caller's and may be closed after the call.
-    // A regular file is read from its present offset on, without moving it.
-    TuneResult tune(int descriptor, const TuneOptions& options);
+    // A regular file is read from its present offset on, without moving it. Messages call it
+    // `name`.
+    TuneResult tune(int descriptor, const TuneOptions& options, const std::string& name = {});
 
     // Leaves the source: within 50 ms, whatever it was waiting for. Filters stay.
     void untune();

@@ -1,0 +1,130 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+// What the tuner tells and is told, in plain types: for its users on either side of a process
+// border.
+namespace orvhost {
+
+constexpr uint16_t PID_NONE = 0x1FFF;  // the null packets' PID: "no PID" everywhere here
+
+enum class StreamKind {
+    Unknown,
+    Video,      // 0x01, 0x02, 0x1B, 0x24
+    AudioLatm,  // 0x11
+    AudioAdts,  // 0x0F
+    AudioMpeg,  // 0x03, 0x04
+    Caption,    // 0x06, private PES: captions and superimposed text
+};
+
+// A descriptor as the table had it (ISO/IEC 13818-1 2.6), without its two header bytes.
+struct Descriptor {
+    uint8_t tag = 0;
+    std::vector<uint8_t> data;
+};
+
+// One elementary stream of a PMT.
+struct ElementaryStream {
+    uint16_t pid = PID_NONE;
+    uint8_t streamType = 0;
+    StreamKind kind = StreamKind::Unknown;
+    std::string language;   // ISO 639-2, empty when no descriptor names one
+    int componentTag = -1;  // stream identifier descriptor, -1 without one
+    std::vector<Descriptor> descriptors;
+};
+
+// One programme: a PMT with what the SDT says about it.
+struct Service {
+    uint16_t serviceId = 0;
+    uint16_t pmtPid = PID_NONE;
+    uint16_t pcrPid = PID_NONE;
+    uint8_t serviceType = 0;       // service descriptor; 0 without an SDT
+    std::vector<uint8_t> rawName;  // in the broadcast's own character coding
+    std::string name;              // best effort, valid UTF-8: the Latin part of rawName
+    std::string provider;          // likewise
+    std::vector<ElementaryStream> streams;
+};
+
+enum class TuneStatus {
+    Ok,
+    NotTuned,
+    NoSuchFile,
+    IsDirectory,
+    PermissionDenied,
+    EmptySource,  // a file of no bytes, a pipe closed before its first one
+    NoData,       // a pipe that stayed silent
+    NoSync,       // bytes, but no transport stream in them
+    NoTables,     // a transport stream without a PAT and PMT (so far)
+    ReadError,
+    Cancelled,    // untuned, or tuned elsewhere, by another thread meanwhile
+    ServiceLost,  // the process of the tuner is gone, or did not understand
+    Busy,         // too many wait for the tuner already
+};
+
+// How a request ended, with one line for the user that says what to do about a failure.
+struct TuneResult {
+    TuneStatus status = TuneStatus::Ok;
+    std::string message;
+
+    bool ok() const { return status == TuneStatus::Ok; }
+};
+
+struct TuneOptions {
+    // Paced: the source is fed at the pace of its PCR (without one, of its time stamps), and a
+    // filter whose queue is full loses its oldest packets, as on air. Otherwise as fast as the
+    // filters are read, on the thread that reads them, and nothing is lost.
+    bool paced = true;
+    uint16_t serviceId = 0;      // whose PCR paces; 0: the first service that has one
+    uint16_t pcrPid = PID_NONE;  // goes before serviceId
+    bool keepGaps = false;       // be silent where packets of 0.5 to 60 s are missing
+    bool loop = false;           // a file starts again at its end
+    // Count packets per PID and read the tables all the time, not just while looking at the head.
+    bool follow = true;
+    bool freeRunning = false;  // read on also while no filter runs (for statistics alone)
+    int timeoutMs = 5000;      // longest wait of tune() for the first packets
+};
+
+struct ServiceList {
+    TuneResult result;
+    std::vector<Service> services;
+    std::string networkName;  // from the NIT, empty when there is none
+};
+
+struct PidStatistics {
+    uint16_t pid = PID_NONE;
+    uint64_t packets = 0;
+    uint64_t continuityErrors = 0;
+    uint64_t transportErrors = 0;  // packets with transport_error_indicator
+    uint64_t scrambled = 0;
+    uint64_t pcrCount = 0;
+    int64_t maxPcrIntervalNs = 0;  // in stream time, discontinuities left out
+};
+
+// Counts since tune(); what the look at the head of the source read counts once, when it is fed.
+struct TunerStatistics {
+    uint64_t packets = 0;
+    uint64_t bytes = 0;  // of the source, whatever its packet size
+    uint64_t syncLosses = 0;
+    uint64_t skippedBytes = 0;        // outside of packets
+    uint64_t droppedPackets = 0;      // by full filter queues
+    uint64_t repeatedPackets = 0;     // sent twice and given to a filter once
+    std::vector<PidStatistics> pids;  // those that were seen, ascending
+};
+
+// How reception stands: the totals of TunerStatistics, over all PIDs.
+struct TunerSignal {
+    bool tuned = false;
+    bool atEnd = false;  // the last packet of the source went to the player
+    uint64_t packets = 0;
+    uint64_t bytes = 0;
+    uint64_t continuityErrors = 0;
+    uint64_t transportErrors = 0;
+    uint64_t scrambled = 0;  // packets
+    uint64_t syncLosses = 0;
+    uint64_t skippedBytes = 0;
+    uint64_t droppedPackets = 0;
+};
+
+}  // namespace orvhost

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <binder/IInterface.h>
+
+#include <cstdint>
+#include <vector>
+
+namespace orvhost {
+
+// What the service process counted since it started; for status lines and summaries. Each figure is
+// exact by itself, the set is not a snapshot.
+struct PlaybackFigures {
+    uint64_t framesTimed = 0;      // pictures whose time came, shown or not
+    int64_t lastFrameTimedNs = 0;  // CLOCK_MONOTONIC; 0: none yet
+    uint64_t picturesReleasedUnseen = 0;
+    uint64_t picturesDroppedAtWindow = 0;
+    int64_t firstIdrQueuedUs = 0;  // CLOCK_MONOTONIC; 0: none yet
+    int64_t firstIdrReadyUs = 0;
+    uint64_t audioFrames = 0;      // sample frames written
+    bool heard = false;            // something was played while the output was not muted
+    double outputLatencyMs = 0.0;  // from a write into an empty track to the ear; 0: none yet
+    double audioEarlyMs = 0.0;     // of the sound at hand against the sound clock, the latest
+    uint64_t audioEarlyCount = 0;
+    // CLOCK_MONOTONIC: when the beeps of a test stream are heard, since the last call; the latest
+    // MAX_BEEPS of them.
+    std::vector<int64_t> beepsNs;
+    double cpuSeconds = 0.0;  // of the service process, as the three below
+    int64_t voluntarySwitches = 0;
+    int64_t maxRssKb = 0;
+    int32_t pid = 0;
+
+    static constexpr size_t MAX_BEEPS = 64;
+};
+
+// A look into the service process, "OrvMonitor". The state of the pipeline as text comes by
+// IBinder::dump(). Any thread.
+//
+//   code  operation  request after the token  reply
+//   1     figures    -                        the figures, in their order
+class IMonitor : public android::IInterface {
+public:
+    static const android::String16& descriptor;
+    static android::sp<IMonitor> asInterface(const android::sp<android::IBinder>& binder);
+
+    static constexpr char SERVICE_NAME[] = "OrvMonitor";
+
+    enum Code : uint32_t { FIGURES = android::IBinder::FIRST_CALL_TRANSACTION };
+
+    // Takes the beeps: one caller gets each of them. 0, DEAD_OBJECT, or BAD_VALUE for an answer
+    // that makes no sense; then *figures is as it was.
+    virtual android::status_t figures(PlaybackFigures* figures) = 0;
+};
+
+class BnMonitor : public android::BnInterface<IMonitor> {
+protected:
+    android::status_t onTransact(uint32_t code, const android::Parcel& data, android::Parcel* reply,
+                                 uint32_t flags) override;
+};
+
+}  // namespace orvhost
