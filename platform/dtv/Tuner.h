@@ -48,6 +48,9 @@ public:
     // Leaves the source: within 50 ms, whatever it was waiting for. Filters stay.
     void untune();
 
+    // Also while tune() waits for packets.
+    bool isTuned() const { return session() != nullptr; }
+
     // Goes back to the beginning of a file: what the filters hold is dropped, the next packet they
     // get is the first one. False when the source cannot (a pipe), or nothing is tuned.
     bool rewind();

@@ -36,7 +36,7 @@ struct PlaybackFigures {
 // IBinder::dump(). Any thread.
 //
 //   code  operation  request after the token  reply
-//   1     figures    -                        the figures, in their order
+//   1     figures    -                        the figures, the list last, numbers as int64
 class IMonitor : public android::IInterface {
 public:
     static const android::String16& descriptor;

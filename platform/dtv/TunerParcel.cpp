@@ -1,0 +1,236 @@
+#include "dtv/TunerParcel.h"
+
+#include <dtv/ITuner.h>
+
+#include <algorithm>
+
+namespace orvhost {
+
+namespace {
+
+using android::Parcel;
+
+constexpr size_t MAX_LIST_BYTES = 512 * 1024;
+// A PAT may name more, a PMT of one section cannot.
+constexpr int32_t MAX_SERVICES = 256;
+constexpr int32_t MAX_STREAMS = 256;
+constexpr int32_t MAX_DESCRIPTORS = 512;
+constexpr size_t MAX_DESCRIPTOR_BYTES = 255;
+
+constexpr int32_t LAST_STATUS = static_cast<int32_t>(TuneStatus::Busy);
+constexpr int32_t LAST_KIND = static_cast<int32_t>(StreamKind::Caption);
+
+enum OptionFlag : int32_t {
+    PACED = 1 << 0,
+    KEEP_GAPS = 1 << 1,
+    LOOP = 1 << 2,
+    FOLLOW = 1 << 3,
+    FREE_RUNNING = 1 << 4,
+    ALL_FLAGS = (1 << 5) - 1,
+};
+
+// The next number, when it lies in [low, high].
+template <typename T>
+bool readIn(const Parcel& parcel, int32_t low, int32_t high, T* value) {
+    int32_t number = 0;
+    if (parcel.readInt32(&number) != android::OK || number < low || number > high) {
+        return false;
+    }
+    *value = static_cast<T>(number);
+    return true;
+}
+
+template <typename Bytes>
+void writeBytes(Parcel* parcel, const Bytes& bytes, size_t most) {
+    const size_t size = std::min(bytes.size(), most);
+    parcel->writeInt32(static_cast<int32_t>(size));
+    parcel->write(bytes.data(), size);
+}
+
+template <typename Bytes>
+bool readBytes(const Parcel& parcel, size_t most, Bytes* bytes) {
+    int32_t size = 0;
+    if (!readIn(parcel, 0, static_cast<int32_t>(most), &size)) {
+        return false;
+    }
+    bytes->resize(0);
+    if (size == 0) {
+        return true;
+    }
+    const auto* from = static_cast<const uint8_t*>(parcel.readInplace(static_cast<size_t>(size)));
+    if (from == nullptr) {
+        return false;
+    }
+    bytes->assign(from, from + size);
+    return true;
+}
+
+template <typename T>
+void writeList(Parcel* parcel, const std::vector<T>& list, int32_t most,
+               void (*write)(Parcel*, const T&)) {
+    const size_t count = std::min(list.size(), static_cast<size_t>(most));
+    parcel->writeInt32(static_cast<int32_t>(count));
+    for (size_t i = 0; i < count; ++i) {
+        write(parcel, list[i]);
+    }
+}
+
+// The list grows with what is really there: a count alone costs nothing.
+template <typename T>
+bool readList(const Parcel& parcel, int32_t most, std::vector<T>* list,
+              bool (*read)(const Parcel&, T*)) {
+    int32_t count = 0;
+    if (!readIn(parcel, 0, most, &count)) {
+        return false;
+    }
+    list->clear();
+    for (int32_t i = 0; i < count; ++i) {
+        if (!read(parcel, &list->emplace_back())) {
+            return false;
+        }
+    }
+    return true;
+}
+
+void writeDescriptor(Parcel* parcel, const Descriptor& d) {
+    parcel->writeInt32(d.tag);
+    writeBytes(parcel, d.data, MAX_DESCRIPTOR_BYTES);
+}
+
+bool readDescriptor(const Parcel& parcel, Descriptor* d) {
+    return readIn(parcel, 0, UINT8_MAX, &d->tag) &&
+           readBytes(parcel, MAX_DESCRIPTOR_BYTES, &d->data);
+}
+
+void writeStream(Parcel* parcel, const ElementaryStream& stream) {
+    parcel->writeInt32(stream.pid);
+    parcel->writeInt32(stream.streamType);
+    parcel->writeInt32(static_cast<int32_t>(stream.kind));
+    writeText(parcel, stream.language);
+    parcel->writeInt32(stream.componentTag);
+    writeList(parcel, stream.descriptors, MAX_DESCRIPTORS, writeDescriptor);
+}
+
+bool readStream(const Parcel& parcel, ElementaryStream* stream) {
+    return readIn(parcel, 0, PID_NONE, &stream->pid) &&
+           readIn(parcel, 0, UINT8_MAX, &stream->streamType) &&
+           readIn(parcel, 0, LAST_KIND, &stream->kind) && readText(parcel, &stream->language) &&
+           readIn(parcel, -1, UINT8_MAX, &stream->componentTag) &&
+           readList(parcel, MAX_DESCRIPTORS, &stream->descriptors, readDescriptor);
+}
+
+void writeService(Parcel* parcel, const Service& service) {
+    parcel->writeInt32(service.serviceId);
+    parcel->writeInt32(service.pmtPid);
+    parcel->writeInt32(service.pcrPid);
+    parcel->writeInt32(service.serviceType);
+    writeBytes(parcel, service.rawName, MAX_DESCRIPTOR_BYTES);
+    writeText(parcel, service.name);
+    writeText(parcel, service.provider);
+    writeList(parcel, service.streams, MAX_STREAMS, writeStream);
+}
+
+bool readService(const Parcel& parcel, Service* service) {
+    return readIn(parcel, 0, UINT16_MAX, &service->serviceId) &&
+           readIn(parcel, 0, PID_NONE, &service->pmtPid) &&
+           readIn(parcel, 0, PID_NONE, &service->pcrPid) &&
+           readIn(parcel, 0, UINT8_MAX, &service->serviceType) &&
+           readBytes(parcel, MAX_DESCRIPTOR_BYTES, &service->rawName) &&
+           readText(parcel, &service->name) && readText(parcel, &service->provider) &&
+           readList(parcel, MAX_STREAMS, &service->streams, readStream);
+}
+
+}  // namespace
+
+void writeText(Parcel* parcel, const std::string& text) {
+    writeBytes(parcel, text, MAX_TUNER_TEXT);
+}
+
+bool readText(const Parcel& parcel, std::string* text) {
+    return readBytes(parcel, MAX_TUNER_TEXT, text);
+}
+
+void writeTuneOptions(Parcel* parcel, const TuneOptions& options) {
+    const int32_t flags = (options.paced ? PACED : 0) | (options.keepGaps ? KEEP_GAPS : 0) |
+                          (options.loop ? LOOP : 0) | (options.follow ? FOLLOW : 0) |
+                          (options.freeRunning ? FREE_RUNNING : 0);
+    parcel->writeInt32(flags);
+    parcel->writeInt32(options.serviceId);
+    parcel->writeInt32(options.pcrPid);
+    parcel->writeInt32(options.timeoutMs);
+}
+
+bool readTuneOptions(const Parcel& parcel, TuneOptions* options) {
+    int32_t flags = 0;
+    if (!readIn(parcel, 0, ALL_FLAGS, &flags) ||
+        !readIn(parcel, 0, UINT16_MAX, &options->serviceId) ||
+        !readIn(parcel, 0, PID_NONE, &options->pcrPid) ||
+        !readIn(parcel, 0, INT32_MAX, &options->timeoutMs)) {
+        return false;
+    }
+    options->paced = (flags & PACED) != 0;
+    options->keepGaps = (flags & KEEP_GAPS) != 0;
+    options->loop = (flags & LOOP) != 0;
+    options->follow = (flags & FOLLOW) != 0;
+    options->freeRunning = (flags & FREE_RUNNING) != 0;
+    options->timeoutMs = std::min(options->timeoutMs, ITuner::MAX_TIMEOUT_MS);
+    return true;
+}
+
+void writeTuneResult(Parcel* parcel, const TuneResult& result) {
+    parcel->writeInt32(static_cast<int32_t>(result.status));
+    writeText(parcel, result.message);
+}
+
+bool readTuneResult(const Parcel& parcel, TuneResult* result) {
+    return readIn(parcel, 0, LAST_STATUS, &result->status) && readText(parcel, &result->message);
+}
+
+void writeServiceList(Parcel* parcel, const ServiceList& list) {
+    writeTuneResult(parcel, list.result);
+    writeText(parcel, list.networkName);
+    std::vector<Service> fitting = list.services;
+    const size_t start = parcel->dataPosition();
+    while (true) {
+        writeList(parcel, fitting, MAX_SERVICES, writeService);
+        if (parcel->dataSize() <= MAX_LIST_BYTES || fitting.empty()) {
+            return;
+        }
+        parcel->setDataSize(start);
+        parcel->setDataPosition(start);
+        fitting.resize(fitting.size() / 2);
+    }
+}
+
+bool readServiceList(const Parcel& parcel, ServiceList* list) {
+    return readTuneResult(parcel, &list->result) && readText(parcel, &list->networkName) &&
+           readList(parcel, MAX_SERVICES, &list->services, readService);
+}
+
+void writeTunerSignal(Parcel* parcel, const TunerSignal& signal) {
+    parcel->writeInt32(signal.tuned ? 1 : 0);
+    parcel->writeInt32(signal.atEnd ? 1 : 0);
+    for (const uint64_t count :
+         {signal.packets, signal.bytes, signal.continuityErrors, signal.transportErrors,
+          signal.scrambled, signal.syncLosses, signal.skippedBytes, signal.droppedPackets}) {
+        parcel->writeInt64(static_cast<int64_t>(count));
+    }
+}
+
+bool readTunerSignal(const Parcel& parcel, TunerSignal* signal) {
+    if (!readIn(parcel, 0, 1, &signal->tuned) || !readIn(parcel, 0, 1, &signal->atEnd)) {
+        return false;
+    }
+    for (uint64_t* count : {&signal->packets, &signal->bytes, &signal->continuityErrors,
+                            &signal->transportErrors, &signal->scrambled, &signal->syncLosses,
+                            &signal->skippedBytes, &signal->droppedPackets}) {
+        int64_t value = 0;
+        if (parcel.readInt64(&value) != android::OK) {
+            return false;
+        }
+        *count = static_cast<uint64_t>(value);
+    }
+    return true;
+}
+
+}  // namespace orvhost

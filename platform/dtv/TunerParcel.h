@@ -1,0 +1,35 @@
+#pragma once
+
+#include <binder/Parcel.h>
+#include <dtv/TunerTypes.h>
+
+// How the tuner's structures stand in a parcel: their fields in the order of declaration, numbers
+// and enumerators as int32 (counts of 64 bits as int64), text and bytes as an int32 length and a
+// blob, lists as an int32 count and the elements; the flags of TuneOptions are one int32, paced
+// being bit 0, and lead.
+//
+// Writers cut what is longer than readers take. Readers answer false for anything out of its range,
+// and may have written half of what they read into; they take no more memory than the parcel is
+// long, times a small factor.
+namespace orvhost {
+
+constexpr size_t MAX_TUNER_TEXT = 4096;  // bytes, of one name or message
+
+void writeText(android::Parcel* parcel, const std::string& text);
+bool readText(const android::Parcel& parcel, std::string* text);
+
+void writeTuneOptions(android::Parcel* parcel, const TuneOptions& options);
+// Timeouts are limited to ITuner::MAX_TIMEOUT_MS.
+bool readTuneOptions(const android::Parcel& parcel, TuneOptions* options);
+
+void writeTuneResult(android::Parcel* parcel, const TuneResult& result);
+bool readTuneResult(const android::Parcel& parcel, TuneResult* result);
+
+// Services that would make the parcel larger than a call may be are left out.
+void writeServiceList(android::Parcel* parcel, const ServiceList& list);
+bool readServiceList(const android::Parcel& parcel, ServiceList* list);
+
+void writeTunerSignal(android::Parcel* parcel, const TunerSignal& signal);
+bool readTunerSignal(const android::Parcel& parcel, TunerSignal* signal);
+
+}  // namespace orvhost

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <dtv/ITuner.h>
+
+#include <atomic>
+#include <mutex>
+
+#include "dtv/Tuner.h"
+
+namespace orvhost {
+
+// The tuner of this process for other processes. Any thread; tune() and services() wait on the
+// thread that calls.
+class TunerService : public BnTuner {
+public:
+    explicit TunerService(Tuner& tuner);
+
+    TuneResult tune(int fd, const std::string& displayName, const TuneOptions& options,
+                    const android::sp<android::IBinder>& owner) override;
+    void untune() override;
+    ServiceList services(int timeoutMs) override;
+    TunerSignal signal() override;
+
+private:
+    class OwnerDeath;
+
+    bool takeOwnership(const android::sp<android::IBinder>& owner);
+    void setOwner(const android::sp<android::IBinder>& owner);
+    void onOwnerDied(const android::wp<android::IBinder>& who);
+
+    Tuner& mTuner;
+    const android::sp<android::IBinder::DeathRecipient> mDeath;
+    std::atomic<int> mWaiting{0};  // in services()
+    // Guards the owner, and is held while the source of a dead owner is left: the next owner
+    // tunes after that.
+    std::mutex mOwnerMutex;
+    android::sp<android::IBinder> mOwner;
+};
+
+}  // namespace orvhost
