@@ -59,10 +59,14 @@ add_library(orv_platform_headers INTERFACE)
 target_include_directories(orv_platform_headers INTERFACE ${CMAKE_SOURCE_DIR}/platform/include)
 target_link_libraries(orv_platform_headers INTERFACE orv_flags orv_android)
 
-# orv_platform_library(NAME SOURCES a.cpp ... DEPS target ...): one service of the host.
+# orv_platform_library(NAME SOURCES a.cpp ... DEPS target ...): one service of the host. Its symbols
+# are visible, for the shared library that is made of all of them.
 function(orv_platform_library name)
     cmake_parse_arguments(ARG "" "" "SOURCES;DEPS" ${ARGN})
     add_library(${name} STATIC ${ARG_SOURCES})
+    set_target_properties(${name} PROPERTIES CXX_VISIBILITY_PRESET default)
+    target_compile_options(${name} PRIVATE -fno-semantic-interposition)
+    set_property(GLOBAL APPEND PROPERTY ORV_PLATFORM_LIBRARIES ${name})
     target_include_directories(${name} PUBLIC ${CMAKE_SOURCE_DIR}/platform)
     target_link_libraries(${name} PUBLIC orv_platform_headers ${ARG_DEPS})
 endfunction()
