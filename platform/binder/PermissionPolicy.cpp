@@ -77,11 +77,13 @@ const char* refusal(const struct stat& file) {
 }  // namespace
 
 PermissionPolicy& PermissionPolicy::instance() {
-    static auto* const self = [] {
-        const char* const path = getenv("ORV_PERMISSIONS");
-        return new PermissionPolicy(path != nullptr && *path != '\0' ? path : DEFAULT_PATH);
-    }();
+    static auto* const self = new PermissionPolicy(path());
     return *self;
+}
+
+std::string PermissionPolicy::path() {
+    const char* const path = getenv("ORV_PERMISSIONS");
+    return path != nullptr && *path != '\0' ? path : DEFAULT_PATH;
 }
 
 PermissionPolicy::PermissionPolicy(std::string path, Clock clockMs)
@@ -115,6 +117,12 @@ bool PermissionPolicy::holds(const std::string& permission, uid_t uid) {
                        [&holders](gid_t group) { return holders.groups.count(group) != 0; });
 }
 
+size_t PermissionPolicy::faults() {
+    const std::lock_guard<std::mutex> lock(mMutex);
+    refresh();
+    return mFaults;
+}
+
 void PermissionPolicy::refresh() {
     const int64_t nowMs = mClockMs();
     if (nowMs - mLookedAtMs < LOOK_EVERY_MS) {
@@ -134,6 +142,7 @@ void PermissionPolicy::load(const struct stat& seen) {
     mSeen = seen;
     mHolders.clear();
     mGroups.clear();
+    mFaults = 0;
     if (seen.st_ino == 0) {
         return;
     }
@@ -143,8 +152,10 @@ void PermissionPolicy::load(const struct stat& seen) {
     if (fd < 0 || fstat(fd, &file) != 0) {
         HOST_LOGW("%s: cannot be read (%s): no permissions from it\n", mPath.c_str(),
                   strerror(errno));
+        ++mFaults;
     } else if (const char* const why = refusal(file)) {
         HOST_LOGW("%s: %s: no permissions from it\n", mPath.c_str(), why);
+        ++mFaults;
     } else {
         std::string text(static_cast<size_t>(MAX_FILE_BYTES), '\0');
         const ssize_t got = read(fd, text.data(), text.size());
@@ -190,7 +201,8 @@ void PermissionPolicy::readLine(unsigned number, const std::string& line) {
     mHolders[permission].groups.merge(holders.groups);
 }
 
-void PermissionPolicy::warn(unsigned line, const std::string& text) const {
+void PermissionPolicy::warn(unsigned line, const std::string& text) {
+    ++mFaults;
     HOST_LOGW("%s:%u: %s: line skipped\n", mPath.c_str(), line, text.c_str());
 }
 

@@ -45,6 +45,12 @@ public:
 
     bool holds(const std::string& permission, uid_t uid);
 
+    // How many warnings the file is worth as it stands.
+    size_t faults();
+
+    // Where the file of this process is looked for.
+    static std::string path();
+
 private:
     struct Holders {
         std::set<uid_t> users;
@@ -55,7 +61,7 @@ private:
 
     void refresh();
     void load(const struct stat& seen);
-    void warn(unsigned line, const std::string& text) const;
+    void warn(unsigned line, const std::string& text);
     void readLine(unsigned number, const std::string& line);
     const std::vector<gid_t>& groupsOf(uid_t uid);
 
@@ -67,6 +73,7 @@ private:
     std::map<uid_t, std::vector<gid_t>> mGroups;
     int64_t mLookedAtMs;
     struct stat mSeen = {};  // all 0: no file
+    size_t mFaults = 0;
 };
 
 }  // namespace orvhost
