@@ -1,0 +1,18 @@
+# Where things go when they are installed. Programs find the libraries relative to themselves, so a
+# staged or moved tree works; the packaged platform utilities stand in a private folder.
+include(GNUInstallDirs)
+file(RELATIVE_PATH orv_bin_to_lib ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+
+# orv_install(TARGETS target ...): programs and libraries.
+function(orv_install)
+    cmake_parse_arguments(ARG "" "" "TARGETS" ${ARGN})
+    foreach(target ${ARG_TARGETS})
+        get_target_property(type ${target} TYPE)
+        set(path "$ORIGIN")
+        if(type STREQUAL EXECUTABLE)
+            set(path "$ORIGIN/${orv_bin_to_lib}")
+        endif()
+        set_target_properties(${target} PROPERTIES INSTALL_RPATH "${path};${ORV_ANDROID_LIBDIR}")
+    endforeach()
+    install(TARGETS ${ARG_TARGETS})
+endfunction()
