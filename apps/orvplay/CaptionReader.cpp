@@ -1,6 +1,6 @@
 #include "CaptionReader.h"
 
-#include "CaptionText.h"
+#include "client/CaptionText.h"
 
 using OrvPlayer::ClosedCaptionDecoder;
 using OrvPlayer::ClosedCaptionFragmentData;
@@ -33,8 +33,8 @@ std::string CaptionReader::read(OrvPlayer::PESData& record) {
         return {};
     }
     const uint32_t size = reinterpret_cast<const ClosedCaptionFragmentData*>(block)->mSize;
-    std::string text = captionUtf8(block + ClosedCaptionFragmentData::FIXED_SIZE,
-                                   size - ClosedCaptionFragmentData::FIXED_SIZE);
+    std::string text = orvclient::captionUtf8(block + ClosedCaptionFragmentData::FIXED_SIZE,
+                                              size - ClosedCaptionFragmentData::FIXED_SIZE);
     mText->readAdvance(size);
     return text;
 }

@@ -1,7 +1,7 @@
 #include "PlayerSession.h"
 
-#include "CaptionText.h"
 #include "MonotonicTime.h"
+#include "client/CaptionText.h"
 
 namespace orvplay {
 
@@ -63,7 +63,8 @@ void PlayerSession::onAudioSessionId(int id) {
 
 void PlayerSession::onClosedCaptionReceived(unsigned char* text, int length) {
     if (mEvents.onCaption && length > 0) {
-        mEvents.onCaption(captionUtf8(text, static_cast<size_t>(length)), streamTime90k());
+        mEvents.onCaption(orvclient::captionUtf8(text, static_cast<size_t>(length)),
+                          streamTime90k());
     }
 }
 

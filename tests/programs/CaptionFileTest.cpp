@@ -9,7 +9,7 @@
 #include <iterator>
 #include <utility>
 
-#include "CaptionText.h"
+#include "client/CaptionText.h"
 #include "support/TempFile.h"
 
 namespace orvtest {
@@ -133,7 +133,7 @@ TEST(CaptionFileTest, TellsWhatIsWrongWithItsFile) {
 TEST(CaptionTextTest, BecomesUtf8) {
     const uint32_t codePoints[] = {'A', 0xE9, 0x20AC, 0x1F600, 0xD800, 0x110000, 0};
     EXPECT_EQ(
-        orvplay::captionUtf8(reinterpret_cast<const uint8_t*>(codePoints), sizeof codePoints - 1),
+        orvclient::captionUtf8(reinterpret_cast<const uint8_t*>(codePoints), sizeof codePoints - 1),
         "A\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80\xEF\xBF\xBD\xEF\xBF\xBD");
 }
 

@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-namespace orvplay {
+namespace orvclient {
 
 namespace {
 
@@ -45,4 +45,4 @@ std::string captionUtf8(const uint8_t* codePoints, size_t bytes) {
     return text;
 }
 
-}  // namespace orvplay
+}  // namespace orvclient

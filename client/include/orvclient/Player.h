@@ -1,0 +1,203 @@
+#pragma once
+
+#include <orvclient/Export.h>
+#include <orvclient/PictureQueue.h>
+#include <orvclient/Tuner.h>
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace orvclient {
+
+// How a command ended: 0, or a code of the player or of this library, with one line for people.
+struct Status {
+    int code = 0;
+    std::string message;
+
+    bool ok() const { return code == 0; }
+
+    // Codes of this library; those of the player are positive.
+    static constexpr int LOST = -1;     // the service is gone, or never was there
+    static constexpr int TIMEOUT = -2;  // the service did not answer in time
+    static constexpr int REFUSED = -3;  // the request makes no sense as things stand
+};
+
+enum class State { IDLE = 1, OPEN = 2, PLAYING = 3, PAUSED = 4 };
+
+// Signal as the player's monitor tells it.
+enum class Signal { GOOD = 0, WEAK = 1, LOST = 2 };
+
+// A still: rows of pixels in read-only shared memory, valid during the call.
+struct StillView {
+    const uint8_t* pixels = nullptr;
+    uint32_t width = 0;
+    uint32_t height = 0;
+    uint32_t bytesPerPixel = 4;  // 4: blue, green, red, alpha; 2: as the service's screen has it
+    Picture source;              // the picture that it shows, without its pixels
+};
+
+// What the player tells. Every function may be empty. All are called by the executor (see
+// Player::Options), one at a time and in the order in which the service sent them.
+struct Callbacks {
+    // What open and start came to, in its place among the events: the command may return earlier.
+    std::function<void(int result)> onOpened;
+    std::function<void(int result)> onStarted;
+    std::function<void()> onBufferingBegin;
+    std::function<void(int percent)> onBuffering;
+    std::function<void()> onBufferingEnd;
+    // The size of the picture, at its first appearance and again after a lost signal.
+    std::function<void(int width, int height)> onStartVideo;
+    std::function<void(unsigned previous, unsigned current)> onSignal;
+    // Rows of text in UTF-8; empty: the screen was cleared. `pcr90k`: the stream time, 33 bits.
+    std::function<void(const std::string& text, int64_t pcr90k)> onCaption;
+    std::function<void(const StillView& still)> onStill;
+    std::function<void(int id)> onAudioSession;
+    std::function<void(int seconds)> onTime;
+    // The content came to its end; never for a seek that was refused.
+    std::function<void()> onEnd;
+    std::function<void(int result)> onRecordingStarted;
+    std::function<void(int result)> onRecordingStopped;
+    std::function<void(int code)> onError;
+    // The service is gone; once, and nothing after it unless another one is started (see
+    // Player::Options::restart).
+    std::function<void(const std::string& reason)> onLost;
+};
+
+// What plays: the PIDs of one service of the tuned source. 0 stands for no such stream.
+struct LiveSource {
+    uint16_t pcrPid = 0;
+    uint16_t videoPid = 0;
+    uint16_t audioPid = 0;
+    uint16_t captionPid = 0;
+    bool isLatm = true;        // AAC in LATM/LOAS, else in ADTS
+    bool isMpegAudio = false;  // MPEG-1 or MPEG-2 audio; goes before isLatm
+};
+
+// The first picture, sound and captions of a service.
+ORVCLIENT_API LiveSource liveSourceOf(const orvhost::Service& service);
+
+// What the service counted since it started; for status lines.
+struct PlaybackFigures {
+    uint64_t framesTimed = 0;      // pictures whose time came, shown or not
+    int64_t lastFrameTimedNs = 0;  // CLOCK_MONOTONIC; 0: none yet
+    uint64_t picturesReleasedUnseen = 0;
+    uint64_t picturesDroppedAtWindow = 0;
+    int64_t firstIdrQueuedUs = 0;  // CLOCK_MONOTONIC; 0: none yet
+    int64_t firstIdrReadyUs = 0;
+    uint64_t audioFrames = 0;  // sample frames written
+    bool heard = false;        // something was played while the output was not muted
+    double outputLatencyMs = 0.0;
+    double audioEarlyMs = 0.0;  // of the sound at hand against the sound clock, the latest
+    uint64_t audioEarlyCount = 0;
+    std::vector<int64_t>
+        beepsNs;              // CLOCK_MONOTONIC: when test beeps are heard, since the last call
+    double cpuSeconds = 0.0;  // of the service process
+    int64_t voluntarySwitches = 0;
+    int64_t maxRssKb = 0;
+    int pid = 0;
+};
+
+// The player service, driven from this process.
+//
+//   orvclient::Player::Options options;           // a service process of its own, as its child
+//   auto player = orvclient::Player::create(options, callbacks, &error);
+//   player->tuner().tune("sample.ts", {});
+//   auto services = player->tuner().services(2000);
+//   player->setSurface(&queue);
+//   player->open(source);  player->start();  ...  player->stop();  player->close();
+//
+// Commands wait for the service's answer, at most `commandTimeout`, and come from one thread at a
+// time; callbacks come through the executor and may issue commands unless the executor runs on the
+// commanding thread. Only the application that plays registers for events: a second one would take
+// them from the first.
+class ORVCLIENT_API Player {
+public:
+    enum class Service { EMBEDDED, SESSION_BUS, SYSTEM_BUS };
+
+    struct Options {
+        Service service = Service::EMBEDDED;
+        // Embedded: the program to run, with its arguments, parted by blanks, before ours; empty:
+        // "orvplayerd" beside this program, else in PATH.
+        std::string daemon;
+        // When the service ended by itself, the next command starts a new one, or connects to it.
+        // That has the surface and the settings of the old one, but no source.
+        bool restart = false;
+        // Runs a callback, at once or later, in order. Empty: a thread of this library.
+        std::function<void(std::function<void()>)> executor;
+        std::chrono::milliseconds commandTimeout{10000};
+        // Registers for events. Without it nothing can be opened, played or taken a still of: only
+        // what plays can be looked at, set and stopped.
+        bool registerForEvents = true;
+    };
+
+    // Null, and one line in *error, when the service cannot be started or reached.
+    static std::unique_ptr<Player> create(const Options& options, Callbacks callbacks,
+                                          std::string* error);
+    // Closes what is open; the embedded service ends. Not from a callback.
+    ~Player();
+    Player(const Player&) = delete;
+    Player& operator=(const Player&) = delete;
+
+    Tuner& tuner();
+
+    // Opening while something is open closes that first.
+    Status open(const LiveSource& source);
+    // A recording of the tuned source by its path. Refused when the path holds ';', '#' or '?'.
+    Status openRecording(const std::string& path, const LiveSource& source);
+    // A media file, by the platform's player.
+    Status openFile(const std::string& path);
+    Status start();
+    // Also when nothing plays.
+    Status stop();
+    Status close();
+    Status pause();
+    Status resume();
+    // Recordings and files only. REFUSED when the service reports it as beyond the content.
+    Status seek(std::chrono::milliseconds position);
+
+    State state();
+    // The queue must live until another one, or null, was set.
+    Status setSurface(PictureQueue* queue);
+    // A part of the picture in display coordinates; useOriginal: all of it.
+    Status setCrop(int left, int top, int right, int bottom, bool useOriginal);
+    Status setAudioEnabled(bool enabled);
+    Status setAudioOnly(bool audioOnly);
+    // Another sound of the same coding.
+    Status setAudioPid(uint16_t pid);
+    Status setCaptionPid(uint16_t pid);
+    // Pictures are shown so much later (or, negative, earlier).
+    Status setAvOffset(std::chrono::milliseconds offset);
+    // Captions reach onCaption so much later; not the service's business, done here.
+    void setCaptionDelay(std::chrono::milliseconds delay);
+
+    // So many stills, one every so often, beginning with the picture on the screen. Passed over
+    // while earlier ones are still to come.
+    Status requestStills(int count, std::chrono::milliseconds every);
+    Status cancelStills();
+
+    // Records what plays. The name may not hold ';' or '#'.
+    Status startRecording(const std::map<std::string, std::string>& properties);
+    Status stopRecording(bool keep);
+
+    // Pictures in the last second, -1: unknown. The stream time, 33 bits at 90 kHz, 0: none.
+    int frameRate();
+    int64_t streamTime90k();
+    PlaybackFigures figures();
+    // Writes the state of the service's pipeline to a descriptor.
+    Status dump(int fd);
+    // -1: there is none, or on a bus that does not tell.
+    int servicePid() const;
+
+    class ORVCLIENT_LOCAL Impl;  // the library's own
+    explicit Player(std::unique_ptr<Impl> impl);
+
+private:
+    const std::unique_ptr<Impl> mImpl;
+};
+
+}  // namespace orvclient

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <dtv/TunerTypes.h>
+#include <orvclient/Export.h>
+
+#include <memory>
+#include <string>
+
+namespace orvclient {
+
+// Where the packets come from: the tuner beside the player. Any thread.
+class ORVCLIENT_API Tuner {
+public:
+    virtual ~Tuner() = default;
+
+    // Opens a file or a FIFO, "-" standing for this process's standard input, here and hands the
+    // descriptor to the service: it needs no right to the file, and relative names mean what they
+    // mean here. Waits until packets are found.
+    virtual orvhost::TuneResult tune(const std::string& source,
+                                     const orvhost::TuneOptions& options) = 0;
+    virtual void untune() = 0;
+    // What the source carries, after waiting so long for the tables.
+    virtual orvhost::ServiceList services(int timeoutMs) = 0;
+    virtual orvhost::TunerSignal signal() = 0;
+};
+
+}  // namespace orvclient
