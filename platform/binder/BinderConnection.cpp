@@ -193,6 +193,9 @@ sp<IBinder> BinderConnection::getService(const String16& name, std::string* erro
         case android::PERMISSION_DENIED:
             *error = "service " + quoted + " refuses this user";
             break;
+        case android::TIMED_OUT:
+            *error = "service " + quoted + " does not answer";
+            break;
         case android::DEAD_OBJECT:
             *error = "service " + quoted + " cannot be reached: its process is gone";
             break;

@@ -5,11 +5,12 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include "binder/BpBinder.h"
-
 #include <algorithm>
 #include <iterator>
 #include <utility>
+
+#include "binder/BpBinder.h"
+#include "binder/CallTimeout.h"
 
 using android::BpBinder;
 using android::IBinder;
@@ -46,7 +47,12 @@ void BinderTransport::Guard::wait(std::condition_variable& condition) {
         lock();  // the caller looks again, as after any wait
         return;
     }
-    condition.wait(mHeld);
+    const auto deadline = CallTimeout::deadline();
+    if (deadline.has_value()) {
+        condition.wait_until(mHeld, *deadline);
+    } else {
+        condition.wait(mHeld);
+    }
 }
 
 BinderTransport::BinderTransport() : mWakeFd(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
@@ -242,6 +248,11 @@ status_t BinderTransport::callAndWait(Guard& guard, sd_bus_message* message, Wai
     }
     mWaiters[cookie] = waiter;
     while (!waiter->isDone) {
+        if (CallTimeout::leftMs() == 0) {
+            mWaiters.erase(cookie);  // its answer finds nobody
+            waiter->status = android::TIMED_OUT;
+            break;
+        }
         if (mWatcher == WAITER) {
             guard.wait(waiter->answered);
         } else {
@@ -261,7 +272,7 @@ void BinderTransport::watchAsWaiter(Guard& guard, Waiter* waiter) {
         waiter->isWatching = true;
         guard.unlock();
         pollfd watched[] = {{mPool.readFd(), POLLIN, 0}, {mWakeFd, POLLIN, 0}};
-        poll(watched, 2, -1);
+        poll(watched, 2, CallTimeout::leftMs());
         guard.lock();
         waiter->isWatching = false;
         if (watched[1].revents != 0) {
