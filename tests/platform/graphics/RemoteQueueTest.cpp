@@ -1,12 +1,10 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <filesystem>
-#include <fstream>
 #include <future>
-#include <string>
 
 #include "QueueFixture.h"
+#include "platform/graphics/Holdings.h"
 
 using namespace android;
 using orvhost::AcquiredBuffer;
@@ -17,27 +15,6 @@ namespace {
 
 constexpr auto BOUND = std::chrono::seconds(20);
 constexpr int SLOTS = IGraphicBufferProducer::BUFFER_SLOTS;
-
-// Whatever of graphic buffers this process, being both sides at a time, has open and mapped.
-struct Holdings {
-    size_t descriptors = 0;
-    size_t mappings = 0;
-    bool operator==(const Holdings&) const = default;
-};
-
-Holdings holdings() {
-    Holdings found;
-    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-        std::error_code gone;
-        const auto target = std::filesystem::read_symlink(entry.path(), gone).string();
-        found.descriptors += target.find("GraphicBuffer") != std::string::npos;
-    }
-    std::ifstream maps("/proc/self/maps");
-    for (std::string line; std::getline(maps, line);) {
-        found.mappings += line.find("GraphicBuffer") != std::string::npos;
-    }
-    return found;
-}
 
 class RemoteQueueTest : public QueueFixture {
 protected:
@@ -211,7 +188,7 @@ TEST_F(RemoteQueueTest, EverythingComesBackWhenTheApplicationDies) {
     ASSERT_NE(borrowed, nullptr);
     while (draw(2) == OK) {
     }
-    EXPECT_GT(holdings().descriptors, static_cast<size_t>(SLOTS));
+    EXPECT_GT(Holdings::now().descriptors, static_cast<size_t>(SLOTS));
 
     // Whoever waits is woken, here by chance before or in the wait.
     auto codec = std::async(std::launch::async, [&] {
@@ -230,10 +207,10 @@ TEST_F(RemoteQueueTest, EverythingComesBackWhenTheApplicationDies) {
     acquired = {};
     mConsumer.clear();
     mQueue.clear();
-    EXPECT_EQ(holdings(), (Holdings{1, 1})) << "the picture that somebody reads";
+    EXPECT_EQ(Holdings::now(), (Holdings{1, 1})) << "the picture that somebody reads";
     EXPECT_TRUE(shows(GraphicBuffer::from(borrowed).get(), 1));
     EXPECT_EQ(giveBack(borrowed), NO_INIT);
-    EXPECT_EQ(holdings(), Holdings());
+    EXPECT_EQ(Holdings::now(), Holdings());
     int width = 0;
     EXPECT_EQ(mSurface->query(NATIVE_WINDOW_WIDTH, &width), NO_INIT);
     EXPECT_EQ(mSurface->disconnect(NATIVE_WINDOW_API_MEDIA), NO_INIT);
@@ -256,7 +233,7 @@ TEST_F(RemoteQueueTest, EverythingComesBackWhenTheServiceDies) {
     held.clear();
     mSurface.clear();
     mProducer.clear();
-    EXPECT_LE(holdings().mappings, static_cast<size_t>(SLOTS));
+    EXPECT_LE(Holdings::now().mappings, static_cast<size_t>(SLOTS));
 
     // The next service finds all slots but those of pictures that were queued before.
     mLoopback = std::make_unique<Loopback>(getpid() + 1);
@@ -273,7 +250,7 @@ TEST_F(RemoteQueueTest, EverythingComesBackWhenTheServiceDies) {
     EXPECT_EQ(takeAndRelease(), 10);
     EXPECT_EQ(fill(20), SLOTS);
     TearDown();
-    EXPECT_EQ(holdings(), Holdings());
+    EXPECT_EQ(Holdings::now(), Holdings());
 }
 
 TEST_F(RemoteQueueTest, OneProducerOfAllProcesses) {
