@@ -7,9 +7,9 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
 #include <utility>
 
+#include "dtv/SourceFile.h"
 #include "dtv/Tuner.h"
 
 namespace orvhost {
@@ -110,33 +110,14 @@ private:
     OwnedDescriptor mWake;
 };
 
-void fail(TuneResult& result, const std::string& name, int error) {
-    switch (error) {
-        case ENOENT:
-        case ENOTDIR:
-            result = {TuneStatus::NoSuchFile, name + ": no such file; check the path"};
-            break;
-        case EISDIR:
-            result = {TuneStatus::IsDirectory, name + ": is a directory; name a file in it"};
-            break;
-        case EACCES:
-        case EPERM:
-            result = {TuneStatus::PermissionDenied,
-                      name + ": permission denied; make it readable for this user"};
-            break;
-        default:
-            result = {TuneStatus::ReadError, name + ": cannot be read: " + std::strerror(error)};
-    }
-}
-
 std::unique_ptr<ByteSource> wrap(OwnedDescriptor fd, const std::string& name, TuneResult& result) {
     struct stat status;
     if (fstat(fd.get(), &status) != 0) {
-        fail(result, name, errno);
+        failSource(result, name, errno);
         return nullptr;
     }
     if (S_ISDIR(status.st_mode)) {
-        fail(result, name, EISDIR);
+        failSource(result, name, EISDIR);
         return nullptr;
     }
     if (S_ISREG(status.st_mode)) {
@@ -145,7 +126,7 @@ std::unique_ptr<ByteSource> wrap(OwnedDescriptor fd, const std::string& name, Tu
     }
     OwnedDescriptor wake(eventfd(0, EFD_CLOEXEC));
     if (wake.get() < 0) {
-        fail(result, name, errno);
+        failSource(result, name, errno);
         return nullptr;
     }
     return std::make_unique<PipeSource>(std::move(fd), std::move(wake));
@@ -154,23 +135,15 @@ std::unique_ptr<ByteSource> wrap(OwnedDescriptor fd, const std::string& name, Tu
 }  // namespace
 
 std::unique_ptr<ByteSource> openByteSource(const std::string& path, TuneResult& result) {
-    if (path == "-") {
-        return adoptByteSource(STDIN_FILENO, "standard input", result);
-    }
-    // Without O_NONBLOCK the open of a FIFO waits for its writer, for ever if none comes.
-    OwnedDescriptor fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-    if (fd.get() < 0) {
-        fail(result, path, errno);
-        return nullptr;
-    }
-    return wrap(std::move(fd), path, result);
+    OwnedDescriptor fd(openSourceFile(path, result));
+    return fd.get() >= 0 ? wrap(std::move(fd), sourceNameOf(path), result) : nullptr;
 }
 
 std::unique_ptr<ByteSource> adoptByteSource(int descriptor, const std::string& name,
                                             TuneResult& result) {
     OwnedDescriptor fd(fcntl(descriptor, F_DUPFD_CLOEXEC, 0));
     if (fd.get() < 0) {
-        fail(result, name, errno);
+        failSource(result, name, errno);
         return nullptr;
     }
     return wrap(std::move(fd), name, result);

@@ -23,7 +23,6 @@ constexpr uint8_t TAG_LANGUAGE = 0x0A;
 constexpr uint8_t TAG_NETWORK_NAME = 0x40;
 constexpr uint8_t TAG_SERVICE = 0x48;
 constexpr uint8_t TAG_STREAM_IDENTIFIER = 0x52;
-constexpr uint8_t TAG_DATA_COMPONENT = 0xFD;   // ARIB STD-B10 part 2, 6.2.20
 constexpr uint8_t TAG_AUDIO_COMPONENT = 0xC4;  // ARIB STD-B10 part 2, 6.2.26
 
 // What a hostile PAT or SDT may cost at most.
@@ -113,25 +112,6 @@ void interpret(const Descriptor& d, ElementaryStream& stream) {
 }
 
 }  // namespace
-
-bool isCaptions(const ElementaryStream& stream) {
-    if (stream.kind != StreamKind::Caption) {
-        return false;
-    }
-    const int tag = stream.componentTag;
-    if ((tag & ~7) == 0x38 || tag == 0x88) {
-        return false;  // superimposed text
-    }
-    if ((tag & ~7) == 0x30 || tag == 0x87) {
-        return true;
-    }
-    return std::any_of(
-        stream.descriptors.begin(), stream.descriptors.end(), [](const Descriptor& d) {
-            const int id =
-                d.tag == TAG_DATA_COMPONENT && d.data.size() >= 2 ? d.data[0] << 8 | d.data[1] : -1;
-            return id == 0x0008 || id == 0x0012;
-        });
-}
 
 StreamKind streamKindOf(uint8_t streamType) {
     switch (streamType) {
