@@ -1,0 +1,75 @@
+#include "ClientTuner.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "binder/CallTimeout.h"
+#include "dtv/SourceFile.h"
+
+using android::sp;
+using orvhost::CallTimeout;
+using orvhost::ITuner;
+using orvhost::TuneResult;
+using orvhost::TuneStatus;
+
+namespace orvclient {
+
+namespace {
+
+std::chrono::milliseconds waitOf(int timeoutMs) {
+    return std::chrono::milliseconds(std::clamp(timeoutMs, 0, ITuner::MAX_TIMEOUT_MS));
+}
+
+}  // namespace
+
+// Looks for the service while the thread's time is bounded already.
+sp<ITuner> ClientTuner::find(std::string* error) {
+    const std::shared_ptr<Session> session = mSession(error);
+    return session != nullptr ? session->tuner(error) : nullptr;
+}
+
+TuneResult ClientTuner::tune(const std::string& source, const orvhost::TuneOptions& options) {
+    TuneResult opened;
+    const int fd = orvhost::openSourceFile(source, opened);
+    if (fd < 0) {
+        return opened;
+    }
+    const CallTimeout bound(waitOf(options.timeoutMs) + mPatience);
+    std::string error;
+    const sp<ITuner> tuner = find(&error);
+    const TuneResult result = tuner != nullptr
+                                  ? tuner->tune(fd, orvhost::sourceNameOf(source), options)
+                                  : TuneResult{TuneStatus::ServiceLost, error};
+    close(fd);
+    return result;
+}
+
+void ClientTuner::untune() {
+    const CallTimeout bound(mPatience);
+    std::string error;
+    if (const sp<ITuner> tuner = find(&error); tuner != nullptr) {
+        tuner->untune();
+    }
+}
+
+orvhost::ServiceList ClientTuner::services(int timeoutMs) {
+    const CallTimeout bound(waitOf(timeoutMs) + mPatience);
+    std::string error;
+    const sp<ITuner> tuner = find(&error);
+    if (tuner == nullptr) {
+        orvhost::ServiceList none;
+        none.result = {TuneStatus::ServiceLost, error};
+        return none;
+    }
+    return tuner->services(timeoutMs);
+}
+
+orvhost::TunerSignal ClientTuner::signal() {
+    const CallTimeout bound(mPatience);
+    std::string error;
+    const sp<ITuner> tuner = find(&error);
+    return tuner != nullptr ? tuner->signal() : orvhost::TunerSignal();
+}
+
+}  // namespace orvclient

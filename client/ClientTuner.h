@@ -1,0 +1,37 @@
+#pragma once
+
+#include <orvclient/Tuner.h>
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "Session.h"
+
+namespace orvclient {
+
+// The tuner of whichever service there is at the time of a call.
+class ClientTuner : public Tuner {
+public:
+    // `session` answers null, and one line, when there is none.
+    using FindSession = std::function<std::shared_ptr<Session>(std::string* error)>;
+
+    // Calls answer ServiceLost when they last longer than they were told to by `patience`.
+    ClientTuner(FindSession session, std::chrono::milliseconds patience)
+        : mSession(std::move(session)), mPatience(patience) {}
+
+    orvhost::TuneResult tune(const std::string& source,
+                             const orvhost::TuneOptions& options) override;
+    void untune() override;
+    orvhost::ServiceList services(int timeoutMs) override;
+    orvhost::TunerSignal signal() override;
+
+private:
+    android::sp<orvhost::ITuner> find(std::string* error);
+
+    const FindSession mSession;
+    const std::chrono::milliseconds mPatience;
+};
+
+}  // namespace orvclient

@@ -1,0 +1,151 @@
+#include <orvclient/Player.h>
+
+#include <utility>
+
+#include "PlayerImpl.h"
+#include "PlayerUri.h"
+
+namespace orvclient {
+
+Player::Player(std::unique_ptr<Impl> impl) : mImpl(std::move(impl)) {}
+
+Player::~Player() = default;
+
+std::unique_ptr<Player> Player::create(const Options& options, Callbacks callbacks,
+                                       std::string* error) {
+    auto impl = std::make_unique<Impl>(
+        options, std::move(callbacks),
+        [options](std::string* failure) { return Session::start(options, failure); });
+    std::string failure;
+    if (impl->session(&failure) == nullptr) {
+        if (error != nullptr) {
+            *error = failure;
+        }
+        return nullptr;
+    }
+    return std::make_unique<Player>(std::move(impl));
+}
+
+Tuner& Player::tuner() {
+    return mImpl->tuner();
+}
+
+Status Player::open(const LiveSource& source) {
+    return mImpl->openUri(wire::OPEN_URI_SOURCE, liveUri(source));
+}
+
+Status Player::openRecording(const std::string& path, const LiveSource& source) {
+    std::string uri;
+    std::string error;
+    return recordingUri(path, source, &uri, &error) ? mImpl->openUri(wire::OPEN_URI_SOURCE, uri)
+                                                    : Status{Status::REFUSED, error};
+}
+
+Status Player::openFile(const std::string& path) {
+    std::string absolute;
+    std::string error;
+    return mediaFile(path, &absolute, &error) ? mImpl->openUri(wire::OPEN_MEDIA_FILE, absolute)
+                                              : Status{Status::REFUSED, error};
+}
+
+Status Player::start() {
+    return mImpl->start();
+}
+
+Status Player::stop() {
+    return mImpl->stop();
+}
+
+Status Player::close() {
+    return mImpl->close();
+}
+
+Status Player::pause() {
+    return mImpl->pause();
+}
+
+Status Player::resume() {
+    return mImpl->resume();
+}
+
+Status Player::seek(std::chrono::milliseconds position) {
+    return mImpl->seek(position);
+}
+
+State Player::state() {
+    return mImpl->state();
+}
+
+Status Player::setSurface(PictureQueue* queue) {
+    return mImpl->setSurface(queue);
+}
+
+Status Player::setCrop(int left, int top, int right, int bottom, bool useOriginal) {
+    return mImpl->setCrop(left, top, right, bottom, useOriginal);
+}
+
+Status Player::setAudioEnabled(bool enabled) {
+    return mImpl->setAudioEnabled(enabled);
+}
+
+Status Player::setAudioOnly(bool audioOnly) {
+    return mImpl->setAudioOnly(audioOnly);
+}
+
+Status Player::setAudioPid(uint16_t pid) {
+    return mImpl->setAudioPid(pid);
+}
+
+Status Player::setCaptionPid(uint16_t pid) {
+    return mImpl->setCaptionPid(pid);
+}
+
+Status Player::setAvOffset(std::chrono::milliseconds offset) {
+    return mImpl->setAvOffset(offset);
+}
+
+void Player::setCaptionDelay(std::chrono::milliseconds delay) {
+    mImpl->setCaptionDelay(delay);
+}
+
+Status Player::requestStills(int count, std::chrono::milliseconds every) {
+    return mImpl->requestStills(count, every);
+}
+
+Status Player::cancelStills() {
+    return mImpl->cancelStills();
+}
+
+Status Player::startRecording(const std::map<std::string, std::string>& properties) {
+    std::string uri;
+    std::string error;
+    return recorderUri(properties, &uri, &error) ? mImpl->startRecording(uri)
+                                                 : Status{Status::REFUSED, error};
+}
+
+Status Player::stopRecording(bool keep) {
+    return mImpl->stopRecording(keep);
+}
+
+int Player::frameRate() {
+    return mImpl->frameRate();
+}
+
+int64_t Player::streamTime90k() {
+    return mImpl->streamTime90k();
+}
+
+PlaybackFigures Player::figures() {
+    return mImpl->figures();
+}
+
+Status Player::dump(int fd) {
+    return mImpl->dump(fd);
+}
+
+int Player::servicePid() const {
+    const auto session = mImpl->present();
+    return session != nullptr ? session->servicePid() : -1;
+}
+
+}  // namespace orvclient

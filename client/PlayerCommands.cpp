@@ -1,0 +1,229 @@
+// What a player does, command by command.
+
+#include <algorithm>
+#include <utility>
+
+#include "PictureHalves.h"
+#include "PlayerImpl.h"
+#include "binder/CallTimeout.h"
+
+using android::status_t;
+using orvhost::CallTimeout;
+
+namespace orvclient {
+
+namespace {
+
+using Result = ClientEvents::Result;
+
+constexpr std::chrono::hours LONGEST{24 * 7};
+
+// Milliseconds as the wire has them; what no content is as long as becomes the longest one.
+int32_t wireMs(std::chrono::milliseconds time) {
+    return static_cast<int32_t>(
+        std::clamp<std::chrono::milliseconds>(time, -LONGEST, LONGEST).count());
+}
+
+}  // namespace
+
+Status Player::Impl::openUri(wire::OpenType type, const std::string& uri) {
+    mQueue.dropCaptions();
+    return command(
+        Result::OPEN, [&](BpCOrvPlayer& player) { return player.openUri(type, uri); },
+        "the player cannot set up these streams");
+}
+
+Status Player::Impl::start() {
+    return command(
+        Result::START, [](BpCOrvPlayer& player) { return player.start(); },
+        "the player cannot start");
+}
+
+// A service that is told to stop while nothing is open takes it for a fault and ends.
+Status Player::Impl::stop() {
+    mQueue.dropCaptions();
+    return tell([](BpCOrvPlayer& player) {
+        int32_t state = 0;
+        const status_t status = player.getState(&state);
+        const bool isIdle = state != static_cast<int32_t>(State::OPEN) &&
+                            state != static_cast<int32_t>(State::PLAYING) &&
+                            state != static_cast<int32_t>(State::PAUSED);
+        return status != android::OK || isIdle ? status : player.stop();
+    });
+}
+
+Status Player::Impl::close() {
+    mQueue.dropCaptions();
+    return tell([](BpCOrvPlayer& player) { return player.close(); });
+}
+
+Status Player::Impl::pause() {
+    return command(
+        Result::PAUSE, [](BpCOrvPlayer& player) { return player.pause(); },
+        "the player cannot pause: nothing plays");
+}
+
+Status Player::Impl::resume() {
+    return command(
+        Result::RESUME, [](BpCOrvPlayer& player) { return player.resume(); },
+        "the player cannot resume: nothing is paused");
+}
+
+Status Player::Impl::seek(std::chrono::milliseconds position) {
+    const Status status = command(
+        Result::SEEK, [&](BpCOrvPlayer& player) { return player.seek(wireMs(position)); },
+        "the player cannot go there");
+    return status.code > 0 ? Status{Status::REFUSED, status.message} : status;
+}
+
+State Player::Impl::state() {
+    const std::shared_ptr<Session> session = present();
+    int32_t state = 0;
+    const CallTimeout bound(mOptions.commandTimeout);
+    if (session == nullptr || session->player().getState(&state) != android::OK ||
+        state < static_cast<int32_t>(State::IDLE) || state > static_cast<int32_t>(State::PAUSED)) {
+        return State::IDLE;
+    }
+    return static_cast<State>(state);
+}
+
+Status Player::Impl::setSurface(PictureQueue* queue) {
+    {
+        std::lock_guard<std::mutex> guard(mLock);
+        mSettings.surface = queue;
+    }
+    const auto session = present();
+    if (session != nullptr) {
+        session->events().setPictures(queue);
+    }
+    const auto producer =
+        queue != nullptr ? android::IInterface::asBinder(queue->halves().producer()) : nullptr;
+    return ask(
+        [&](BpCOrvPlayer& player, int32_t* code) { return player.setSurface(producer, code); },
+        "the player does not take this surface");
+}
+
+Status Player::Impl::setCrop(int left, int top, int right, int bottom, bool useOriginal) {
+    return ask(
+        [&](BpCOrvPlayer& player, int32_t* code) {
+            return player.setCropRect(left, top, right, bottom, useOriginal ? 1 : 0, code);
+        },
+        "the player does not take this part of the picture");
+}
+
+Status Player::Impl::setAudioEnabled(bool enabled) {
+    {
+        std::lock_guard<std::mutex> guard(mLock);
+        mSettings.audioEnabled = enabled;
+    }
+    return tell([&](BpCOrvPlayer& player) { return player.setAudioEnable(enabled ? 1 : 0); });
+}
+
+Status Player::Impl::setAudioOnly(bool audioOnly) {
+    return ask([&](BpCOrvPlayer& player,
+                   int32_t* code) { return player.setAudioOnlyMode(audioOnly ? 1 : 0, code); },
+               "the player does not go on that way");
+}
+
+Status Player::Impl::setAudioPid(uint16_t pid) {
+    return tell([&](BpCOrvPlayer& player) { return player.setAudioPID(pid); });
+}
+
+Status Player::Impl::setCaptionPid(uint16_t pid) {
+    mQueue.dropCaptions();
+    return tell([&](BpCOrvPlayer& player) { return player.setCCPID(pid); });
+}
+
+Status Player::Impl::setAvOffset(std::chrono::milliseconds offset) {
+    {
+        std::lock_guard<std::mutex> guard(mLock);
+        mSettings.avOffset = offset;
+    }
+    return ask(
+        [&](BpCOrvPlayer& player, int32_t* code) {
+            return player.setAVSync(wireMs(offset) + wire::AV_SYNC_BIAS_MS, code);
+        },
+        "the player does not take this offset");
+}
+
+Status Player::Impl::requestStills(int count, std::chrono::milliseconds every) {
+    if (!mOptions.registerForEvents) {
+        return {Status::REFUSED, "this player only looks on: it gets no stills"};
+    }
+    if (count < 1 || every.count() < 0) {
+        return {Status::REFUSED, "at least one still, and no time before it"};
+    }
+    return tell([&](BpCOrvPlayer& player) { return player.getFrame(count, wireMs(every)); });
+}
+
+Status Player::Impl::cancelStills() {
+    return tell([](BpCOrvPlayer& player) { return player.cancelCaptureFrame(); });
+}
+
+Status Player::Impl::startRecording(const std::string& uri) {
+    return ask([&](BpCOrvPlayer& player, int32_t* code) { return player.startRecorder(uri, code); },
+               "the player cannot record");
+}
+
+Status Player::Impl::stopRecording(bool keep) {
+    return ask([&](BpCOrvPlayer& player,
+                   int32_t* code) { return player.stopRecorder(keep ? 1 : 0, code); },
+               "the player cannot end the recording");
+}
+
+int Player::Impl::frameRate() {
+    const std::shared_ptr<Session> session = present();
+    const CallTimeout bound(mOptions.commandTimeout);
+    int32_t rate = -1;
+    return session != nullptr && session->player().getFrameRate(&rate) == android::OK ? rate : -1;
+}
+
+int64_t Player::Impl::streamTime90k() {
+    const std::shared_ptr<Session> session = present();
+    const CallTimeout bound(mOptions.commandTimeout);
+    int64_t time = 0;
+    return session != nullptr && session->player().getPCRValue(&time) == android::OK ? time : 0;
+}
+
+PlaybackFigures Player::Impl::figures() {
+    const std::shared_ptr<Session> session = present();
+    const CallTimeout bound(mOptions.commandTimeout);
+    std::string error;
+    const auto monitor = session != nullptr ? session->monitor(&error) : nullptr;
+    orvhost::PlaybackFigures seen;
+    if (monitor == nullptr || monitor->figures(&seen) != android::OK) {
+        return {};
+    }
+    PlaybackFigures figures;
+    figures.framesTimed = seen.framesTimed;
+    figures.lastFrameTimedNs = seen.lastFrameTimedNs;
+    figures.picturesReleasedUnseen = seen.picturesReleasedUnseen;
+    figures.picturesDroppedAtWindow = seen.picturesDroppedAtWindow;
+    figures.firstIdrQueuedUs = seen.firstIdrQueuedUs;
+    figures.firstIdrReadyUs = seen.firstIdrReadyUs;
+    figures.audioFrames = seen.audioFrames;
+    figures.heard = seen.heard;
+    figures.outputLatencyMs = seen.outputLatencyMs;
+    figures.audioEarlyMs = seen.audioEarlyMs;
+    figures.audioEarlyCount = seen.audioEarlyCount;
+    figures.beepsNs = std::move(seen.beepsNs);
+    figures.cpuSeconds = seen.cpuSeconds;
+    figures.voluntarySwitches = seen.voluntarySwitches;
+    figures.maxRssKb = seen.maxRssKb;
+    figures.pid = seen.pid;
+    return figures;
+}
+
+Status Player::Impl::dump(int fd) {
+    std::string error;
+    const std::shared_ptr<Session> session = this->session(&error);
+    const CallTimeout bound(mOptions.commandTimeout);
+    const auto monitor = session != nullptr ? session->monitor(&error) : nullptr;
+    if (monitor == nullptr) {
+        return {Status::LOST, error};
+    }
+    const status_t status = android::IInterface::asBinder(monitor)->dump(fd, {});
+    return status == android::OK ? Status() : failed(status, *session);
+}
+
+}  // namespace orvclient

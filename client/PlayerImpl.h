@@ -1,0 +1,109 @@
+#pragma once
+
+#include <orvclient/Player.h>
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "CallbackQueue.h"
+#include "ClientEvents.h"
+#include "ClientTuner.h"
+#include "Session.h"
+
+namespace orvclient {
+
+// The application's player: commands to whichever service there is, settings that outlive it, and
+// the callbacks. Locks, taken in this order and never while a callback runs: mCommandLock for a
+// whole command, mStartLock while a service starts, mLock for a moment.
+class Player::Impl {
+public:
+    // How a service is had; tests have their own.
+    using StartSession = std::function<std::shared_ptr<Session>(std::string* error)>;
+
+    Impl(const Options& options, Callbacks callbacks, StartSession start);
+    ~Impl();
+    Impl(const Impl&) = delete;  // sessions know it by address
+    Impl& operator=(const Impl&) = delete;
+
+    // The service that is there, or a new one where there is none yet or `restart` allows it; null,
+    // and one line, when there is none.
+    std::shared_ptr<Session> session(std::string* error);
+    // The same without starting one.
+    std::shared_ptr<Session> present() const;
+
+    Tuner& tuner() { return mTuner; }
+
+    Status openUri(wire::OpenType type, const std::string& uri);
+    Status start();
+    Status stop();
+    Status close();
+    Status pause();
+    Status resume();
+    Status seek(std::chrono::milliseconds position);
+    State state();
+
+    Status setSurface(PictureQueue* queue);
+    Status setCrop(int left, int top, int right, int bottom, bool useOriginal);
+    Status setAudioEnabled(bool enabled);
+    Status setAudioOnly(bool audioOnly);
+    Status setAudioPid(uint16_t pid);
+    Status setCaptionPid(uint16_t pid);
+    Status setAvOffset(std::chrono::milliseconds offset);
+    void setCaptionDelay(std::chrono::milliseconds delay) { mQueue.setCaptionDelay(delay); }
+
+    Status requestStills(int count, std::chrono::milliseconds every);
+    Status cancelStills();
+    Status startRecording(const std::string& uri);
+    Status stopRecording(bool keep);
+
+    int frameRate();
+    int64_t streamTime90k();
+    PlaybackFigures figures();
+    Status dump(int fd);
+
+private:
+    // A call that answers by its status alone, or with a number beside it.
+    using Call = std::function<android::status_t(BpCOrvPlayer&)>;
+    using Question = std::function<android::status_t(BpCOrvPlayer&, int32_t*)>;
+
+    struct Settings {
+        PictureQueue* surface = nullptr;
+        std::optional<bool> audioEnabled;
+        std::optional<bool> audioOnly;
+        std::optional<std::chrono::milliseconds> avOffset;
+    };
+
+    bool begin(const std::shared_ptr<Session>& session, std::string* error);
+    void listen(const std::shared_ptr<Session>& session);
+    android::status_t apply(const Settings& settings, Session& session);
+
+    // Gives a command and waits for its result.
+    Status command(ClientEvents::Result result, const Call& call, const char* failure);
+    // Gives one that has none.
+    Status tell(const Call& call);
+    Status ask(const Question& question, const char* failure);
+    // With mCommandLock held.
+    Status stopNow(Session& session);
+    Status failed(android::status_t status, Session& session) const;
+    static Status toStatus(int code, const char* failure);
+    Settings settings() const;
+
+    const Options mOptions;
+    const std::shared_ptr<const Callbacks> mCallbacks;
+    const StartSession mStartSession;
+    CallbackQueue mQueue;
+    ClientTuner mTuner;
+
+    std::mutex mCommandLock;
+    std::mutex mStartLock;
+    mutable std::mutex mLock;  // the rest
+    std::shared_ptr<Session> mSession;
+    Settings mSettings;
+    bool mEnding = false;
+};
+
+}  // namespace orvclient
