@@ -353,7 +353,7 @@ void BinderTransport::drain(Guard& guard) {
     while (!mToDrain.empty()) {
         const std::shared_ptr<BinderPeer> peer = std::move(mToDrain.front());
         mToDrain.pop_front();
-        for (size_t i = 0; i < CALLS_A_TURN && !peer->oneWay.empty(); ++i) {
+        for (size_t i = 0; i < CALLS_A_TURN && !peer->oneWay.empty() && !mIsDisconnecting; ++i) {
             IncomingCall call = std::move(peer->oneWay.front());
             peer->oneWay.pop_front();
             peer->oneWayBytes -= call.data->dataSize();
@@ -361,6 +361,9 @@ void BinderTransport::drain(Guard& guard) {
             execute(&call);
             call = {};  // what it held ends here
             guard.lock();
+        }
+        if (mIsDisconnecting) {
+            dropOneWay(*peer);
         }
         peer->isDraining = !peer->oneWay.empty();
         if (peer->isDraining) {

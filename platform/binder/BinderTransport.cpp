@@ -2,11 +2,10 @@
 
 #include <poll.h>
 #include <sys/eventfd.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <iterator>
+#include <thread>
 #include <utility>
 
 #include "binder/BpBinder.h"
@@ -27,6 +26,12 @@ constexpr Load ASK_AT{64, 256 * 1024, 16};
 
 // A process that does not read what it asks for is cut off at so many messages.
 constexpr uint64_t MAX_QUEUED_MESSAGES = 8192;
+
+// Calls with an answer that were read by threads that wait, and are not begun.
+constexpr size_t MAX_CALLS = 1024;
+
+// Messages that are read in a row before others may have the lock.
+constexpr size_t MESSAGES_A_TURN = 16;
 
 }  // namespace
 
@@ -282,11 +287,21 @@ void BinderTransport::watchAsWaiter(Guard& guard, Waiter* waiter) {
     }
     mWatcher = NOBODY;
     Step step = MORE;
-    while (!waiter->isDone && step != NOTHING) {
+    for (size_t i = 0; i < MESSAGES_A_TURN && !waiter->isDone && step != NOTHING; ++i) {
         IncomingCall call;
         step = takeOne(&call);
         dispatch(step, std::move(call));
     }
+    if (step != NOTHING && !waiter->isDone) {
+        letOthersIn(guard);
+    }
+}
+
+// Afterwards another thread may be watching.
+void BinderTransport::letOthersIn(Guard& guard) {
+    guard.unlock();
+    std::this_thread::yield();
+    guard.lock();
 }
 
 void BinderTransport::passWatching() {
@@ -322,6 +337,11 @@ void BinderTransport::finish(Waiter* waiter) {
 
 // For the pool to do, when this thread has something else to do.
 void BinderTransport::dispatch(Step step, IncomingCall call) {
+    if (step == CALL && mCalls.size() >= MAX_CALLS) {
+        refuse(call.request, SD_BUS_ERROR_LIMITS_EXCEEDED, "too many calls");
+        drop(std::move(call));
+        return;
+    }
     if (step == CALL) {
         mCalls.push_back(std::move(call));
     }
@@ -336,7 +356,7 @@ void BinderTransport::readable() {
         return;
     }
     mWatcher = NOBODY;
-    while (true) {
+    for (size_t i = 1;; ++i) {
         IncomingCall call;
         switch (takeOne(&call)) {
             case NOTHING:
@@ -356,6 +376,12 @@ void BinderTransport::readable() {
                     return;
                 }
                 break;
+        }
+        if (i % MESSAGES_A_TURN == 0) {
+            letOthersIn(guard);
+            if (mHasEnded || mWatcher != NOBODY) {
+                return;
+            }
         }
     }
 }
@@ -395,117 +421,6 @@ bool BinderTransport::runTask() {
         return true;
     }
     return false;
-}
-
-// The end ---------------------------------------------------------------------------------------
-
-void BinderTransport::end() {
-    if (mHasEnded) {
-        return;
-    }
-    mHasEnded = true;
-    mWatcher = NOBODY;
-    // The pool keeps duplicates: closing alone would not tell the other end.
-    shutdown(mPool.readFd(), SHUT_RDWR);
-    sd_bus_close(mBus);
-    for (const auto& [cookie, waiter] : mWaiters) {
-        waiter->status = android::DEAD_OBJECT;
-        finish(waiter);
-    }
-    mWaiters.clear();
-    mIdentifying.clear();
-    for (const auto& [name, peer] : mPeers) {
-        bury(peer);
-    }
-    if (!mIsOwnEnd && mDisconnected) {
-        notice(std::exchange(mDisconnected, nullptr));
-    }
-}
-
-void BinderTransport::bury(const std::shared_ptr<BinderPeer>& peer) {
-    peer->isDead = true;
-    peer->unsettled = {};
-    std::erase_if(mSettlements, [&peer](const auto& one) { return one.second.peer == peer; });
-    std::erase_if(mWaiters, [&](const auto& one) {
-        const bool isForIt = one.second->peer == peer;
-        if (isForIt) {
-            one.second->status = android::DEAD_OBJECT;
-            finish(one.second);
-        }
-        return isForIt;
-    });
-    for (sd_bus_message* message : peer->parked) {
-        sd_bus_message_unref(message);
-    }
-    peer->parked.clear();
-    for (const auto& [id, weak] : peer->proxies) {
-        sp<BpBinder> proxy = weak.promote();
-        if (proxy == nullptr) {
-            continue;
-        }
-        std::vector<BpBinder::Link> links = proxy->die();
-        if (!links.empty()) {
-            notice([proxy, links] { proxy->tell(links); });
-        }
-        mDropped.push_back(std::move(proxy));
-    }
-    peer->proxies.clear();
-    mObjects.forget(*peer, &mDropped);
-}
-
-void BinderTransport::notice(std::function<void()> what) {
-    mNotices.push_back(std::move(what));
-    mPool.post();
-}
-
-void BinderTransport::tellNotices(Guard& guard) {
-    mIsTelling = true;
-    while (!mNotices.empty()) {
-        std::function<void()> what = std::move(mNotices.front());
-        mNotices.pop_front();
-        guard.unlock();
-        mPool.keepOneFree();
-        what();
-        what = nullptr;  // what it held ends here
-        guard.lock();
-    }
-    mIsTelling = false;
-}
-
-void BinderTransport::setDisconnectedCallback(std::function<void()> callback) {
-    Guard guard(*this);
-    if (!mHasEnded) {
-        mDisconnected.swap(callback);
-    } else if (!mIsOwnEnd) {
-        notice(std::move(callback));
-    }
-    guard.unlock();
-}
-
-void BinderTransport::disconnect() {
-    std::deque<IncomingCall> calls;
-    std::function<void()> callback;
-    {
-        Guard guard(*this);
-        if (mBus == nullptr) {
-            return;
-        }
-        if (!mHasEnded) {
-            mIsOwnEnd = true;
-            end();
-        }
-        callback.swap(mDisconnected);
-        calls.swap(mCalls);
-        mToDrain.clear();
-        for (const auto& [name, peer] : mPeers) {
-            std::move(peer->oneWay.begin(), peer->oneWay.end(), std::back_inserter(calls));
-            peer->oneWay.clear();
-        }
-        for (IncomingCall& call : calls) {
-            call.request = sd_bus_message_unref(call.request);
-        }
-    }
-    mPool.stop();
 }
 
 bool BinderTransport::isConnected() const {

@@ -135,6 +135,7 @@ private:
     void dispatch(Step step, IncomingCall call);
     void watchAsWaiter(Guard& guard, Waiter* waiter);
     void passWatching();
+    static void letOthersIn(Guard& guard);
     bool hasBuffered() const;
     void finish(Waiter* waiter);
 
@@ -177,6 +178,8 @@ private:
     // The end. With mLock.
     void end();
     void bury(const std::shared_ptr<BinderPeer>& peer);
+    void drop(IncomingCall call);
+    void dropOneWay(BinderPeer& peer);
     void notice(std::function<void()> what);
 
     BinderPool mPool;
@@ -187,8 +190,8 @@ private:
     // With mLock.
     sd_bus* mBus = nullptr;
     bool mHasEnded = false;
-    bool mIsOwnEnd = false;    // by disconnect()
-    bool mMayHoldMore = true;  // the handshake may have read messages along with it
+    bool mIsDisconnecting = false;  // of our own: nobody is told
+    bool mMayHoldMore = true;       // the handshake may have read messages along with it
     bool mIsWatchingWriting = false;
     Watcher mWatcher = NOBODY;
     std::shared_ptr<BinderPeer> mPeer;  // at the other end of a socket
