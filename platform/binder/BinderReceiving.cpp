@@ -190,6 +190,11 @@ void BinderTransport::handleAnswer(sd_bus_message* message, bool isError) {
     }
     const auto found = mWaiters.extract(cookie);
     if (found.empty()) {
+        // Nobody waits any more; but what came with it was given to us, and is given back.
+        if (!isError && sd_bus_message_has_signature(message, wire::ANSWER_SIGNATURE) > 0) {
+            mDroppedParcels.push_back(std::make_unique<Parcel>());
+            readAnswer(message, senderOf(message), mDroppedParcels.back().get());
+        }
         return;
     }
     Waiter* waiter = found.mapped();

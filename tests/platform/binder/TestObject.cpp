@@ -65,7 +65,7 @@ status_t TestObject::onTransact(uint32_t code, const Parcel& data, Parcel* reply
             ++mWaiting;
             mOpened.wait(guard, [this] { return mIsOpen; });
             --mWaiting;
-            return android::OK;
+            return reply->writeStrongBinder(new TestObject);
         }
         case CALLER:
             reply->writeInt32(android::IPCThreadState::self()->getCallingPid());

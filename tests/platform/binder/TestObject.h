@@ -17,7 +17,7 @@ public:
         COUNT,                          // int32: kept in `counted()`, in the order of execution
         CALL_BACK,                      // binder, int32 depth: calls that one with depth - 1
         HOLD,                           // binder: kept until the next one
-        WAIT,                           // returns when opened
+        WAIT,                           // answers with a new object when opened
         CALLER,                         // int32 pid, int32 uid
         COUNTED,                        // answers int32: how many COUNT there were
         EXIT,                           // int32: exit() with it

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include "binder/BinderConnection.h"
+#include "binder/CallTimeout.h"
 
 #include "platform/binder/PrivateBus.h"
 #include "platform/binder/TestObject.h"
@@ -203,6 +204,20 @@ TEST_P(TransportTest, ObjectsLiveAsLongAsTheOtherEndHoldsThem) {
 
     mProxy = nullptr;
     EXPECT_TRUE(await([&] { return mService->figures().exportedObjects == 0; }));
+}
+
+TEST_P(TransportTest, WhatALateAnswerBringsIsGivenBack) {
+    const Parcel nothing;
+    {
+        const orvhost::CallTimeout bound(std::chrono::milliseconds(20));
+        EXPECT_EQ(mProxy->transact(TestObject::WAIT, nothing, nullptr), android::TIMED_OUT);
+    }
+    mObject->open();
+    Parcel answer;
+    ASSERT_EQ(mProxy->transact(TestObject::WAIT, nothing, &answer), android::OK);
+    EXPECT_NE(answer.readStrongBinder(), nullptr);
+    answer.freeData();
+    EXPECT_TRUE(await([&] { return mService->figures().exportedObjects == 1; }));
 }
 
 TEST_P(TransportTest, AnObjectOfAThirdProcessIsNotPassedOn) {
