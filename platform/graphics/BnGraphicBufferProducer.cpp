@@ -260,26 +260,32 @@ void BnGraphicBufferProducer::onConsumerNews() {
 
 // Says to the producer what it does not know yet.
 void BnGraphicBufferProducer::tell() {
-    std::unique_lock<std::mutex> lock(mLock);
-    if (mTelling) {
-        mMoreToTell = true;
-        return;
+    {
+        std::lock_guard<std::mutex> lock(mLock);
+        mIsNews = true;
+        if (mIsTelling) {
+            return;
+        }
+        mIsTelling = true;
     }
-    mTelling = true;
-    do {
-        mMoreToTell = false;
-        for (Message message; nextMessage(&message); message = {}) {
-            lock.unlock();
-            const bool isTaken = send(message) == OK;
-            forget(std::move(message.ended));
-            lock.lock();
-            if (!isTaken) {
-                undo(message);  // to be tried again with the next news
-                break;
+    bool isTaken = true;  // else the transport is full, and the next news worth another try
+    for (;;) {
+        Message message;  // dropped without the lock: it may hold the last of a session
+        {
+            std::lock_guard<std::mutex> lock(mLock);
+            mIsTelling = (isTaken || mIsNews) && nextMessage(&message);
+            mIsNews = false;
+            if (!mIsTelling) {
+                return;
             }
         }
-    } while (mMoreToTell);
-    mTelling = false;
+        isTaken = send(message) == OK;
+        forget(std::move(message.ended));
+        if (!isTaken) {
+            std::lock_guard<std::mutex> lock(mLock);
+            undo(message);
+        }
+    }
 }
 
 bool BnGraphicBufferProducer::nextMessage(Message* message) {

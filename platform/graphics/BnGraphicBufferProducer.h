@@ -72,8 +72,8 @@ private:
 
     std::mutex mLock;  // never held while the other process is called; the queue's own goes inside
     std::unique_ptr<Session> mSession;  // null: no producer of another process
-    bool mTelling = false;              // a thread is at work
-    bool mMoreToTell = false;           // for that thread
+    bool mIsTelling = false;            // a thread is at work
+    bool mIsNews = false;               // since that thread looked
 };
 
 }  // namespace android

@@ -159,7 +159,9 @@ ProducerLink::Request ProducerLink::request() const {
     request.height = mHeight;
     request.format = mFormat;
     for (int i = 0; i < SLOTS; ++i) {
-        request.kept |= (mSlots[i].state != State::AWAY ? 1u : 0u) << i;
+        if (mSlots[i].state != State::AWAY) {
+            request.kept |= 1u << i;
+        }
     }
     return request;
 }

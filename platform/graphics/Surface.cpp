@@ -21,7 +21,7 @@ status_t Surface::disconnect(int api) {
     if (mProducer == nullptr) {
         return NO_INIT;
     }
-    const status_t status = mProducer->disconnect(api);
+    const status_t status = checkResult(mProducer->disconnect(api));
     if (status == OK) {
         std::lock_guard<std::mutex> lock(mLock);
         for (Slot& slot : mSlots) {

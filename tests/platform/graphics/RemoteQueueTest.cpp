@@ -117,23 +117,6 @@ TEST_F(RemoteQueueTest, SizesChangeWhileCreditsAreUnderWay) {
     }
 }
 
-// The picture on loan is never written to, though the window has long shown others and would let
-// it go.
-TEST_F(RemoteQueueTest, LentPictureStaysWhileItsSlotIsCredited) {
-    ASSERT_EQ(present(1), OK);
-    EXPECT_EQ(takeAndRelease(), 1);
-    ANativeWindowBuffer* borrowed = borrow();
-    ASSERT_NE(borrowed, nullptr);
-    for (int64_t number = 2; number < 30; ++number) {
-        ASSERT_EQ(present(number), OK);
-        EXPECT_EQ(takeAndRelease(), number);
-        EXPECT_TRUE(shows(GraphicBuffer::from(borrowed).get(), 1));
-    }
-    EXPECT_EQ(mConsumer->lastRead().timestamp, 1);
-    EXPECT_EQ(giveBack(borrowed), OK);
-    EXPECT_EQ(fill(30), SLOTS);
-}
-
 // Messages that the transport does not take: a picture is dropped and its buffer used again, the
 // rest is said later. The queue that never heard of the end takes the next session.
 TEST_F(RemoteQueueTest, FullTransportCostsPicturesOnly) {
