@@ -86,6 +86,7 @@ unsigned int TSReceiver::configure(std::map<TSReceiverPIDType, unsigned short> p
 }
 
 int TSReceiver::start() {
+    std::lock_guard<std::mutex> starting(mStartStopLock);
     if (mThread != nullptr) {
         return 0;  // two workers would write into the same outputs
     }
@@ -162,6 +163,11 @@ bool TSReceiver::stopFiltering() {
 }
 
 void TSReceiver::requestExit() {
+    std::lock_guard<std::mutex> stopping(mStartStopLock);
+    askWorkerToExit();
+}
+
+void TSReceiver::askWorkerToExit() {
     mExiting.store(true);
     if (mThread != nullptr) {
         mThread->requestExit();
@@ -174,7 +180,8 @@ void TSReceiver::requestExit() {
 }
 
 int TSReceiver::stop() {
-    requestExit();
+    std::lock_guard<std::mutex> stopping(mStartStopLock);
+    askWorkerToExit();
     if (mThread != nullptr) {
         mThread->requestExitAndWait();
         mThread.clear();

@@ -26,7 +26,8 @@ class TSReceiverThread;
 // so outputs are added in the order of the roles, as many as there are PIDs.
 //
 // The controller configures, starts and stops it and may change PIDs while it runs, all from one
-// thread at a time. The worker works on a copy of the pairing, taken for every pass.
+// thread at a time; stop() may also come from any other, at any time. The worker works on a copy of
+// the pairing, taken for every pass.
 class TSReceiver : public Module {
 public:
     static constexpr unsigned int ERR_WORKER = 0x11001;  // no worker, or a filter not changed
@@ -43,7 +44,8 @@ public:
     // started again. After a failure the filters that did start run until stop().
     int start() override;
 
-    // Asks the worker to exit, wakes it and returns at once. stop() does it too.
+    // Asks the worker to exit, wakes it and returns at once (after a stop() that is under way).
+    // stop() does it too.
     void requestExit() override;
 
     // For a caller that brings its own thread: open() instead of start(), then receivePass() as
@@ -88,9 +90,12 @@ private:
         int handle;
     };
 
+    void askWorkerToExit();
     DemuxBinder_HandleSet copyHandleSet() const;
     void takeSlots();
     bool receive(const Slot& slot);
+
+    std::mutex mStartStopLock;  // start() against stop(), held across the join; before the next
 
     // A leaf lock: never held across a wait or a call to the service. Guards mOutputs too.
     mutable std::mutex mFilterLock;
@@ -100,7 +105,7 @@ private:
 
     std::atomic<bool> mExiting{false};
     std::vector<Slot> mSlots;               // worker only
-    android::sp<TSReceiverThread> mThread;  // controller only; null while stopped
+    android::sp<TSReceiverThread> mThread;  // with mStartStopLock; null while stopped
 };
 
 }  // namespace OrvPlayer

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <map>
 #include <string>
@@ -256,6 +257,27 @@ TEST_F(TSReceiverTest, StopsPromptlyAndStartsAgain) {
     mDemux.feed(VIDEO, packets(1, 'W'));
     EXPECT_EQ(take(1, 1), "W");
     EXPECT_EQ(mDemux.started().size(), 12u);
+}
+
+// As when the application dies while a command is under way.
+TEST_F(TSReceiverTest, StopMayComeFromAnotherThread) {
+    makeFour();
+    std::atomic<bool> done{false};
+    std::thread other([&] {
+        while (!done) {
+            EXPECT_EQ(mReceiver->stop(), 0);
+        }
+    });
+    for (int i = 0; i < 10; ++i) {
+        EXPECT_EQ(mReceiver->start(), 0);
+        mDemux.feed(VIDEO, packets(5, 'V'));
+        mReceiver->requestExit();
+    }
+    done = true;
+    other.join();
+    EXPECT_EQ(mReceiver->stop(), 0);
+    EXPECT_EQ(mDemux.running(), 0u);
+    mRings[1]->reset();  // its lock is free
 }
 
 // A service that fails at once is not asked again at once.
