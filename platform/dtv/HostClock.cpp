@@ -25,8 +25,9 @@ public:
 }  // namespace
 
 HostClock& HostClock::monotonic() {
-    static MonotonicClock clock;
-    return clock;
+    // Never destroyed: a feeding thread asks it until the process is gone.
+    static auto* const clock = new MonotonicClock;
+    return *clock;
 }
 
 }  // namespace orvhost
