@@ -1,6 +1,7 @@
 #pragma once
 
 #include <gui/Surface.h>
+#include <utils/RefBase.h>
 #include <utils/String16.h>
 #include <utils/StrongPointer.h>
 #include <utils/Vector.h>
@@ -23,8 +24,11 @@
 namespace OrvPlayer {
 
 // What every controller of a source offers to the service object. Statuses are 0 for success.
-// Listeners are not owned; they are called on module threads and must outlive the controller.
-class ControllerInterface {
+// Listeners are not owned; they are called on module threads and must outlive the controller. Held
+// by strong pointers: the last one that goes takes the pipeline with it.
+//
+// Commands come from one thread at a time; getPCRValue() and stopTSReceiver() also beside them.
+class ControllerInterface : public virtual android::RefBase {
 public:
     virtual int start() = 0;
     virtual int stop() = 0;
@@ -68,7 +72,7 @@ public:
     virtual void setPlayerListener(IPlayerListener* listener) = 0;
     // A part of the picture in display coordinates, or the whole of it.
     virtual int setCropRect(int left, int top, int right, int bottom, int useOriginal) = 0;
-    virtual ~ControllerInterface() = default;
+    ~ControllerInterface() override = default;
 };
 
 }  // namespace OrvPlayer

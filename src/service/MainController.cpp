@@ -1,5 +1,7 @@
 #include "service/MainController.h"
 
+#include <utils/Timers.h>
+
 #include <string>
 
 #include "common/Trace.h"
@@ -208,6 +210,10 @@ void MainController::playbackTimerCallback(void* controller) {
 }
 
 void MainController::onFrameRendered(int width, int height, Uint33 pts) {
+    if (mFigures != nullptr) {
+        mFigures->lastFrameTimedNs = systemTime(SYSTEM_TIME_MONOTONIC);
+        ++mFigures->framesTimed;
+    }
     mServiceController->onFrameRendered(width, height, pts);
     if (VideoRenderer::FrameRenderedListener* listener = mVideoRenderedListener;
         listener != nullptr) {
@@ -228,6 +234,10 @@ void MainController::onAudioRendered() {
 }
 
 void MainController::onAudioReady(long msec) {
+    if (mFigures != nullptr) {
+        mFigures->audioEarlyMs = msec;
+        ++mFigures->audioEarlyCount;
+    }
     mServiceController->onAudioReady(msec);
     if (AudioRenderer::AudioRenderedListener* listener = mAudioRenderedListener;
         listener != nullptr) {

@@ -18,6 +18,7 @@
 #include "recorder/Recorder.h"
 #include "renderer/ClosedCaptionRenderer.h"
 #include "service/ControllerInterface.h"
+#include "service/PlaybackFigures.h"
 #include "servicecontroller/ServiceController.h"
 #include "tsparser/TSParser.h"
 #include "tsreceiver/TSReceiver.h"
@@ -90,6 +91,9 @@ public:
     void setRecorderListener(IRecorderListener* listener) override;
     void setPlayerListener(IPlayerListener* listener) override;
     int setCropRect(int left, int top, int right, int bottom, int useOriginal) override;
+
+    // Where to count what is played; not owned, null for nowhere. Before the first start().
+    void setFigures(PlaybackFigures* figures) { mFigures = figures; }
 
     // Listener operations.
     void onFrameRendered(int width, int height, Uint33 pts) override;
@@ -182,6 +186,7 @@ private:
     bool mRecording = false;
     std::list<ErrorListener*> mErrorListeners;  // for modules to come
     std::unique_ptr<OneShotTimer> mPlaybackTimer;
+    PlaybackFigures* mFigures = nullptr;
 
     // The gate. The lock is held while the outputs open and when stop() shuts them for good, never
     // across a join or an event: a timer that fires into a stop finds the playback over.

@@ -1,6 +1,7 @@
 // What the controller tells of a live source, and how its outputs open.
 
 #include <gtest/gtest.h>
+#include <utils/Timers.h>
 
 #include <atomic>
 #include <chrono>
@@ -165,6 +166,23 @@ TEST_F(MainControllerEventsTest, StopsWhileTheOutputsOpen) {
         }
         mController = nullptr;
     }
+}
+
+// For whoever hosts the service; nothing is counted where nobody wants it.
+TEST_F(MainControllerEventsTest, CountsWhatIsPlayed) {
+    renderBoth();
+    mController->onAudioReady(5);
+    PlaybackFigures figures;
+    mController->setFigures(&figures);
+    const int64_t before = systemTime(SYSTEM_TIME_MONOTONIC);
+    renderBoth();
+    renderBoth();
+    mController->onAudioReady(120);
+    mController->onAudioReady(-30);
+    EXPECT_EQ(figures.framesTimed, 2u);
+    EXPECT_GE(figures.lastFrameTimedNs, before);
+    EXPECT_EQ(figures.audioEarlyMs, -30);
+    EXPECT_EQ(figures.audioEarlyCount, 2u);
 }
 
 }  // namespace
