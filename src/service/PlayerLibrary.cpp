@@ -3,16 +3,25 @@
 
 #include "service/PlayerLibrary.h"
 
-#include "service/MainController.h"
+#include "service/COrvPlayer.h"
 
-extern "C" OrvPlayer::ControllerInterface* OrvPlayer_createController() {
-    auto* controller = new OrvPlayer::MainController;
-    controller->incStrong(nullptr);
-    return controller;
+using OrvPlayer::COrvPlayer;
+
+extern "C" void OrvPlayer_instantiate() {
+    COrvPlayer::instantiate();
 }
 
-extern "C" void OrvPlayer_releaseController(OrvPlayer::ControllerInterface* controller) {
-    if (controller != nullptr) {
-        dynamic_cast<OrvPlayer::MainController*>(controller)->decStrong(nullptr);
+extern "C" void OrvPlayer_dump(FILE* stream) {
+    if (const android::sp<COrvPlayer> player = COrvPlayer::instance(); player != nullptr) {
+        player->dumpController(stream);
+    }
+}
+
+extern "C" void OrvPlayer_figures(OrvPlayer_Figures* figures) {
+    *figures = {};
+    if (const android::sp<COrvPlayer> player = COrvPlayer::instance(); player != nullptr) {
+        const OrvPlayer::PlaybackFigures& from = player->figures();
+        *figures = {from.framesTimed, from.lastFrameTimedNs, from.audioEarlyMs,
+                    from.audioEarlyCount};
     }
 }

@@ -3,6 +3,7 @@
 #include <media/AudioSystem.h>
 #include <media/AudioTrack.h>
 
+#include <string>
 #include <utility>
 
 // What the library's AudioTrack holds; this one needs nothing of it.
@@ -28,6 +29,7 @@ void FakeAudio::reset() {
     mTrackStatus = 0;
     mFlushes = 0;
     mVolume = -1;
+    mRouting.clear();
 }
 
 void FakeAudio::failTracks(int status) {
@@ -130,6 +132,16 @@ bool FakeAudio::isConnected(uint32_t device) const {
     return mDevices.count(device) != 0;
 }
 
+void FakeAudio::addRouting(const std::string& request) {
+    std::lock_guard<std::mutex> guard(mLock);
+    mRouting += (mRouting.empty() ? "" : " ") + request;
+}
+
+std::string FakeAudio::takeRouting() {
+    std::lock_guard<std::mutex> guard(mLock);
+    return std::exchange(mRouting, "");
+}
+
 }  // namespace orvtest
 
 using orvtest::FakeAudio;
@@ -175,6 +187,19 @@ audio_policy_dev_state_t AudioSystem::getDeviceConnectionState(audio_devices_t d
                                                                const char*) {
     return FakeAudio::instance().isConnected(device) ? AUDIO_POLICY_DEVICE_STATE_AVAILABLE
                                                      : AUDIO_POLICY_DEVICE_STATE_UNAVAILABLE;
+}
+
+status_t AudioSystem::setForceUse(audio_policy_force_use_t usage,
+                                  audio_policy_forced_cfg_t config) {
+    FakeAudio::instance().addRouting("force(" + std::to_string(usage) + "," +
+                                     std::to_string(config) + ")");
+    return config < 0 ? BAD_VALUE : NO_ERROR;
+}
+
+status_t AudioSystem::setParameters(audio_io_handle_t output, const String8& keyValuePairs) {
+    FakeAudio::instance().addRouting("parameters(" + std::to_string(output) + "," +
+                                     keyValuePairs.string() + ")");
+    return NO_ERROR;
 }
 
 }  // namespace android

@@ -45,6 +45,8 @@ public:
     size_t living() const;
     size_t flushes() const;
     float volume() const;  // set last
+    // What AudioSystem was asked for since the last time, with blanks between.
+    std::string takeRouting();
 
     // From the fakes.
     int addTrack(const Track& track);
@@ -54,6 +56,7 @@ public:
     void setVolume(float volume);
     long write(const void* bytes, size_t size);
     bool isConnected(uint32_t device) const;
+    void addRouting(const std::string& request);
 
 private:
     static constexpr std::chrono::seconds LIMIT{5};
@@ -70,6 +73,7 @@ private:
     size_t mLiving = 0;
     size_t mFlushes = 0;
     float mVolume = -1;
+    std::string mRouting;
 };
 
 }  // namespace orvtest

@@ -1,0 +1,161 @@
+// The interfaces in one process, over a socket and over a bus: the same bytes everywhere.
+
+#include <binder/IServiceManager.h>
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+
+#include <atomic>
+#include <cerrno>
+#include <future>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "PlayerWire.h"
+#include "ScriptedController.h"
+#include "binder/BinderConnection.h"
+#include "platform/binder/PrivateBus.h"
+#include "support/Await.h"
+#include "support/ProcessUsage.h"
+#include "support/TraceCapture.h"
+
+namespace {
+
+// What becomes of shared memory.
+enum Regions { GOOD, NONE, UNUSABLE };
+std::atomic<Regions> gRegions{GOOD};
+
+}  // namespace
+
+extern "C" int __real_ashmem_create_region(const char* name, size_t size);
+extern "C" int __wrap_ashmem_create_region(const char* name, size_t size) {
+    switch (gRegions) {
+        case NONE:
+            errno = EMFILE;
+            return -1;
+        case UNUSABLE:
+            return open("/dev/null", O_RDWR | O_CLOEXEC);
+        default:
+            return __real_ashmem_create_region(name, size);
+    }
+}
+
+namespace {
+
+using android::IBinder;
+using android::sp;
+using android::String16;
+using orvhost::BinderConnection;
+using orvtest::RecordingService;
+
+enum Way { LOCAL, SOCKET, BUS };
+
+// Gives the application's end a binder of the service, on one of the ways.
+class PlayerWireTest : public testing::TestWithParam<Way> {
+protected:
+    static inline const String16 NAME{"OrvPlayer"};
+
+    sp<IBinder> connect(const sp<IBinder>& service) {
+        if (GetParam() == LOCAL) {
+            return service;
+        }
+        android::defaultServiceManager()->addService(NAME, service);
+        GetParam() == SOCKET ? connectOverSocket() : connectToBus();
+        if (mApplication == nullptr) {
+            ADD_FAILURE() << mError;
+            return nullptr;
+        }
+        const sp<IBinder> remote = mApplication->getService(NAME, &mError);
+        EXPECT_NE(remote, nullptr) << mError;
+        EXPECT_NE(remote, service);
+        return remote;
+    }
+
+    void connectOverSocket() {
+        int ends[2];
+        ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+        auto service = std::async(std::launch::async, [&] {
+            std::string error;
+            return BinderConnection::overSocket(ends[0], BinderConnection::SERVICE, &error);
+        });
+        mApplication =
+            BinderConnection::overSocket(ends[1], BinderConnection::APPLICATION, &mError);
+        mService = service.get();
+    }
+
+    void connectToBus() {
+        mBus = std::make_unique<PrivateBus>();
+        ASSERT_NE(mBus->address(), "") << "dbus-daemon is needed";
+        const auto kind = BinderConnection::SESSION_BUS;
+        mService = BinderConnection::toBus(kind, mBus->address(), &mError);
+        ASSERT_NE(mService, nullptr) << mError;
+        ASSERT_TRUE(mService->claimName(NAME, &mError)) << mError;
+        mApplication = BinderConnection::toBus(kind, mBus->address(), &mError);
+    }
+
+    orvtest::TraceCapture mTrace;
+    std::string mError;
+    std::unique_ptr<PrivateBus> mBus;
+    sp<BinderConnection> mService;
+    sp<BinderConnection> mApplication;
+};
+
+TEST_P(PlayerWireTest, RequestsAndCallbacks) {
+    const sp<RecordingService> service = new RecordingService;
+    const sp<IBinder> remote = connect(service);
+    ASSERT_NE(remote, nullptr);
+    orvtest::PlayerWire wire(remote, service);
+    wire.checkRequests();
+    mTrace.take();
+    wire.checkBadRequests();
+    EXPECT_THAT(mTrace.take(), testing::Each("Call incorrectly routed to ICOrvPlayer"));
+    wire.checkObjects();
+    wire.checkCallbacks();
+    wire.checkStills();
+}
+
+using ApplicationDeathTest = PlayerWireTest;
+
+// Whoever dies while something plays leaves the service idle.
+TEST_P(ApplicationDeathTest, ClosesWhatPlays) {
+    const sp<orvtest::ScriptedPlayer> player = new orvtest::ScriptedPlayer;
+    const sp<IBinder> remote = connect(player);
+    ASSERT_NE(remote, nullptr);
+    const sp<orvtest::ClientBinder> client = new orvtest::ClientBinder;
+    orvtest::PlayerWire::registerClient(remote, client);
+    player->openUri("MTV://t/l", OrvPlayer::ICOrvPlayer::OPEN_URI_SOURCE);
+    player->start();
+    EXPECT_TRUE(orvtest::await([&] { return client->count() == 3; }));
+    player->script.take();
+    mApplication->disconnect();
+    EXPECT_TRUE(orvtest::await(
+        [&] { return player->getState() == OrvPlayer::COrvPlayer::ORVPLAYER_STATE_IDLE; }));
+    EXPECT_EQ(player->script.take(), "stopTSReceiver stop ~");
+}
+
+std::string nameOf(const testing::TestParamInfo<Way>& way) {
+    const char* const names[] = {"Local", "Socket", "Bus"};
+    return names[way.param];
+}
+
+INSTANTIATE_TEST_SUITE_P(Ways, PlayerWireTest, testing::Values(LOCAL, SOCKET, BUS), nameOf);
+INSTANTIATE_TEST_SUITE_P(Ways, ApplicationDeathTest, testing::Values(SOCKET, BUS), nameOf);
+
+// A still without memory is lost, and nothing else.
+TEST(StillMemoryTest, FailuresLeaveNothingOpen) {
+    const sp<orvtest::ClientBinder> client = new orvtest::ClientBinder;
+    OrvPlayer::BpCOrvPlayerClient proxy(client);
+    std::vector<uint8_t> pixels(64 * 64 * 4);
+    const size_t before = orvtest::ProcessUsage::now().descriptors;
+    for (const Regions regions : {NONE, UNUSABLE}) {
+        gRegions = regions;
+        proxy.onCaptureFrame(pixels.data(), 64, 64, false);
+    }
+    gRegions = GOOD;
+    EXPECT_EQ(client->take(), "");
+    EXPECT_EQ(orvtest::ProcessUsage::now().descriptors, before);
+}
+
+}  // namespace
