@@ -35,6 +35,7 @@ TEST(UriTest, TakesATextApart) {
         {"MTV://h/p#frag?x=1;", "MTV", "h", "p", "#frag?x=1;", {{"x", "1"}}},
         {"FILE:///sdcard/clip.mp4", "FILE", "", "/sdcard/clip.mp", "", {}},
         {"FILE:/", "FILE", "", "", "", {}},
+        {"FILE://h/a/b?filePath=/c.ts;", "FILE", "h", "/a/", "", {{"filePath", "/c.ts"}}},
         {"file:///a/b", "file", "", "a/b", "", {}},
         {"://x/y", "", "x", "y", "", {}},
     };
@@ -70,6 +71,10 @@ TEST(UriTest, RefusesAndSaysWhy) {
         {"MTV://", {path, "parse:MTV:// Failed to parse path."}},
         {"MTV://host", {path, "parse:MTV://host Failed to parse path."}},
         {"MTV://host?a=1;", {path, "parse:MTV://host?a=1; Failed to parse path."}},
+        {"MTV://host#/p", {path, "parse:MTV://host#/p Failed to parse path."}},
+        {"MTV://a/b?junk", {}},  // not ended, so not looked at
+        {"MTV://a/b?x=1;;",
+         {"parseQuery: Error: invalid string", "parse:MTV://a/b?x=1;; Failed to parse queries."}},
         {"MTV://a/b?x=1;junk;",
          {"parseQuery: Error: invalid string",
           "parse:MTV://a/b?x=1;junk; Failed to parse queries."}},
