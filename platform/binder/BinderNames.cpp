@@ -7,6 +7,7 @@
 #include "binder/BpBinder.h"
 #include "trace/HostLog.h"
 
+#include <optional>
 #include <utility>
 
 using android::BpBinder;
@@ -25,8 +26,11 @@ constexpr char BUS_NAME[] = "org.freedesktop.DBus";
 constexpr char BUS_PATH[] = "/org/freedesktop/DBus";
 constexpr char NAME_PREFIX[] = "org.orvplayer.";
 
-// Messages of one process that wait until the bus has said who it is.
-constexpr size_t MAX_PARKED = 256;
+// Messages of one process that wait until the bus has said who it is: all its one-way calls that
+// may be under way, and a large call besides.
+constexpr size_t MAX_PARKED = 2 * BinderTransport::MAX_UNSETTLED.calls;
+constexpr size_t MAX_PARKED_BYTES =
+    2 * BinderTransport::MAX_UNSETTLED.bytes + ParcelAccess::MAX_BYTES;
 
 // Of RequestName.
 constexpr uint32_t DO_NOT_QUEUE = 4;
@@ -90,11 +94,17 @@ std::shared_ptr<BinderPeer> BinderTransport::senderOf(sd_bus_message* message) {
 }
 
 void BinderTransport::park(sd_bus_message* message, const std::shared_ptr<BinderPeer>& peer) {
-    if (peer->parked.size() >= MAX_PARKED) {
+    const std::optional<size_t> bytes = wire::payloadOf(message);
+    if (!bytes.has_value()) {
+        refuse(message, SD_BUS_ERROR_UNKNOWN_METHOD, "no such call");
+        return;
+    }
+    if (peer->parked.size() >= MAX_PARKED || peer->parkedBytes + *bytes > MAX_PARKED_BYTES) {
         refuse(message, SD_BUS_ERROR_LIMITS_EXCEEDED, "too many calls at once");
         return;
     }
     const bool isFirst = peer->parked.empty();
+    peer->parkedBytes += *bytes;
     peer->parked.push_back(sd_bus_message_ref(message));
     sd_bus_message* question = isFirst ? newBusCall("GetConnectionCredentials") : nullptr;
     if (question == nullptr) {
@@ -119,6 +129,7 @@ void BinderTransport::handleIdentity(sd_bus_message* message, const std::string&
         return;
     }
     peer->isIdentified = true;
+    peer->parkedBytes = 0;
     for (sd_bus_message* parked : std::exchange(peer->parked, {})) {
         IncomingCall call;
         const Step step = handleCall(parked, peer, &call);

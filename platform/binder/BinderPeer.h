@@ -74,6 +74,7 @@ struct BinderPeer {
 
     // On a bus: its messages while the daemon is asked who it is.
     std::vector<sd_bus_message*> parked;
+    size_t parkedBytes = 0;
 };
 
 }  // namespace orvhost

@@ -97,32 +97,28 @@ BinderTransport::Step BinderTransport::takeOne(IncomingCall* call) {
 BinderTransport::Step BinderTransport::handleCall(sd_bus_message* message,
                                                   const std::shared_ptr<BinderPeer>& peer,
                                                   IncomingCall* call) {
-    const auto isCall = [message](const char* member, const char* signature) {
-        return sd_bus_message_is_method_call(message, wire::INTERFACE, member) > 0 &&
-               sd_bus_message_has_signature(message, signature) > 0;
-    };
     call->peer = peer;
     call->pid = peer->pid;
     call->uid = peer->uid;
     call->isTrusted = peer->isTrusted;
-    if (isCall(wire::TRANSACT, wire::TRANSACT_SIGNATURE)) {
+    if (wire::isCall(message, wire::TRANSACT, wire::TRANSACT_SIGNATURE)) {
         return handleTransact(message, call);
     }
-    if (isCall(wire::GET_SERVICE, wire::GET_SERVICE_SIGNATURE)) {
+    if (wire::isCall(message, wire::GET_SERVICE, wire::GET_SERVICE_SIGNATURE)) {
         const char* name = "";
         sd_bus_message_read(message, wire::GET_SERVICE_SIGNATURE, &name);
         call->service = String16(name);
         call->request = sd_bus_message_ref(message);
         return CALL;
     }
-    if (isCall(wire::RELEASE, wire::RELEASE_SIGNATURE)) {
+    if (wire::isCall(message, wire::RELEASE, wire::RELEASE_SIGNATURE)) {
         uint64_t id = 0;
         uint32_t count = 0;
         sd_bus_message_read(message, wire::RELEASE_SIGNATURE, &id, &count);
         mObjects.takeBack(id, *peer, count, &mDropped);
         return MORE;
     }
-    if (isCall(wire::HELLO, wire::HELLO_SIGNATURE)) {
+    if (wire::isCall(message, wire::HELLO, wire::HELLO_SIGNATURE)) {
         uint32_t pid = 0;
         sd_bus_message_read(message, wire::HELLO_SIGNATURE, &pid);
         if (peer->name.empty() && peer->pid == getpid()) {

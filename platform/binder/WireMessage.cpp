@@ -6,6 +6,35 @@
 
 namespace orvhost::wire {
 
+bool isCall(sd_bus_message* message, const char* member, const char* signature) {
+    return sd_bus_message_is_method_call(message, INTERFACE, member) > 0 &&
+           sd_bus_message_has_signature(message, signature) > 0;
+}
+
+std::optional<size_t> payloadOf(sd_bus_message* message) {
+    size_t size = 0;
+    if (isCall(message, TRANSACT, TRANSACT_SIGNATURE)) {
+        const void* bytes = nullptr;
+        const void* offsets = nullptr;
+        size_t offsetBytes = 0;
+        if (sd_bus_message_skip(message, "tuu") < 0 ||
+            sd_bus_message_read_array(message, 'y', &bytes, &size) < 0 ||
+            sd_bus_message_read_array(message, 'u', &offsets, &offsetBytes) < 0) {
+            return std::nullopt;
+        }
+        size += offsetBytes;
+    } else if (isCall(message, GET_SERVICE, GET_SERVICE_SIGNATURE)) {
+        const char* name = "";
+        sd_bus_message_read(message, GET_SERVICE_SIGNATURE, &name);
+        size = strlen(name);
+    } else if (!isCall(message, RELEASE, RELEASE_SIGNATURE) &&
+               !isCall(message, HELLO, HELLO_SIGNATURE)) {
+        return std::nullopt;
+    }
+    sd_bus_message_rewind(message, 1);
+    return size;
+}
+
 bool appendParcel(sd_bus_message* message, const uint8_t* bytes, size_t size,
                   const std::vector<Reference>& references) {
     void* space = nullptr;

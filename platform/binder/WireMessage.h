@@ -5,6 +5,7 @@
 #include <systemd/sd-bus.h>
 
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 namespace orvhost {
@@ -38,6 +39,12 @@ struct Reference {
     uint64_t value;  // id of the binder; ignored for a descriptor
     int fd;
 };
+
+// True for a call of that name and signature.
+bool isCall(sd_bus_message* message, const char* member, const char* signature);
+
+// How many bytes a call of ours carries; nothing when it is none of the above.
+std::optional<size_t> payloadOf(sd_bus_message* message);
 
 // Appends "ayauah". Descriptors are duplicated. False: no memory or no descriptors left, the
 // message is useless.
