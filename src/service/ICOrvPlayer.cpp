@@ -19,6 +19,16 @@ IMPLEMENT_META_INTERFACE_WITHOUT_PROXY(COrvPlayer, "OrvPlayer")
 
 namespace {
 
+constexpr size_t MAX_TEXT_UNITS = 65536;
+
+// In UTF-8. A text out of all proportion counts as none: its queries would take a hundred times the
+// memory.
+String8 readText(const Parcel& data) {
+    size_t length = 0;
+    const char16_t* const text = data.readString16Inplace(&length);
+    return text != nullptr && length <= MAX_TEXT_UNITS ? String8(text, length) : String8();
+}
+
 bool isAssigned(uint32_t code) {
     return code >= ICOrvPlayer::REGISTER_CLIENT && code <= ICOrvPlayer::CANCEL_CAPTURE_FRAME &&
            code != 12 && code != 15 && code != 16;
@@ -59,7 +69,7 @@ bool BnCOrvPlayer::answer(uint32_t code, const Parcel& data, int32_t* result) {
             return true;
         }
         case START_RECORDER:
-            *result = startRecorder(String8(data.readString16()).string());
+            *result = startRecorder(readText(data).string());
             return true;
         case STOP_RECORDER:
             *result = stopRecorder(data.readInt32());
@@ -110,7 +120,7 @@ void BnCOrvPlayer::command(uint32_t code, const Parcel& data) {
             break;
         case OPEN_URI: {
             const int32_t type = data.readInt32();
-            openUri(String8(data.readString16()).string(), type);
+            openUri(readText(data).string(), type);
             break;
         }
         case CLOSE:

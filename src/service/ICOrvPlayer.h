@@ -84,8 +84,8 @@ public:
 };
 
 // The service's side: unpacks requests and calls the operations. A request is read as far as it
-// goes: a number that is not there counts as 0, a text or binder as none. Requests without the
-// interface's token are refused before anything is read.
+// goes: a number that is not there counts as 0, a text or binder as none (a text of over 65,536
+// units as well). Requests without the interface's token are refused before anything is read.
 class BnCOrvPlayer : public android::BnInterface<ICOrvPlayer> {
 public:
     android::status_t onTransact(uint32_t code, const android::Parcel& data, android::Parcel* reply,

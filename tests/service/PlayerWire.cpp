@@ -133,6 +133,11 @@ void PlayerWire::checkBadRequests() {
         EXPECT_EQ(send(ICOrvPlayer::OPEN_URI, TOKEN + text, &reply), android::OK);
         EXPECT_EQ(mService->take(), "openUri<>,5");
     }
+    for (const size_t length : {65536u, 65537u}) {
+        const WireBytes text = WireBytes().int32(5).string(std::u16string(length, u'x'));
+        EXPECT_EQ(send(ICOrvPlayer::OPEN_URI, TOKEN + text, &reply), android::OK);
+        EXPECT_EQ(mService->take().size(), length == 65536 ? 65536u + 11 : 11u);
+    }
     EXPECT_EQ(send(ICOrvPlayer::OPEN_URI, TOKEN + WireBytes().string(u"MTV").int32(5), &reply),
               android::OK);
     EXPECT_EQ(mService->take(), "openUri<>,3");
