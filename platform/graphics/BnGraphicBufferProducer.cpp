@@ -45,8 +45,8 @@ struct BnGraphicBufferProducer::Session {
     uint32_t height = 0;
     PixelFormat format = 0;
     Slot slots[BUFFER_SLOTS];
-    int toldWidth = 0;
-    int toldHeight = 0;
+    int toldWidth = -1;
+    int toldHeight = -1;
 };
 
 struct BnGraphicBufferProducer::Message {

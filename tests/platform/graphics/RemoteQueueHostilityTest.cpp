@@ -170,27 +170,70 @@ TEST_F(HostileApplicationTest, AbsurdAndShortMessagesChangeNothing) {
     EXPECT_EQ(present(1), OK);
 }
 
-// What anybody who got hold of the queue's binder may say to it while a producer is connected.
-TEST_F(QueueFixture, StrangersDoNotDisturbTheQueue) {
-    makeQueue(Place::REMOTE);
-    ASSERT_EQ(present(1), OK);
-    const sp<IBinder> queue = mLoopback->proxyOf(Loopback::APPLICATION, mQueue);
-    std::mt19937 random(1);
-    for (int i = 0; i < 600; ++i) {
+class HostileServiceTest : public QueueFixture {
+protected:
+    void say(uint32_t code, const std::function<void(Parcel&)>& write) {
         Parcel data;
-        if (i % 4 != 0) {
-            data.writeInterfaceToken(IGraphicBufferProducer::descriptor);
-        }
-        data.writeInt64(i);  // no session
-        for (size_t words = random() % 14; words > 0; --words) {
-            data.writeUint32(random() % 2 == 0 ? static_cast<uint32_t>(random()) : random() % 8);
-        }
-        queue->transact(wire::CONNECT + i % 6, data, nullptr, IBinder::FLAG_ONEWAY);
+        data.writeInterfaceToken(IGraphicBufferProducer::descriptor);
+        write(data);
+        const auto queue = mLoopback->proxyOf(Loopback::APPLICATION, mQueue);
+        EXPECT_EQ(queue->transact(code, data, nullptr, IBinder::FLAG_ONEWAY), OK);
         settle();
     }
+
+    // Every call but the last with a session and anything behind it.
+    void babble(int64_t session) {
+        std::mt19937 random(1);
+        for (uint32_t i = 0; i < 1000; ++i) {
+            say(wire::CONNECT + i % 4, [&](Parcel& data) {
+                data.writeInt64(session);
+                for (size_t words = random() % 14; words > 0; --words) {
+                    const uint32_t choice[] = {
+                        static_cast<uint32_t>(random()), PIXEL_FORMAT_YCBCR_420_SP,
+                        static_cast<uint32_t>(random() % 6), static_cast<uint32_t>(random() % 6)};
+                    data.writeUint32(choice[random() % 4]);
+                }
+            });
+        }
+    }
+};
+
+// What anybody who got hold of the queue's binder may say to it while a producer is connected.
+TEST_F(HostileServiceTest, StrangersDoNotDisturbTheQueue) {
+    makeQueue(Place::REMOTE);
+    ASSERT_EQ(present(1), OK);
+    babble(0);
+    say(wire::DISCONNECT, [](Parcel& data) { data.writeInt64(0); });
     EXPECT_EQ(takeAndRelease(), 1);
     EXPECT_EQ(fill(2), IGraphicBufferProducer::BUFFER_SLOTS);
     EXPECT_EQ(mConsumer->counters().queued, 7u);
+}
+
+// A producer that talks nonsense: nothing of it outlives its session.
+TEST_F(HostileServiceTest, NonsenseEndsWithItsSession) {
+    makeQueue(Place::REMOTE);
+    ASSERT_EQ(mSurface->disconnect(NATIVE_WINDOW_API_MEDIA), OK);
+    settle();
+    const sp<BBinder> link = new BBinder;
+    say(wire::CONNECT, [&](Parcel& data) {
+        data.writeInt64(5);
+        data.writeInt32(NATIVE_WINDOW_API_CPU);
+        data.writeStrongBinder(link);
+    });
+    const auto local = interface_cast<IGraphicBufferProducer>(mQueue);
+    EXPECT_EQ(local->connect(NATIVE_WINDOW_API_CPU), BAD_VALUE);
+    babble(5);
+    for (orvhost::AcquiredBuffer picture; mConsumer->acquire(&picture, 0) == OK;) {
+        const android_native_rect_t& crop = picture.input.crop;
+        EXPECT_TRUE(crop.left >= 0 && crop.left <= crop.right && crop.top >= 0 &&
+                    crop.top <= crop.bottom && crop.right < picture.buffer->width &&
+                    crop.bottom < picture.buffer->height);
+        release(picture.slot);
+    }
+    EXPECT_GT(mConsumer->counters().queued, 0u) << "some of it made sense";
+    say(wire::DISCONNECT, [](Parcel& data) { data.writeInt64(5); });
+    ASSERT_EQ(mSurface->connect(NATIVE_WINDOW_API_MEDIA), OK);
+    EXPECT_EQ(fill(1), IGraphicBufferProducer::BUFFER_SLOTS);
 }
 
 }  // namespace
