@@ -11,6 +11,7 @@
 #include "binder/BinderConnection.h"
 #include "binder/ParcelAccess.h"
 #include "binder/WireMessage.h"
+#include "platform/binder/PrivateBus.h"
 #include "platform/binder/TestObject.h"
 #include "support/Await.h"
 
@@ -269,6 +270,45 @@ TEST_F(HostilePeerTest, WhoNeverReadsIsCutOff) {
         }
     }
     EXPECT_TRUE(await([&] { return mDisconnected == 1; }));
+}
+
+// Nothing was given to it: over a bus it has to be identified first.
+TEST(StrangerOnTheBusTest, GetsErrors) {
+    const PrivateBus daemon;
+    ASSERT_NE(daemon.address(), "") << "dbus-daemon is needed";
+    std::string error;
+    const auto kind = BinderConnection::SESSION_BUS;
+    const sp<BinderConnection> service = BinderConnection::toBus(kind, daemon.address(), &error);
+    ASSERT_NE(service, nullptr) << error;
+    ASSERT_TRUE(service->claimName(String16("OrvTest"), &error)) << error;
+    struct {
+        const char* member;
+        const char* signature;
+        std::string error;
+    } const cases[] = {
+        {"Format", "", SD_BUS_ERROR_UNKNOWN_METHOD},
+        {wire::TRANSACT, "tu", SD_BUS_ERROR_UNKNOWN_METHOD},
+        {wire::TRANSACT, "tuuayauah", SD_BUS_ERROR_UNKNOWN_OBJECT},
+    };
+    for (const auto& one : cases) {
+        sd_bus* stranger = nullptr;
+        ASSERT_GE(sd_bus_new(&stranger), 0);
+        ASSERT_GE(sd_bus_set_address(stranger, daemon.address().c_str()), 0);
+        ASSERT_GE(sd_bus_set_bus_client(stranger, 1), 0);
+        ASSERT_GE(sd_bus_start(stranger), 0);
+        sd_bus_message* message = nullptr;
+        ASSERT_GE(sd_bus_message_new_method_call(stranger, &message, "org.orvplayer.OrvTest",
+                                                 wire::PATH, wire::INTERFACE, one.member),
+                  0);
+        sd_bus_message_append(message, one.signature, uint64_t{1}, 1u, 0u, 0, 0, 0);
+        sd_bus_error answer = SD_BUS_ERROR_NULL;
+        sd_bus_call(stranger, message, TIMEOUT_US, &answer, nullptr);
+        EXPECT_EQ(std::string(answer.name != nullptr ? answer.name : ""), one.error) << one.member;
+        sd_bus_error_free(&answer);
+        sd_bus_message_unref(message);
+        sd_bus_close_unref(stranger);
+    }
+    service->disconnect();
 }
 
 TEST(HandshakeTest, FailsWithoutAnotherEnd) {
