@@ -2,6 +2,7 @@
 
 #include "PlayerImpl.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "PictureHalves.h"
@@ -17,6 +18,8 @@ namespace {
 
 // A service that does not close in time is ended all the same.
 constexpr std::chrono::seconds CLOSING{2};
+// A process that starts has more to do than a command.
+constexpr std::chrono::seconds STARTING{10};
 
 Status lost(std::string message) {
     return {Status::LOST, std::move(message)};
@@ -28,8 +31,8 @@ Player::Impl::Impl(const Options& options, Callbacks callbacks, StartSession sta
     : mOptions(options),
       mCallbacks(std::make_shared<const Callbacks>(std::move(callbacks))),
       mStartSession(std::move(start)),
-      mQueue(options.executor),
-      mTuner([this](std::string* error) { return session(error); }, options.commandTimeout) {}
+      mTuner([this](std::string* error) { return session(error); }, options.commandTimeout),
+      mQueue(options.executor) {}
 
 Player::Impl::~Impl() {
     {
@@ -81,7 +84,7 @@ std::shared_ptr<Session> Player::Impl::session(std::string* error) {
         }
         session->end();
     }
-    const CallTimeout bound(mOptions.commandTimeout);
+    const CallTimeout bound(std::max<std::chrono::milliseconds>(mOptions.commandTimeout, STARTING));
     session = mStartSession(error);
     return session != nullptr && begin(session, error) ? session : nullptr;
 }

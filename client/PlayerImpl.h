@@ -95,7 +95,6 @@ private:
     const Options mOptions;
     const std::shared_ptr<const Callbacks> mCallbacks;
     const StartSession mStartSession;
-    CallbackQueue mQueue;
     ClientTuner mTuner;
 
     std::mutex mCommandLock;
@@ -104,6 +103,8 @@ private:
     std::shared_ptr<Session> mSession;
     Settings mSettings;
     bool mEnding = false;
+
+    CallbackQueue mQueue;  // last: its callbacks may use all of the above until they have run
 };
 
 }  // namespace orvclient

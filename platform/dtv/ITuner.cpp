@@ -17,6 +17,8 @@ TuneResult failure(status_t status) {
     switch (status) {
         case android::DEAD_OBJECT:
             return {TuneStatus::ServiceLost, "the player service is gone; start it again"};
+        case android::TIMED_OUT:
+            return {TuneStatus::ServiceLost, "the player service does not answer"};
         case android::PERMISSION_DENIED:
             return {TuneStatus::ServiceLost,
                     "the player service refuses this user; run it as the same one"};
