@@ -65,13 +65,24 @@ nlohmann::json ProgramResult::summary() const {
 Program::Program(const std::vector<std::string>& arguments, int stdinFd,
                  const std::vector<std::string>& environment)
     : mBegin(nowSeconds()) {
+    start({ORV_PLAY}, arguments, stdinFd, environment);
+}
+
+Program::Program(const Other& program, const std::vector<std::string>& arguments,
+                 const std::vector<std::string>& environment)
+    : mBegin(nowSeconds()) {
+    start(program, arguments, -1, environment);
+}
+
+void Program::start(const Other& program, const std::vector<std::string>& arguments, int stdinFd,
+                    const std::vector<std::string>& environment) {
     int out[2] = {-1, -1};
     int err[2] = {-1, -1};
     if (pipe2(out, O_CLOEXEC) != 0 || pipe2(err, O_CLOEXEC) != 0) {
         ADD_FAILURE() << "no pipes";
         return;
     }
-    std::vector<std::string> argv = {ORV_PLAY};
+    std::vector<std::string> argv = {program.path};
     argv.insert(argv.end(), arguments.begin(), arguments.end());
     std::vector<std::string> envp = environment;
     for (char** variable = environ; *variable != nullptr; ++variable) {
@@ -86,9 +97,13 @@ Program::Program(const std::vector<std::string>& arguments, int stdinFd,
     }
     posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
     posix_spawn_file_actions_adddup2(&actions, err[1], STDERR_FILENO);
-    if (posix_spawn(&mPid, ORV_PLAY, &actions, nullptr, pointersTo(argv).data(),
+    if (program.handedFd >= 0) {
+        // Onto itself: the new process keeps it, others that start meanwhile do not.
+        posix_spawn_file_actions_adddup2(&actions, program.handedFd, program.handedFd);
+    }
+    if (posix_spawn(&mPid, program.path.c_str(), &actions, nullptr, pointersTo(argv).data(),
                     pointersTo(envp).data()) != 0) {
-        ADD_FAILURE() << "cannot run " << ORV_PLAY;
+        ADD_FAILURE() << "cannot run " << program.path;
         mPid = -1;
     }
     posix_spawn_file_actions_destroy(&actions);

@@ -36,6 +36,13 @@ class Program {
 public:
     explicit Program(const std::vector<std::string>& arguments, int stdinFd = -1,
                      const std::vector<std::string>& environment = {});
+    // Another program by its path. `handedFd`, if any, is its descriptor of the same number.
+    struct Other {
+        std::string path;
+        int handedFd = -1;
+    };
+    Program(const Other& program, const std::vector<std::string>& arguments,
+            const std::vector<std::string>& environment = {});
     ~Program();
     Program(const Program&) = delete;  // owns a process
     Program& operator=(const Program&) = delete;
@@ -45,12 +52,17 @@ public:
     // Whether `text` comes on standard error; what was found there before does not count again.
     bool waitForError(const std::string& text, double seconds);
     void signal(int number);
+    pid_t pid() const { return mPid; }
+    // What was read so far.
+    const std::string& output() const { return mResult.out; }
     // As a reader that has seen enough.
     void closeOutput();
     // Waits for the end, so many seconds at most; then the program is killed.
     ProgramResult finish(double seconds);
 
 private:
+    void start(const Other& program, const std::vector<std::string>& arguments, int stdinFd,
+               const std::vector<std::string>& environment);
     bool readMore(double seconds);
     bool waitFor(const std::string& text, const std::string& where, size_t* from, double seconds);
     void reap(bool kill);
