@@ -1,5 +1,5 @@
 # Where things go when they are installed. Programs find the libraries relative to themselves, so a
-# staged or moved tree works; the packaged platform utilities stand in a private folder.
+# staged or moved tree works; the folder of the packaged platform utilities comes with their target.
 include(GNUInstallDirs)
 file(RELATIVE_PATH orv_bin_to_lib ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
 
@@ -12,7 +12,7 @@ function(orv_install)
         if(type STREQUAL EXECUTABLE)
             set(path "$ORIGIN/${orv_bin_to_lib}")
         endif()
-        set_target_properties(${target} PROPERTIES INSTALL_RPATH "${path};${ORV_ANDROID_LIBDIR}")
+        set_target_properties(${target} PROPERTIES INSTALL_RPATH "${path}")
     endforeach()
     install(TARGETS ${ARG_TARGETS})
 endfunction()

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <orv/IMonitor.h>
+
+#include "SoundCounter.h"
+
+namespace orvplayerd {
+
+// "OrvMonitor": what this process counts, and the state of the player as text. Any thread.
+class MonitorService : public orvhost::BnMonitor {
+public:
+    explicit MonitorService(SoundCounter& sound) : mSound(sound) {}
+
+    android::status_t figures(orvhost::PlaybackFigures* figures) override;
+
+    // For this process's user, root and whoever holds "android.permission.DUMP"; others get
+    // PERMISSION_DENIED. A reader that does not take the text within a second gets the beginning of
+    // it, and TIMED_OUT.
+    android::status_t dump(int fd, const android::Vector<android::String16>& args) override;
+
+private:
+    SoundCounter& mSound;
+};
+
+// The state of the player as text, written to a descriptor of any kind; false after a second
+// without a reader. No lock of the player is held while writing.
+bool writePlayerState(int fd);
+
+}  // namespace orvplayerd
