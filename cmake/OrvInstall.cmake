@@ -1,6 +1,7 @@
 # Where things go when they are installed. Programs find the libraries relative to themselves, so a
 # staged or moved tree works; the folder of the packaged platform utilities comes with their target.
 include(GNUInstallDirs)
+set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME player)
 file(RELATIVE_PATH orv_bin_to_lib ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
 
 # orv_install(TARGETS target ...): programs and libraries.
