@@ -116,6 +116,7 @@ status_t Loopback::send(const Proxy& proxy, uint32_t code, const Parcel& data) {
     if (mLanes[to].calls.size() >= mLanes[to].room) {
         return FAILED_TRANSACTION;
     }
+    ++mLanes[to].received;
     mLanes[to].calls.push_back(
         [target = proxy.mObject, code, twin] { target->transact(code, *twin, nullptr); });
     mChanged.notify_all();
@@ -169,6 +170,11 @@ void Loopback::setRoom(Side side, size_t calls) {
 size_t Loopback::waiting(Side side) {
     std::lock_guard<std::mutex> lock(mLock);
     return mLanes[side].calls.size();
+}
+
+size_t Loopback::received(Side side) {
+    std::lock_guard<std::mutex> lock(mLock);
+    return mLanes[side].received;
 }
 
 void Loopback::settle() {

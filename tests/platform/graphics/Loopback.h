@@ -33,6 +33,8 @@ public:
     // How many calls may wait for a side before more are refused.
     void setRoom(Side side, size_t calls);
     size_t waiting(Side side);
+    // Calls that were sent to it and taken.
+    size_t received(Side side);
     // Until no call waits or runs on a side that is not stopped.
     void settle();
     // The connection is gone: calls fail, each side's death recipients are told, no object is held
@@ -46,6 +48,7 @@ private:
         bool isStopped = false;
         bool isBusy = false;
         size_t room = 1000;
+        size_t received = 0;
         std::thread thread;
     };
 

@@ -32,6 +32,23 @@ protected:
     }
 };
 
+TEST_F(RemoteQueueTest, PictureCostsOneMessageEachWay) {
+    const auto show = [&](int64_t first, int64_t last) {
+        for (int64_t number = first; number <= last; ++number) {
+            ASSERT_EQ(present(number), OK);
+            EXPECT_EQ(takeAndRelease(), number);
+        }
+    };
+    show(1, 10);  // all memory is known to both
+    const size_t toQueue = mLoopback->received(Loopback::APPLICATION);
+    const size_t toProducer = mLoopback->received(Loopback::SERVICE);
+    const Holdings before = Holdings::now();
+    show(11, 60);
+    EXPECT_EQ(mLoopback->received(Loopback::APPLICATION), toQueue + 50);
+    EXPECT_EQ(mLoopback->received(Loopback::SERVICE), toProducer + 50);
+    EXPECT_EQ(Holdings::now(), before);
+}
+
 // A process that is stopped costs pictures, a bounded time for each, and neither memory nor
 // messages; then it shows what it was given before, and all goes on.
 TEST_F(RemoteQueueTest, StoppedApplicationCostsPicturesOnly) {
