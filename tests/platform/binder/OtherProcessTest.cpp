@@ -121,6 +121,9 @@ TEST_P(OtherProcessTest, DeathEndsCallsAndIsToldOnce) {
     if (GetParam() == SOCKET) {
         EXPECT_TRUE(await([&] { return mDisconnected == 1; }));
         EXPECT_FALSE(mLink->isConnected());
+        std::atomic<int> late{0};
+        mLink->setDisconnectedCallback([&late] { ++late; });
+        EXPECT_TRUE(await([&late] { return late == 1; }));
     }
     mLink->disconnect();
     EXPECT_EQ(twice->deaths, 1);
