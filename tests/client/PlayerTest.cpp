@@ -151,10 +151,14 @@ TEST_F(PlayerTest, TheEndOfTheServiceIsToldOnce) {
     create();
     mPlayer->open({});
     toldAll();
-    std::thread leaving;
-    service().script(2, [this, &leaving](const Parcel&, Parcel*) {
+    std::promise<void> asked;
+    std::thread leaving([&] {
+        asked.get_future().wait();
+        mService->service->disconnect();
+    });
+    service().script(2, [&](const Parcel&, Parcel*) {
         service().tellNumber(10, 50);
-        leaving = std::thread([this] { mService->service->disconnect(); });
+        asked.set_value();
     });
     EXPECT_EQ(mPlayer->start().code, Status::LOST);
     leaving.join();
