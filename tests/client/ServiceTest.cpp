@@ -230,10 +230,25 @@ TEST_F(ServiceTest, AKilledServiceIsToldOnceAndReplaced) {
     EXPECT_EQ(lost().size(), 1U);
 }
 
+// A signal takes its time to reach each thread.
+bool isStopped(pid_t process) {
+    for (const auto& task :
+         std::filesystem::directory_iterator("/proc/" + std::to_string(process) + "/task")) {
+        std::ifstream file(task.path() / "stat");
+        std::string stat;
+        std::getline(file, stat);
+        if (stat.find(") T ") == std::string::npos) {
+            return false;
+        }
+    }
+    return true;
+}
+
 TEST_F(ServiceTest, AStoppedServiceCostsNoMoreThanTheTimeout) {
     mOptions.commandTimeout = seconds(1);
     create();
     kill(mPlayer->servicePid(), SIGSTOP);
+    ASSERT_TRUE(await([this] { return isStopped(mPlayer->servicePid()); }));
     EXPECT_EQ(mPlayer->setAudioEnabled(false).code, Status::TIMEOUT);
     EXPECT_FALSE(mPlayer->tuner().tune(ORV_SAMPLES_DIR "/small.ts", {.timeoutMs = 0}).ok());
     kill(mPlayer->servicePid(), SIGCONT);
