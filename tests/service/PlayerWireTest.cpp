@@ -146,12 +146,12 @@ INSTANTIATE_TEST_SUITE_P(Ways, ApplicationDeathTest, testing::Values(SOCKET, BUS
 // A still without memory is lost, and nothing else.
 TEST(StillMemoryTest, FailuresLeaveNothingOpen) {
     const sp<orvtest::ClientBinder> client = new orvtest::ClientBinder;
-    OrvPlayer::BpCOrvPlayerClient proxy(client);
+    const sp<OrvPlayer::ICOrvPlayerClient> proxy = new OrvPlayer::BpCOrvPlayerClient(client);
     std::vector<uint8_t> pixels(64 * 64 * 4);
     const size_t before = orvtest::ProcessUsage::now().descriptors;
     for (const Regions regions : {NONE, UNUSABLE}) {
         gRegions = regions;
-        proxy.onCaptureFrame(pixels.data(), 64, 64, false);
+        proxy->onCaptureFrame(pixels.data(), 64, 64, false);
     }
     gRegions = GOOD;
     EXPECT_EQ(client->take(), "");
