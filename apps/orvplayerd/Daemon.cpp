@@ -127,8 +127,7 @@ bool Daemon::claimNames() {
 
 void Daemon::announce() const {
     if (isPeer()) {
-        say("ready for process " + std::to_string(mConnection->peerPid()));
-        return;
+        return;  // standard error is the application's
     }
     say(std::string("ready on the ") + (mOptions.system               ? "system bus"
                                         : mOptions.busAddress.empty() ? "session bus"
