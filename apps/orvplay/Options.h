@@ -16,7 +16,14 @@ struct StreamOptions {
     std::optional<uint16_t> pcrPid;
 };
 
-struct PlayOptions : StreamOptions {
+// Which player service plays.
+struct ServiceOptions {
+    std::string connect;   // "session" or "system": the bus of a running one; empty: our own
+    bool restart = false;  // our own: another one in the place of one that ended by itself
+    bool silent = false;   // our own: no sound output is opened
+};
+
+struct PlayOptions : StreamOptions, ServiceOptions {
     bool headless = false;
     bool json = false;
     bool audio = true;
@@ -26,7 +33,7 @@ struct PlayOptions : StreamOptions {
     std::string snapshot;     // PNG of the screen at the end; empty: none
 };
 
-struct SnapshotOptions : StreamOptions {
+struct SnapshotOptions : StreamOptions, ServiceOptions {
     int count = 1;
     int everyMs = 1000;
     std::string out;  // file, folder or "-"; empty: dated names in this folder

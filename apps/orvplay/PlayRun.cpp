@@ -1,5 +1,7 @@
 #include "PlayRun.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
@@ -10,9 +12,12 @@
 
 #include "Interrupt.h"
 #include "MonotonicTime.h"
-#include "StillWriter.h"
+#include "ServiceChoice.h"
+#include "TuneFailure.h"
 #include "WindowLoader.h"
-#include "dtv/Tuner.h"
+#include "client/PictureHalves.h"
+
+using orvclient::Status;
 
 namespace orvplay {
 
@@ -21,34 +26,31 @@ namespace {
 constexpr int64_t LOOK_NS = 100'000'000;
 constexpr int64_t FIRST_LOOK_NS = 20'000'000;  // until the first picture, which is told at once
 constexpr double LONGEST_S = 1e9;
-constexpr std::chrono::seconds STILL_WAIT{2};
+constexpr std::chrono::seconds ANSWER_TOLD{2};  // it came already
 constexpr int64_t RESTART_NS = 10'000'000'000;
 // Outputs that open at all open sooner, even where sound was announced with the wrong framing.
 constexpr int64_t HINT_NS = 6'000'000'000;
-constexpr unsigned int SCRAMBLED = 0x21003;
-
-nlohmann::ordered_json result(int code) {
-    return {{"result", code}};
-}
+constexpr int SCRAMBLED = 0x21003;
 
 }  // namespace
 
-PlayRun::PlayRun(const PlayOptions& options, const StreamSelection& selection)
-    : mOptions(options),
-      mSelection(selection),
-      mEvents(options.json),
-      mCaptionsShown(selection.captionPid != 0) {}
+PlayRun::PlayRun(const PlayOptions& options)
+    : mOptions(options), mEvents(options.json), mStill(options.snapshot) {}
 
 int PlayRun::run() {
+    mSession = std::make_unique<PlayerSession>(mOptions, callbacks());
+    std::string error;
+    if (!mSession->connect(&error)) {
+        return fail(EXIT_SERVICE, error);
+    }
+    if (const int code = tune(); code != EXIT_OK) {
+        return code;
+    }
     if (!openCaptionFile() || !openOutputs()) {
         return EXIT_FAILED;  // what failed said why
     }
-    if (const int status = open(); status != 0) {
-        return fail(EXIT_PLAYBACK, "the player cannot set up these streams (code " +
-                                       std::to_string(status) + "); ORV_TRACE=info shows why");
-    }
-    if (const int status = start(); status != 0) {
-        return fail(EXIT_PLAYBACK, "the player cannot start (code " + std::to_string(status) + ")");
+    if (const int code = play(); code != EXIT_OK) {
+        return code;
     }
     if (mSelection.videoPid == 0 || mSelection.audioPid == 0) {
         hint(missingStream());
@@ -57,9 +59,42 @@ int PlayRun::run() {
     return finish();
 }
 
+orvclient::Callbacks PlayRun::callbacks() {
+    orvclient::Callbacks callbacks;
+    mService.subscribe(&callbacks);
+    mStill.subscribe(&callbacks);
+    callbacks.onOpened = [this](int result) {
+        mEvents.write("openUriComplete", {{"result", result}});
+        mAnswers.release();
+    };
+    callbacks.onStarted = [this](int result) {
+        mEvents.write("startComplete", {{"result", result}});
+        mAnswers.release();
+    };
+    callbacks.onError = [this](int code) {
+        mEvents.write("onError", {{"code", code}});
+        mError = code;
+    };
+    callbacks.onAudioSession = [this](int id) { mEvents.write("onAudioSessionId", {{"id", id}}); };
+    callbacks.onCaption = [this](const std::string& utf8, int64_t pcr90k) {
+        onCaption(utf8, pcr90k);
+    };
+    return callbacks;
+}
+
+orvhost::TuneOptions PlayRun::tuning() const {
+    orvhost::TuneOptions tuning;
+    tuning.keepGaps = mOptions.keepGaps;
+    return tuning;
+}
+
+int PlayRun::tune() {
+    const int code = tuneTo(mSession->tuner(), mOptions, tuning(), &mSelection);
+    mCaptionsShown = mSelection.captionPid != 0;
+    return code;
+}
+
 bool PlayRun::openOutputs() {
-    android::sp<android::IGraphicBufferProducer> producer;
-    orvhost::BufferQueue::create(&producer, &mConsumer);
     std::unique_ptr<Display> display;
     if (!mOptions.headless) {
         const std::string name =
@@ -71,51 +106,43 @@ bool PlayRun::openOutputs() {
             return false;
         }
     }
-    mPictures = std::make_unique<PictureOutput>(mConsumer, std::move(display), mSync);
-    if (!mPictures->start()) {
-        return false;
-    }
-    PlayerSession::Events events;
-    events.onError = [this](unsigned int code, const std::string& module) {
-        mEvents.write("onError", {{"code", code}, {"module", module}});
-        mError = code;
-    };
-    events.onAudioSessionId = [this](int id) { mEvents.write("onAudioSessionId", {{"id", id}}); };
-    events.onAudioReady = [this](long earlyMs) { mSound.onAudioReady(earlyMs); };
-    events.onCaption = [this](const std::string& utf8, int64_t pcr90k) { onCaption(utf8, pcr90k); };
-    events.onServiceEvent = [this](auto... event) { mService.onEvent(event...); };
-    if (!mOptions.snapshot.empty()) {
-        mStills = std::make_unique<StillTray>(mConsumer, 1);
-        events.onStill = [this](const unsigned char* pixels, unsigned int width,
-                                unsigned int height) { mStills->put(pixels, width, height); };
-    }
-    mSession = std::make_unique<PlayerSession>(producer, std::move(events));
-    return true;
+    mPictures =
+        std::make_unique<PictureOutput>(mQueue.halves().consumer(), std::move(display), mSync);
+    return mPictures->start();
 }
 
-int PlayRun::open() {
-    const int status = buildPlayer();
-    if (status == 0) {
-        mService.onEvent(ServiceState::Event::BUFFERING_BEGIN_EVENT, 0, 0);
+int PlayRun::play() {
+    if (const Status status = open(); !status.ok()) {
+        return failed(status, "the player cannot set up these streams",
+                      "; ORV_TRACE=info shows why");
     }
-    mEvents.write("openUriComplete", result(status));
-    return status;
-}
-
-int PlayRun::buildPlayer() {
-    const int status = mSession->open(mSelection.configuration());
-    if (status == 0 && !mOptions.audio) {
-        mSession->setAudioEnabled(false);
-    }
-    return status;
-}
-
-int PlayRun::start() {
     mEvents.begin();
     mSummary.begin();
-    const int status = mSession->start();
-    mEvents.write("startComplete", result(status));
+    if (const Status status = start(); !status.ok()) {
+        return failed(status, "the player cannot start");
+    }
+    return EXIT_OK;
+}
+
+Status PlayRun::open() {
+    mIsOpen = true;
+    const Status status = mSession->open(mSelection, &mQueue, mOptions.audio);
+    awaitAnswer(status);
     return status;
+}
+
+Status PlayRun::start() {
+    const Status status = mSession->start();
+    awaitAnswer(status);
+    return status;
+}
+
+// What the player answered is told as an event, in its place among the others, before anything is
+// made of it.
+void PlayRun::awaitAnswer(const Status& status) {
+    if (status.code >= 0) {
+        mAnswers.try_acquire_for(ANSWER_TOLD);
+    }
 }
 
 void PlayRun::watch() {
@@ -133,6 +160,7 @@ int64_t PlayRun::untilNextLookNs() const {
 }
 
 PlayRun::Outcome PlayRun::look() {
+    askService(false);
     const PictureOutput::Figures figures = mPictures->figures();
     reportFirstPicture(figures);
     updateStatus(figures);
@@ -141,7 +169,7 @@ PlayRun::Outcome PlayRun::look() {
     }
     if (Interrupt::takeDumpRequest()) {
         mStatus.clear();
-        mSession->dump(stderr);
+        mSession->player().dump(STDERR_FILENO);
     }
     if (Interrupt::requested()) {
         return Outcome::INTERRUPTED;
@@ -149,9 +177,21 @@ PlayRun::Outcome PlayRun::look() {
     if (mPictures->quitRequested() || mEvents.writeError() != 0) {
         return Outcome::FINISHED;
     }
-    const int64_t now = monotonicNs();
-    if (mEndNs != 0 && now >= mEndNs) {
+    if (mEndNs != 0 && monotonicNs() >= mEndNs) {
         return Outcome::FINISHED;
+    }
+    return lookAtService();
+}
+
+void PlayRun::askService(bool urgent) {
+    if (mSession->look(urgent)) {
+        mSound.onFigures(mSession->figures());
+    }
+}
+
+PlayRun::Outcome PlayRun::lookAtService() {
+    if (mSession->isLost()) {
+        return replaceService();
     }
     if (const Outcome outcome = lookAtErrors(); outcome != Outcome::GO_ON) {
         return outcome;
@@ -159,19 +199,40 @@ PlayRun::Outcome PlayRun::look() {
     if (const Outcome outcome = lookAtKeys(); outcome != Outcome::GO_ON) {
         return outcome;
     }
-    if (mSourceEnd.drained(now, mSession->lastFrameTimedNs())) {
+    if (mSourceEnd.drained(monotonicNs(), mSession->sourceEnded(),
+                           mSession->figures().lastFrameTimedNs)) {
         mEvents.write("onEndOfContent");
         return Outcome::FINISHED;
     }
-    // With the last picture the chance of a still has gone: from here on one replaces another.
-    if (mStills != nullptr && mSourceEnd.seen()) {
-        mSession->requestStills(1, 0);
+    if (mSourceEnd.seen()) {
+        mStill.keepLatest(mSession->player());
     }
     return Outcome::GO_ON;
 }
 
+// Where that was asked for, another service goes on: at the beginning of a file, or where a pipe
+// is.
+PlayRun::Outcome PlayRun::replaceService() {
+    const uint64_t frames = mSession->figures().framesTimed;
+    const std::string message = mSession->lostMessage();
+    if (mFramesAtReplacement == frames || !mSession->replaceLost()) {
+        return giveUp(fail(EXIT_SERVICE, message));
+    }
+    mFramesAtReplacement = frames;
+    say("the player service ended by itself; another one goes on");
+    const orvhost::TuneResult tuned = mSession->tuner().tune(mOptions.source, tuning());
+    if (!tuned.ok()) {
+        return giveUp(fail(exitCodeOf(tuned.status), tuned.message));
+    }
+    Status status = open();
+    if (status.ok()) {
+        status = start();
+    }
+    return outcomeOf(status, "the player cannot go on");
+}
+
 bool PlayRun::outputsOpened(const PictureOutput::Figures& figures) const {
-    return figures.frames > 0 || mSound.heard();
+    return figures.frames > 0 || mSession->figures().heard;
 }
 
 // What keeps the outputs shut: the player opens them once picture and sound have both come.
@@ -182,7 +243,7 @@ std::string PlayRun::missingStream() const {
     if (mSelection.videoPid == 0) {
         return "the service has no picture";
     }
-    if (mSession->framesTimed() == 0) {
+    if (mSession->figures().framesTimed == 0) {
         return "no picture can be decoded from PID " + std::to_string(mSelection.videoPid);
     }
     return "no sound can be decoded from PID " + std::to_string(mSelection.audioPid);
@@ -201,29 +262,22 @@ void PlayRun::say(const std::string& message) {
 // A scrambled picture stops the player's video. Bit errors look the same: after a stretch of good
 // pictures it is started again.
 PlayRun::Outcome PlayRun::lookAtErrors() {
-    const unsigned int code = mError.exchange(0);
+    const int code = mError.exchange(0);
     if (code != SCRAMBLED) {
         return Outcome::GO_ON;
     }
+    askService(true);
     const int64_t now = monotonicNs();
-    const uint64_t frames = mSession->framesTimed();
+    const uint64_t frames = mSession->figures().framesTimed;
     if (frames == mFramesAtRestart || (mLastRestartNs != 0 && now - mLastRestartNs < RESTART_NS)) {
-        mStatus.clear();
-        fprintf(stderr,
-                "orvplay: the service is scrambled; choose a clear one (orvplay probe %s)\n",
-                mOptions.source.c_str());
-        mFailure = EXIT_PLAYBACK;
-        return Outcome::FAILED;
+        return giveUp(
+            fail(EXIT_PLAYBACK, "the service is scrambled; choose a clear one (orvplay probe " +
+                                    mOptions.source + ")"));
     }
     mLastRestartNs = now;
     mFramesAtRestart = frames;
-    mSession->stop();
-    if (const int status = mSession->start(); status != 0) {
-        mFailure = EXIT_PLAYBACK;
-        fprintf(stderr, "orvplay: the player cannot start again (code %d)\n", status);
-        return Outcome::FAILED;
-    }
-    return Outcome::GO_ON;
+    mSession->player().stop();
+    return outcomeOf(start(), "the player cannot start again");
 }
 
 PlayRun::Outcome PlayRun::lookAtKeys() {
@@ -240,7 +294,7 @@ PlayRun::Outcome PlayRun::lookAtKeys() {
 void PlayRun::changeCaptions() {
     const Track* next = mSelection.nextCaptions(mCaptionsShown);
     if (next != nullptr && next->pid != mSelection.captionPid) {
-        if (mSession->setCaptionPid(next->pid) != 0) {
+        if (!mSession->player().setCaptionPid(next->pid).ok()) {
             say("the captions cannot be changed to " + describe(*next));
             return;
         }
@@ -262,24 +316,22 @@ PlayRun::Outcome PlayRun::changeSound() {
         return Outcome::GO_ON;
     }
     const bool sameCoding = mSelection.audioPid != 0 && next->kind == mSelection.audioKind;
-    if (sameCoding && mSession->setAudioPid(next->pid) == 0) {
-        mSelection.audioPid = next->pid;
+    const Track track = *next;
+    if (sameCoding && mSession->player().setAudioPid(track.pid).ok()) {
+        mSelection.audioPid = track.pid;
     } else {
-        mSession->stop();
-        mSelection.audioPid = next->pid;
-        mSelection.audioKind = next->kind;
-        int status = buildPlayer();
-        if (status == 0) {
-            status = mSession->start();
+        mSession->player().stop();
+        mSelection.audioPid = track.pid;
+        mSelection.audioKind = track.kind;
+        Status status = open();
+        if (status.ok()) {
+            status = start();
         }
-        if (status != 0) {
-            mFailure = EXIT_PLAYBACK;
-            say("the player cannot change to the sound, " + describe(*next) + " (code " +
-                std::to_string(status) + ")");
-            return Outcome::FAILED;
+        if (!status.ok()) {
+            return outcomeOf(status, "the player cannot change to the sound, " + describe(track));
         }
     }
-    say("sound: " + describe(*next));
+    say("sound: " + describe(track));
     return Outcome::GO_ON;
 }
 
@@ -291,10 +343,11 @@ void PlayRun::reportFirstPicture(const PictureOutput::Figures& figures) {
     if (mOptions.durationS > 0.0) {
         mEndNs = figures.firstFrameNs + std::llround(std::min(mOptions.durationS, LONGEST_S) * 1e9);
     }
-    mSummary.outputsOpened();
+    askService(true);
+    mSummary.outputsOpened(mSession->figures());
     if (mCaptionFile != nullptr) {
         const int64_t sinceNs = monotonicNs() - figures.firstFrameNs;
-        mCaptionFile->setOrigin(mSession->streamTime90k() - sinceNs * 9 / 100'000);
+        mCaptionFile->setOrigin(mSession->player().streamTime90k() - sinceNs * 9 / 100'000);
     }
 }
 
@@ -315,24 +368,26 @@ void PlayRun::updateStatus(const PictureOutput::Figures& figures) {
 }
 
 int PlayRun::finish() {
-    mSummary.end();
-    Still still;
-    const bool hasStill = mStills != nullptr && takeStill(&still);
-    if (const int status = mSession->stop(); status != 0 && mFailure == EXIT_OK) {
-        fprintf(stderr, "orvplay: the player did not stop cleanly (code %d)\n", status);
-        mFailure = EXIT_PLAYBACK;
+    askService(true);
+    mSummary.end(mSession->figures());
+    const bool canAsk = mPictures->figures().frames > 0 && mOutcome != Outcome::FAILED;
+    mStill.take(canAsk ? &mSession->player() : nullptr);
+    if (!mSession->isLost()) {
+        const Status status = mSession->player().stop();
+        if (!status.ok() && mOutcome != Outcome::FAILED) {
+            mFailure = failed(status, "the player did not stop cleanly");
+        }
     }
+    const bool nothingCame = mSourceEnd.seen() && !outputsOpened(mPictures->figures());
     const std::string missing = missingStream();
     mSession = nullptr;  // no event comes after this: the summary is the last line
     mPictures->stop();
     const PictureOutput::Figures figures = mPictures->figures();
     bool filesSaved = finishCaptionFile();
-    if (mStills != nullptr) {
-        filesSaved = saveStill(hasStill ? &still : nullptr) && filesSaved;
-    }
-    mEvents.writeLine(mSummary.toJson(figures, mSound, mSync));
+    filesSaved = mStill.save({mSelection.serviceName, mSelection.serviceId}, mEvents) && filesSaved;
+    mEvents.writeLine(mSummary.toJson(figures, mSync));
     if (!mEvents.enabled()) {
-        fputs(mSummary.toText(figures, mSound, mSync).c_str(), stdout);
+        fputs(mSummary.toText(figures, mSync).c_str(), stdout);
     }
     if (mOutcome == Outcome::FAILED) {
         return mFailure;
@@ -340,7 +395,7 @@ int PlayRun::finish() {
     if (mOutcome == Outcome::INTERRUPTED) {
         return EXIT_INTERRUPTED;
     }
-    if (mSourceEnd.seen() && !outputsOpened(figures)) {
+    if (nothingCame) {
         return fail(EXIT_NO_DATA, mOptions.source + ": ended before playback began: " + missing +
                                       "; see: orvplay probe " + mOptions.source);
     }
@@ -363,8 +418,11 @@ bool PlayRun::openCaptionFile() {
     return error == 0;
 }
 
-// On the thread of the player's caption renderer, when the caption is due.
+// When the caption is due.
 void PlayRun::onCaption(const std::string& utf8, int64_t pcr90k) {
+    if (!mIsOpen) {
+        return;
+    }
     mSummary.countCaption();
     mEvents.write("closedCaptionText", {{"text", utf8}, {"pcr", pcr90k}});
     mPictures->showCaption(utf8);
@@ -385,39 +443,31 @@ bool PlayRun::finishCaptionFile() {
     return error == 0;
 }
 
-// What is on the screen now; where no picture comes any more, what was there last.
-bool PlayRun::takeStill(Still* still) {
-    if (mStills->take(still, std::chrono::seconds(0))) {
-        return true;
-    }
-    if (mPictures->figures().frames == 0 || mOutcome == Outcome::FAILED) {
-        return false;
-    }
-    mSession->requestStills(1, 0);
-    return mStills->take(still, STILL_WAIT);
-}
-
-bool PlayRun::saveStill(const Still* still) {
-    std::string error = "there was no picture";
-    std::string path;
-    if (still != nullptr) {
-        path = writeStill(*still, {mSelection.serviceName, mSelection.serviceId}, mOptions.snapshot,
-                          &error);
-    }
-    if (path.empty()) {
-        fprintf(stderr, "orvplay: no still in %s: %s\n", mOptions.snapshot.c_str(), error.c_str());
-        return false;
-    }
-    mEvents.write("snapshot", {{"path", path}});
-    if (!mEvents.enabled()) {
-        printf("Still:    %s\n", path.c_str());
-    }
-    return true;
-}
-
 int PlayRun::fail(ExitCode code, const std::string& message) {
     say(message);
     return code;
+}
+
+// A command failed: the player refused it, or the service ended or does not answer.
+int PlayRun::failed(const Status& status, const std::string& what, const char* advice) {
+    if (status.code == Status::LOST) {
+        return fail(EXIT_SERVICE, mSession->lostMessage(status.message));
+    }
+    if (status.code == Status::TIMEOUT) {
+        return fail(EXIT_SERVICE, status.message);
+    }
+    return fail(EXIT_PLAYBACK, what + " (code " + std::to_string(status.code) + ")" + advice);
+}
+
+// The same while playing. That the service ended is for the next look.
+PlayRun::Outcome PlayRun::outcomeOf(const Status& status, const std::string& what) {
+    return status.ok() || status.code == Status::LOST ? Outcome::GO_ON
+                                                      : giveUp(failed(status, what));
+}
+
+PlayRun::Outcome PlayRun::giveUp(int code) {
+    mFailure = code;
+    return Outcome::FAILED;
 }
 
 }  // namespace orvplay

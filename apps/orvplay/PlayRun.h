@@ -1,10 +1,16 @@
 #pragma once
 
+#include <orvclient/PictureQueue.h>
+#include <orvclient/Player.h>
+
 #include <atomic>
 #include <memory>
+#include <optional>
+#include <semaphore>
 #include <string>
 
 #include "CaptionFile.h"
+#include "EndStill.h"
 #include "EventLog.h"
 #include "ExitCode.h"
 #include "Options.h"
@@ -15,35 +21,42 @@
 #include "SoundMeter.h"
 #include "SourceEnd.h"
 #include "StatusLine.h"
-#include "Still.h"
 #include "StreamSelection.h"
 #include "SyncMeter.h"
 
 namespace orvplay {
 
-// One run of `orvplay play`, from the selected streams to the summary.
+// One run of `orvplay play`, from the connection to the player service to the summary.
 class PlayRun {
 public:
-    PlayRun(const PlayOptions& options, const StreamSelection& selection);
-    PlayRun(const PlayRun&) = delete;  // the player's threads call it
+    explicit PlayRun(const PlayOptions& options);
+    PlayRun(const PlayRun&) = delete;  // callbacks know it by address
     PlayRun& operator=(const PlayRun&) = delete;
 
+    // The exit code; a failure was told in one line on standard error.
     int run();
 
 private:
     enum class Outcome { GO_ON, FINISHED, INTERRUPTED, FAILED };
 
+    orvclient::Callbacks callbacks();
+    orvhost::TuneOptions tuning() const;
+    int tune();
     bool openOutputs();
-    int open();
-    int buildPlayer();
-    int start();
+    int play();
+    orvclient::Status open();
+    orvclient::Status start();
+    void awaitAnswer(const orvclient::Status& status);
     void watch();
     int64_t untilNextLookNs() const;
     Outcome look();
+    void askService(bool urgent);
+    Outcome lookAtService();
     Outcome lookAtErrors();
     Outcome lookAtKeys();
     Outcome changeSound();
     void changeCaptions();
+    Outcome replaceService();
     void reportFirstPicture(const PictureOutput::Figures& figures);
     void updateStatus(const PictureOutput::Figures& figures);
     bool outputsOpened(const PictureOutput::Figures& figures) const;
@@ -54,9 +67,10 @@ private:
     bool openCaptionFile();
     void onCaption(const std::string& utf8, int64_t pcr90k);
     bool finishCaptionFile();
-    bool takeStill(Still* still);
-    bool saveStill(const Still* still);
     int fail(ExitCode code, const std::string& message);
+    int failed(const orvclient::Status& status, const std::string& what, const char* advice = "");
+    Outcome outcomeOf(const orvclient::Status& status, const std::string& what);
+    Outcome giveUp(int code);
 
     const PlayOptions mOptions;
     StreamSelection mSelection;  // what is played: keys change it
@@ -66,22 +80,25 @@ private:
     SoundMeter mSound{mSync};
     RunSummary mSummary;
     StatusLine mStatus;
-    android::sp<orvhost::BufferQueue::Consumer> mConsumer;
+    orvclient::PictureQueue mQueue;
     std::unique_ptr<PictureOutput> mPictures;
     std::unique_ptr<CaptionFile> mCaptionFile;  // null when none was asked for
-    std::unique_ptr<StillTray> mStills;         // null when none is wanted
+    EndStill mStill;
     std::unique_ptr<PlayerSession> mSession;
     SourceEnd mSourceEnd;
 
     Outcome mOutcome = Outcome::GO_ON;
-    ExitCode mFailure = EXIT_OK;
+    int mFailure = EXIT_OK;
     bool mFirstPictureReported = false;
     bool mCaptionsShown = false;
     bool mHinted = false;        // the user was told why nothing is shown
     int64_t mEndNs = 0;          // of the duration asked for; 0: none, or no picture yet
     int64_t mLastRestartNs = 0;  // of the player, after it gave up on a scrambled stream
     uint64_t mFramesAtRestart = 0;
-    std::atomic<unsigned int> mError{0};  // the last code reported by a module; 0 once looked at
+    std::optional<uint64_t> mFramesAtReplacement;  // of the service by another one
+    std::atomic<bool> mIsOpen{false};              // captions before that are none of ours
+    std::counting_semaphore<> mAnswers{0};         // of open and start, told as events
+    std::atomic<int> mError{0};                    // the last code reported; 0 once looked at
 };
 
 }  // namespace orvplay

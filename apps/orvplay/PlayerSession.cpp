@@ -1,87 +1,87 @@
 #include "PlayerSession.h"
 
+#include <cstdlib>
+#include <utility>
+
 #include "MonotonicTime.h"
-#include "client/CaptionText.h"
+
+using orvclient::Player;
+using orvclient::Status;
 
 namespace orvplay {
 
-PlayerSession::PlayerSession(const android::sp<android::IGraphicBufferProducer>& producer,
-                             Events events)
-    : mEvents(std::move(events)), mSurface(new android::Surface(producer)) {}
+namespace {
 
-PlayerSession::~PlayerSession() {
-    stop();
-    mController = nullptr;  // its threads call this object
+constexpr int64_t LOOK_NS = 100'000'000;
+
+Player::Service serviceOf(const std::string& connect) {
+    return connect.empty()       ? Player::Service::EMBEDDED
+           : connect == "system" ? Player::Service::SYSTEM_BUS
+                                 : Player::Service::SESSION_BUS;
 }
 
-int PlayerSession::open(const std::map<std::string, std::string>& configuration) {
-    mController = nullptr;  // one at a time has the surface
-    mController = new OrvPlayer::MainController;
-    if (const int status = mController->configure(configuration); status != 0) {
-        return status;
+}  // namespace
+
+PlayerSession::PlayerSession(ServiceOptions options, orvclient::Callbacks callbacks)
+    : mOptions(std::move(options)), mCallbacks(std::move(callbacks)) {
+    mCallbacks.onLost = [this](const std::string& reason) { onLost(reason); };
+}
+
+bool PlayerSession::connect(std::string* error) {
+    Player::Options options;
+    options.service = serviceOf(mOptions.connect);
+    options.restart = mOptions.restart;
+    if (mOptions.silent && mOptions.connect.empty()) {
+        setenv("ORV_AUDIO", "silent", 1);  // our service inherits it
     }
-    mController->setErrorListener(this);
-    mController->setAudioRenderedListener(this);
-    mController->setVideoRenderedListener(this);
-    mController->setCaptionListener(this);
-    mController->setServiceControllerListener(this);
-    if (mEvents.onStill) {
-        mController->setCaptureFrameListener(this);
+    mPlayer = Player::create(options, mCallbacks, error);
+    return mPlayer != nullptr;
+}
+
+Status PlayerSession::open(const StreamSelection& selection, orvclient::PictureQueue* queue,
+                           bool audio) {
+    Status status = mPlayer->setSurface(queue);
+    if (status.ok()) {
+        status = mPlayer->setAudioEnabled(audio);
     }
-    return mController->setSurface(mSurface);
+    return status.ok() ? mPlayer->open(selection.liveSource()) : status;
 }
 
-int PlayerSession::start() {
-    mStarted = true;
-    return mController->start();
-}
-
-int PlayerSession::stop() {
-    if (!mStarted) {
-        return 0;
+Status PlayerSession::start() {
+    if (!std::exchange(mStarted, true)) {
+        mFigures.begin(mPlayer->figures());
     }
-    mStarted = false;
-    return mController->stop();
+    mSourceEnded = false;
+    return mPlayer->start();
 }
 
-void PlayerSession::setAudioEnabled(bool enabled) {
-    mController->setAudioEnable(enabled ? 1 : 0);
-}
-
-void PlayerSession::onFrameRendered(int, int, OrvPlayer::Uint33) {
-    ++mFramesTimed;
-    mLastFrameTimedNs = monotonicNs();
-}
-
-void PlayerSession::onAudioReady(long msec) {
-    mEvents.onAudioReady(msec);
-}
-
-void PlayerSession::onAudioSessionId(int id) {
-    mEvents.onAudioSessionId(id);
-}
-
-void PlayerSession::onClosedCaptionReceived(unsigned char* text, int length) {
-    if (mEvents.onCaption && length > 0) {
-        mEvents.onCaption(orvclient::captionUtf8(text, static_cast<size_t>(length)),
-                          streamTime90k());
+bool PlayerSession::look(bool urgent) {
+    const int64_t now = monotonicNs();
+    if (mLost || (!urgent && now - mLastLookNs < LOOK_NS)) {
+        return false;
     }
+    mLastLookNs = now;
+    mSourceEnded = tuner().signal().atEnd;
+    return mFigures.update(mPlayer->figures());
 }
 
-void PlayerSession::onServiceControllerEvent(ServiceEvent event, unsigned int value1,
-                                             unsigned int value2) {
-    if (mEvents.onServiceEvent) {
-        mEvents.onServiceEvent(event, value1, value2);
+void PlayerSession::onLost(const std::string& reason) {
+    {
+        std::lock_guard<std::mutex> guard(mLock);
+        mLostReason = reason;
     }
+    mLost = true;
 }
 
-void PlayerSession::onCaptureFrame(unsigned char* pixels, unsigned int width, unsigned int height,
-                                   bool /*twoBytesPerPixel*/) {
-    mEvents.onStill(pixels, width, height);
+std::string PlayerSession::lostMessage(const std::string& reason) const {
+    std::lock_guard<std::mutex> guard(mLock);
+    return (reason.empty() ? mLostReason : reason) + "; start orvplay again" +
+           (mOptions.connect.empty() && !mOptions.restart ? ", or use --restart" : "");
 }
 
-void PlayerSession::onError(unsigned int code, const OrvPlayer::Module* module) const {
-    mEvents.onError(code, module != nullptr ? module->getModuleName() : std::string());
+bool PlayerSession::replaceLost() {
+    mLost = !mOptions.restart;
+    return mOptions.restart;
 }
 
 }  // namespace orvplay

@@ -4,9 +4,9 @@
 
 #include <cmath>
 #include <cstdio>
+#include <fstream>
 
 #include "MonotonicTime.h"
-#include "media/CodecStatistics.h"
 
 namespace orvplay {
 
@@ -34,24 +34,28 @@ int64_t voluntarySwitches() {
 }
 
 // From the first IDR picture's way into the codec, as soon as all of it had come, to its way out.
-nlohmann::ordered_json firstIdrMs() {
-    const int64_t queuedUs = orvhost::codecStatistics().firstIdrQueuedUs;
-    const int64_t readyUs = orvhost::codecStatistics().firstIdrReadyUs;
-    if (queuedUs == 0 || readyUs == 0) {
+nlohmann::ordered_json firstIdrMs(const orvclient::PlaybackFigures& service) {
+    if (service.firstIdrQueuedUs == 0 || service.firstIdrReadyUs == 0) {
         return nullptr;
     }
-    return toDecimals(static_cast<double>(readyUs - queuedUs) * 1e-3, 1);
+    const int64_t us = service.firstIdrReadyUs - service.firstIdrQueuedUs;
+    return toDecimals(static_cast<double>(us) * 1e-3, 1);
 }
 
-long maxRssKb() {
-    rusage usage = {};
-    getrusage(RUSAGE_SELF, &usage);
-    return usage.ru_maxrss;
+// The peak of this program: that of rusage may be its parent's, from before it was executed.
+int64_t maxRssKb() {
+    std::ifstream status("/proc/self/status");
+    for (std::string word; status >> word;) {
+        int64_t kb = 0;
+        if (word == "VmHWM:" && status >> kb) {
+            return kb;
+        }
+    }
+    return 0;
 }
 
-uint64_t droppedSoFar() {
-    const orvhost::CodecStatistics& codec = orvhost::codecStatistics();
-    return codec.picturesReleasedUnseen + codec.picturesDroppedAtWindow;
+uint64_t thrownAway(const orvclient::PlaybackFigures& service) {
+    return service.picturesReleasedUnseen + service.picturesDroppedAtWindow;
 }
 
 nlohmann::ordered_json quantiles(double p50Ms, double p99Ms, double maxMs) {
@@ -68,18 +72,20 @@ void RunSummary::begin() {
     mSwitchesAtBegin = voluntarySwitches();
 }
 
-void RunSummary::outputsOpened() {
+void RunSummary::outputsOpened(const ServiceCounts& service) {
     if (!mOpened) {
-        mDroppedAtOpening = droppedSoFar();
+        mDroppedAtOpening = thrownAway(service);
         mOpened = true;
     }
 }
 
-void RunSummary::end() {
-    mDropped = mOpened ? droppedSoFar() - mDroppedAtOpening : 0;
-    mCpuSeconds = cpuSeconds() - mCpuAtBegin;
-    mSwitches = voluntarySwitches() - mSwitchesAtBegin;
-    mFirstIdrMs = firstIdrMs();
+void RunSummary::end(const ServiceCounts& service) {
+    mDropped = mOpened ? thrownAway(service) - mDroppedAtOpening : 0;
+    mAudioFrames = service.audioFrames;
+    mFirstIdrMs = firstIdrMs(service);
+    mCpuSeconds = cpuSeconds() - mCpuAtBegin + service.cpuSeconds;
+    mSwitches = voluntarySwitches() - mSwitchesAtBegin + service.voluntarySwitches;
+    mMaxRssKb = maxRssKb() + service.maxRssKb;
 }
 
 double RunSummary::firstFrameMs(const PictureOutput::Figures& pictures) const {
@@ -88,12 +94,12 @@ double RunSummary::firstFrameMs(const PictureOutput::Figures& pictures) const {
 }
 
 nlohmann::ordered_json RunSummary::toJson(const PictureOutput::Figures& pictures,
-                                          const SoundMeter& sound, const SyncMeter& sync) const {
+                                          const SyncMeter& sync) const {
     const Distribution skew = sync.skew();
     nlohmann::ordered_json line = {{"event", "summary"},
                                    {"framesRendered", pictures.frames},
                                    {"framesDropped", mDropped},
-                                   {"audioFrames", sound.frames()},
+                                   {"audioFrames", mAudioFrames},
                                    {"captions", mCaptions.load()}};
     line["firstFrameMs"] = pictures.frames > 0
                                ? nlohmann::ordered_json(toDecimals(firstFrameMs(pictures), 0))
@@ -115,11 +121,11 @@ nlohmann::ordered_json RunSummary::toJson(const PictureOutput::Figures& pictures
     }
     line["cpuSeconds"] = toDecimals(mCpuSeconds, 2);
     line["voluntarySwitches"] = mSwitches;
-    line["maxRssKb"] = maxRssKb();
+    line["maxRssKb"] = mMaxRssKb;
     return line;
 }
 
-std::string RunSummary::toText(const PictureOutput::Figures& pictures, const SoundMeter& sound,
+std::string RunSummary::toText(const PictureOutput::Figures& pictures,
                                const SyncMeter& sync) const {
     const Distribution skew = sync.skew();
     char text[512];
@@ -129,8 +135,8 @@ std::string RunSummary::toText(const PictureOutput::Figures& pictures, const Sou
              "Used:     %.2f s of processor time, %.0f MiB of memory at most\n",
              static_cast<unsigned long long>(pictures.frames),
              static_cast<unsigned long long>(mDropped), firstFrameMs(pictures),
-             pictures.jitterP99Ms, static_cast<unsigned long long>(sound.frames()),
-             skew.quantileMs(0.99), mCpuSeconds, static_cast<double>(maxRssKb()) / 1024);
+             pictures.jitterP99Ms, static_cast<unsigned long long>(mAudioFrames),
+             skew.quantileMs(0.99), mCpuSeconds, static_cast<double>(mMaxRssKb) / 1024);
     return text;
 }
 

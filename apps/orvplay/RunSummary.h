@@ -1,33 +1,36 @@
 #pragma once
 
+#include <orvclient/Player.h>
+
 #include <atomic>
 #include <cstdint>
 #include <nlohmann/json.hpp>
 #include <string>
 
 #include "PictureOutput.h"
-#include "SoundMeter.h"
 #include "SyncMeter.h"
 
 namespace orvplay {
 
-// What a run came to: figures at the outputs, and what the process used for them.
+// What a run came to: figures at the outputs, and what this process and the player service used for
+// them. What the service counted is given as it stands since playback started.
 class RunSummary {
 public:
+    using ServiceCounts = orvclient::PlaybackFigures;
+
     // Playback starts: usage counts from here.
     void begin();
     // The outputs opened: pictures thrown away count from here.
-    void outputsOpened();
+    void outputsOpened(const ServiceCounts& service);
     // Any thread.
     void countCaption() { ++mCaptions; }
-    // Playback is about to stop: what is thrown away now does not count.
-    void end();
+    // Playback is about to stop: what is thrown away later does not count.
+    void end(const ServiceCounts& service);
 
-    nlohmann::ordered_json toJson(const PictureOutput::Figures& pictures, const SoundMeter& sound,
+    nlohmann::ordered_json toJson(const PictureOutput::Figures& pictures,
                                   const SyncMeter& sync) const;
     // A few lines for people.
-    std::string toText(const PictureOutput::Figures& pictures, const SoundMeter& sound,
-                       const SyncMeter& sync) const;
+    std::string toText(const PictureOutput::Figures& pictures, const SyncMeter& sync) const;
 
 private:
     double firstFrameMs(const PictureOutput::Figures& pictures) const;
@@ -37,7 +40,9 @@ private:
     double mCpuSeconds = 0.0;
     int64_t mSwitchesAtBegin = 0;
     int64_t mSwitches = 0;
+    int64_t mMaxRssKb = 0;
     nlohmann::ordered_json mFirstIdrMs;  // null: none came
+    uint64_t mAudioFrames = 0;
     uint64_t mDroppedAtOpening = 0;
     uint64_t mDropped = 0;
     bool mOpened = false;

@@ -17,8 +17,8 @@ int fail(ExitCode code, const std::string& message) {
 }
 
 // Finds the streams in the tables. Without tables the PIDs that the user gave must do.
-int findStreams(const StreamOptions& options, StreamSelection* selection) {
-    const orvhost::ServiceList list = orvhost::Tuner::instance().services(TABLES_TIMEOUT_MS);
+int findStreams(orvclient::Tuner& tuner, const StreamOptions& options, StreamSelection* selection) {
+    const orvhost::ServiceList list = tuner.services(TABLES_TIMEOUT_MS);
     if (!list.result.ok() && list.services.empty() && !options.videoPid && !options.audioPid) {
         return fail(exitCodeOf(list.result.status), list.result.message);
     }
@@ -35,13 +35,12 @@ int findStreams(const StreamOptions& options, StreamSelection* selection) {
 
 }  // namespace
 
-int tuneTo(const StreamOptions& options, const orvhost::TuneOptions& tuning,
-           StreamSelection* selection) {
-    orvhost::Tuner& tuner = orvhost::Tuner::instance();
+int tuneTo(orvclient::Tuner& tuner, const StreamOptions& options,
+           const orvhost::TuneOptions& tuning, StreamSelection* selection) {
     if (const orvhost::TuneResult tuned = tuner.tune(options.source, tuning); !tuned.ok()) {
         return fail(exitCodeOf(tuned.status), tuned.message);
     }
-    const int code = findStreams(options, selection);
+    const int code = findStreams(tuner, options, selection);
     if (code != EXIT_OK) {
         tuner.untune();
     }

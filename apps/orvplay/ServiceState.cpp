@@ -1,62 +1,61 @@
 #include "ServiceState.h"
 
-using OrvPlayer::ServiceController;
+using orvclient::Signal;
 
 namespace orvplay {
 
 namespace {
 
 const char* signalWord(unsigned int status) {
-    switch (status) {
-        case ServiceController::SIGNAL_GOOD:
+    switch (static_cast<Signal>(status)) {
+        case Signal::GOOD:
             return "good";
-        case ServiceController::SIGNAL_WEAK:
+        case Signal::WEAK:
             return "weak";
-        case ServiceController::SIGNAL_LOST:
+        case Signal::LOST:
             return "lost";
-        default:
-            return "unknown";
     }
+    return "unknown";
 }
 
 }  // namespace
 
-void ServiceState::onEvent(Event event, unsigned int value1, unsigned int value2) {
-    switch (event) {
-        case ServiceController::SIGNAL_UPDATE_EVENT:
-            mSignal = value2;
-            mEvents.write("onSignalStatusChanged", {{"previous", value1},
-                                                    {"current", value2},
-                                                    {"previousName", signalWord(value1)},
-                                                    {"currentName", signalWord(value2)}});
-            break;
-        case ServiceController::BUFFERING_BEGIN_EVENT:
-            mProgress = 0;
-            mBuffering = true;
-            mEvents.write("onBufferingBegin");
-            break;
-        case ServiceController::BUFFERING_END_EVENT:
-            mBuffering = false;
-            mEvents.write("onBufferingEnd");
-            break;
-        case ServiceController::BUFFERING_EVENT:
-            mProgress = value1;
-            mBuffering = true;
-            mEvents.write("onBuffering", {{"progress", value1}});
-            break;
-        case ServiceController::START_VIDEO_TASK_EVENT:
-            mEvents.write("onStartVideoTask", {{"width", value1}, {"height", value2}});
-            break;
-        case ServiceController::EOC_EVENT:
-            break;  // of recorded sources, whose player tells it
-    }
+void ServiceState::subscribe(orvclient::Callbacks* callbacks) {
+    callbacks->onBufferingBegin = [this] {
+        mProgress = 0;
+        mBuffering = true;
+        mEvents.write("onBufferingBegin");
+    };
+    callbacks->onBuffering = [this](int percent) {
+        mProgress = percent;
+        mBuffering = true;
+        mEvents.write("onBuffering", {{"progress", percent}});
+    };
+    callbacks->onBufferingEnd = [this] {
+        mBuffering = false;
+        mEvents.write("onBufferingEnd");
+    };
+    callbacks->onStartVideo = [this](int width, int height) {
+        mEvents.write("onStartVideoTask", {{"width", width}, {"height", height}});
+    };
+    callbacks->onSignal = [this](unsigned int previous, unsigned int current) {
+        onSignal(previous, current);
+    };
+}
+
+void ServiceState::onSignal(unsigned int previous, unsigned int current) {
+    mSignal = static_cast<Signal>(current);
+    mEvents.write("onSignalStatusChanged", {{"previous", previous},
+                                            {"current", current},
+                                            {"previousName", signalWord(previous)},
+                                            {"currentName", signalWord(current)}});
 }
 
 std::string ServiceState::text() const {
-    if (mSignal == ServiceController::SIGNAL_LOST) {
+    if (mSignal == Signal::LOST) {
         return "no signal";
     }
-    if (mSignal == ServiceController::SIGNAL_WEAK) {
+    if (mSignal == Signal::WEAK) {
         return "signal weak";
     }
     return mBuffering ? "buffering " + std::to_string(mProgress) + " %" : "";

@@ -1,10 +1,11 @@
 #pragma once
 
+#include <orvclient/Player.h>
+
 #include <atomic>
 #include <string>
 
 #include "EventLog.h"
-#include "servicecontroller/ServiceController.h"
 
 namespace orvplay {
 
@@ -13,21 +14,22 @@ namespace orvplay {
 // Any thread.
 class ServiceState {
 public:
-    using Event = OrvPlayer::ServiceController::event_t;
-
     // The log must outlive it.
     explicit ServiceState(EventLog& events) : mEvents(events) {}
 
-    void onEvent(Event event, unsigned int value1, unsigned int value2);
+    // Takes these events; it must outlive whoever calls them.
+    void subscribe(orvclient::Callbacks* callbacks);
 
     // "buffering 40 %", "signal weak", "no signal"; empty when all is well.
     std::string text() const;
 
 private:
+    void onSignal(unsigned int previous, unsigned int current);
+
     EventLog& mEvents;
-    std::atomic<unsigned int> mSignal{0};  // a SignalStatus
+    std::atomic<orvclient::Signal> mSignal{orvclient::Signal::GOOD};
     std::atomic<bool> mBuffering{false};
-    std::atomic<unsigned int> mProgress{0};
+    std::atomic<int> mProgress{0};
 };
 
 }  // namespace orvplay

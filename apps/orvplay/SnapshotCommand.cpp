@@ -6,10 +6,7 @@
 
 #include "ExitCode.h"
 #include "Interrupt.h"
-#include "ServiceChoice.h"
 #include "SnapshotRun.h"
-#include "audio/AudioOutput.h"
-#include "dtv/Tuner.h"
 
 namespace orvplay {
 
@@ -30,21 +27,10 @@ int snapshotCommand(const SnapshotOptions& options) {
         return fail(EXIT_USAGE,
                     "a terminal shows no PNG: redirect standard output, or use -o FILE");
     }
-    orvhost::setAudioOutput(orvhost::AudioOutput::SILENT);
     Interrupt::install();
-    StreamSelection selection;
-    if (const int code = tuneTo(options, {}, &selection); code != EXIT_OK) {
-        return code;
-    }
-    int code = EXIT_NOT_FOUND;
-    if (selection.videoPid == 0) {
-        fprintf(stderr, "orvplay: the service has no picture; see: orvplay probe %s\n",
-                options.source.c_str());
-    } else {
-        code = SnapshotRun(options, selection).run();
-    }
-    orvhost::Tuner::instance().untune();
-    return code;
+    SnapshotOptions silently = options;
+    silently.silent = true;
+    return SnapshotRun(silently).run();
 }
 
 }  // namespace orvplay

@@ -9,7 +9,11 @@
 
 #include "Interrupt.h"
 #include "MonotonicTime.h"
+#include "ServiceChoice.h"
 #include "StillWriter.h"
+#include "client/PictureHalves.h"
+
+using orvclient::Status;
 
 namespace orvplay {
 
@@ -24,47 +28,48 @@ constexpr int64_t NS_PER_MS = 1'000'000;
 constexpr int64_t FIRST_PICTURE_NS = 20'000'000'000;
 constexpr int64_t STALLED_NS = 3'000'000'000;   // without a still that is due: ask again
 constexpr int64_t SILENCE_NS = 15'000'000'000;  // without a picture: the signal is gone
-constexpr unsigned int SCRAMBLED = 0x21003;
+constexpr int SCRAMBLED = 0x21003;
 
 }  // namespace
 
-SnapshotRun::SnapshotRun(const SnapshotOptions& options, const StreamSelection& selection)
-    : mOptions(options), mSelection(selection) {}
+SnapshotRun::SnapshotRun(const SnapshotOptions& options)
+    : mOptions(options), mPictures(mQueue.halves().consumer(), nullptr, mSync), mStills(ROOM) {}
 
 int SnapshotRun::run() {
-    if (open() && awaitPicture()) {
+    if (connect() && tune() && open() && awaitPicture()) {
         collect();
     }
-    mSession->stop();
     mSession = nullptr;  // no still comes after this
-    mPictures->stop();
+    mPictures.stop();
     return mExitCode;
 }
 
+bool SnapshotRun::connect() {
+    orvclient::Callbacks callbacks;
+    callbacks.onError = [this](int code) { mScrambled = mScrambled || code == SCRAMBLED; };
+    callbacks.onStill = [this](const orvclient::StillView& still) { mStills.put(still); };
+    mSession = std::make_unique<PlayerSession>(mOptions, callbacks);
+    std::string error;
+    return mSession->connect(&error) || fail(EXIT_SERVICE, error);
+}
+
+bool SnapshotRun::tune() {
+    mExitCode = tuneTo(mSession->tuner(), mOptions, {}, &mSelection);
+    if (mExitCode != EXIT_OK) {
+        return false;  // what failed said why
+    }
+    return mSelection.videoPid != 0 ||
+           fail(EXIT_NOT_FOUND,
+                "the service has no picture; see: orvplay probe " + mOptions.source);
+}
+
 bool SnapshotRun::open() {
-    android::sp<android::IGraphicBufferProducer> producer;
-    orvhost::BufferQueue::create(&producer, &mConsumer);
-    mPictures = std::make_unique<PictureOutput>(mConsumer, nullptr, mSync);
-    mPictures->start();
-    mStills = std::make_unique<StillTray>(mConsumer, ROOM);
-    PlayerSession::Events events;
-    events.onError = [this](unsigned int code, const std::string&) {
-        mScrambled = mScrambled || code == SCRAMBLED;
-    };
-    events.onAudioSessionId = [](int) {};
-    events.onAudioReady = [](long) {};
-    events.onStill = [this](const unsigned char* pixels, unsigned int width, unsigned int height) {
-        mStills->put(pixels, width, height);
-    };
-    mSession = std::make_unique<PlayerSession>(producer, std::move(events));
-    int status = mSession->open(mSelection.configuration());
-    if (status == 0) {
-        mSession->setAudioEnabled(false);
+    mPictures.start();
+    Status status = mSession->open(mSelection, &mQueue, false);
+    if (status.ok()) {
         status = mSession->start();
     }
-    return status == 0 ||
-           fail(EXIT_PLAYBACK, "the player cannot play these streams (code " +
-                                   std::to_string(status) + "); ORV_TRACE=info shows why");
+    return status.ok() || fail(status);
 }
 
 // False when it is time to end; the exit code is set then.
@@ -73,11 +78,16 @@ bool SnapshotRun::mayGoOn() {
         mExitCode = EXIT_INTERRUPTED;
         return false;
     }
+    if (mSession->isLost()) {
+        return fail(EXIT_SERVICE, mSession->lostMessage());
+    }
     if (mScrambled) {
         return fail(EXIT_PLAYBACK, "the service is scrambled; choose a clear one (orvplay probe " +
                                        mOptions.source + ")");
     }
-    if (mSourceEnd.drained(monotonicNs(), mSession->lastFrameTimedNs())) {
+    mSession->look();
+    if (mSourceEnd.drained(monotonicNs(), mSession->sourceEnded(),
+                           mSession->figures().lastFrameTimedNs)) {
         return fail(EXIT_NO_DATA, mOptions.source + ": ended after " + std::to_string(mSaved) +
                                       " of " + std::to_string(mOptions.count) + " stills");
     }
@@ -86,7 +96,7 @@ bool SnapshotRun::mayGoOn() {
 
 bool SnapshotRun::awaitPicture() {
     const int64_t beganNs = monotonicNs();
-    while (mPictures->figures().frames == 0) {
+    while (mPictures.figures().frames == 0) {
         if (!mayGoOn()) {
             return false;
         }
@@ -102,7 +112,7 @@ bool SnapshotRun::awaitPicture() {
 
 void SnapshotRun::request() {
     mRequested = std::min(mOptions.count - mSaved, ROOM);
-    mSession->requestStills(mRequested, mOptions.everyMs);
+    mSession->player().requestStills(mRequested, milliseconds(mOptions.everyMs));
     mProgressNs = monotonicNs();
 }
 
@@ -114,7 +124,7 @@ void SnapshotRun::collect() {
             request();
         }
         Still still;
-        if (mStills->take(&still, LOOK)) {
+        if (mStills.take(&still, LOOK)) {
             mProgressNs = monotonicNs();
             mDueNs = mProgressNs + everyNs;
             mRequested = std::max(mRequested - 1, 0);
@@ -123,9 +133,9 @@ void SnapshotRun::collect() {
             }
         } else if (mRequested > 0 && now - mProgressNs > everyNs + STALLED_NS) {
             // The player gave some up; or there are no pictures, and the request goes on with them.
-            mSession->cancelStills();
+            mSession->player().cancelStills();
             mRequested = 0;
-            const int64_t silentNs = now - mSession->lastFrameTimedNs();
+            const int64_t silentNs = now - mSession->figures().lastFrameTimedNs;
             if (silentNs > SILENCE_NS) {
                 fail(EXIT_NO_DATA, "no signal for " + std::to_string(silentNs / 1'000'000'000) +
                                        " s, after " + std::to_string(mSaved) + " of " +
@@ -155,6 +165,18 @@ bool SnapshotRun::save(const Still& still) {
     }
     ++mSaved;
     return true;
+}
+
+// A command failed.
+bool SnapshotRun::fail(const Status& status) {
+    if (status.code == Status::LOST) {
+        return fail(EXIT_SERVICE, mSession->lostMessage(status.message));
+    }
+    if (status.code == Status::TIMEOUT) {
+        return fail(EXIT_SERVICE, status.message);
+    }
+    return fail(EXIT_PLAYBACK, "the player cannot play these streams (code " +
+                                   std::to_string(status.code) + "); ORV_TRACE=info shows why");
 }
 
 bool SnapshotRun::fail(ExitCode code, const std::string& message) {

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <orvclient/PictureQueue.h>
+#include <orvclient/Player.h>
+
 #include <atomic>
 #include <memory>
 #include <string>
@@ -15,19 +18,21 @@
 
 namespace orvplay {
 
-// One run of `orvplay snapshot`: waits for the first picture, then asks the player for stills, as
-// many at a time as there is room for, and writes them while the next ones come. All of it on one
-// thread.
+// One run of `orvplay snapshot`: connects to the player service, waits for the first picture, then
+// asks the player for stills, as many at a time as there is room for, and writes them while the
+// next ones come. All of it on one thread.
 class SnapshotRun {
 public:
-    SnapshotRun(const SnapshotOptions& options, const StreamSelection& selection);
-    SnapshotRun(const SnapshotRun&) = delete;  // the player's threads call it
+    explicit SnapshotRun(const SnapshotOptions& options);
+    SnapshotRun(const SnapshotRun&) = delete;  // callbacks know it by address
     SnapshotRun& operator=(const SnapshotRun&) = delete;
 
     // The exit code; a failure was told in one line on standard error.
     int run();
 
 private:
+    bool connect();
+    bool tune();
     bool open();
     bool awaitPicture();
     void collect();
@@ -35,17 +40,18 @@ private:
     bool save(const Still& still);
     bool mayGoOn();
     bool fail(ExitCode code, const std::string& message);
+    bool fail(const orvclient::Status& status);
 
     const SnapshotOptions mOptions;
-    const StreamSelection mSelection;
+    StreamSelection mSelection;
     SyncMeter mSync;
-    android::sp<orvhost::BufferQueue::Consumer> mConsumer;
-    std::unique_ptr<PictureOutput> mPictures;
-    std::unique_ptr<StillTray> mStills;
+    orvclient::PictureQueue mQueue;
+    PictureOutput mPictures;
+    StillTray mStills;
     std::unique_ptr<PlayerSession> mSession;
     SourceEnd mSourceEnd;
 
-    ExitCode mExitCode = EXIT_OK;
+    int mExitCode = EXIT_OK;
     int mSaved = 0;
     int mRequested = 0;       // of the request that runs, those still to come
     int64_t mDueNs = 0;       // when the next request may begin

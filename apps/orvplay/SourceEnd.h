@@ -3,20 +3,18 @@
 #include <algorithm>
 #include <cstdint>
 
-#include "dtv/Tuner.h"
-
 namespace orvplay {
 
 // Tells when a source that has nothing more was played to its last picture. One thread.
 class SourceEnd {
 public:
-    // The tuner's source has nothing more, while the player may still hold pictures of it.
+    // The source has nothing more, while the player may still hold pictures of it.
     bool seen() const { return mSeenNs != 0; }
 
-    // To be asked now and then; `lastFrameNs` is when the player's last picture was due, 0 for
-    // none.
-    bool drained(int64_t nowNs, int64_t lastFrameNs) {
-        if (!orvhost::Tuner::instance().atEnd()) {
+    // To be asked now and then: whether the source is at its end, and when the player's last
+    // picture was due, 0 for none.
+    bool drained(int64_t nowNs, bool atEnd, int64_t lastFrameNs) {
+        if (!atEnd) {
             mSeenNs = 0;
             return false;
         }

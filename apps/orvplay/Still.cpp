@@ -16,16 +16,15 @@ uint64_t ticksOf(int64_t timestampNs) {
 
 }  // namespace
 
-void StillTray::put(const unsigned char* pixels, uint32_t width, uint32_t height) {
+void StillTray::put(const orvclient::StillView& view) {
     Still still;
-    still.pixels.assign(pixels, pixels + size_t{4} * width * height);
-    still.width = width;
-    still.height = height;
+    still.pixels.assign(view.pixels, view.pixels + size_t{4} * view.width * view.height);
+    still.width = view.width;
+    still.height = view.height;
     still.takenAt = std::chrono::system_clock::now();
-    const auto picture = mWindow->lastRead();
-    still.pts90k = ticksOf(picture.timestamp);
-    still.sampleAspectWidth = picture.sampleAspectWidth;
-    still.sampleAspectHeight = picture.sampleAspectHeight;
+    still.pts90k = ticksOf(view.source.ptsNs);
+    still.sampleAspectWidth = view.source.sampleAspectWidth;
+    still.sampleAspectHeight = view.source.sampleAspectHeight;
     {
         std::lock_guard<std::mutex> guard(mLock);
         if (mStills.size() >= mRoom) {

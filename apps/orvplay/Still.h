@@ -1,13 +1,13 @@
 #pragma once
 
+#include <orvclient/Player.h>
+
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <mutex>
 #include <vector>
-
-#include "graphics/BufferQueue.h"
 
 namespace orvplay {
 
@@ -22,25 +22,22 @@ struct Still {
     uint32_t sampleAspectHeight = 0;
 };
 
-// Keeps the stills that the player hands out until somebody has time for them: capture thread in,
+// Keeps the stills that the player hands out until somebody has time for them: callback thread in,
 // any thread out. The bound is on memory, 8 MB for each still of 1920 x 1080: when there is no room
 // the oldest goes.
 class StillTray {
 public:
-    StillTray(const android::sp<orvhost::BufferQueue::Consumer>& window, size_t room)
-        : mWindow(window), mRoom(room) {}
-    StillTray(const StillTray&) = delete;  // the capture thread calls it
+    explicit StillTray(size_t room) : mRoom(room) {}
+    StillTray(const StillTray&) = delete;  // callbacks know it by address
     StillTray& operator=(const StillTray&) = delete;
 
-    // Copies the words of a capture that ends with this call. The window, which lent the picture
-    // to it, tells the rest.
-    void put(const unsigned char* pixels, uint32_t width, uint32_t height);
+    // Copies what is readable during this call only.
+    void put(const orvclient::StillView& view);
 
     // The oldest one. Waits so long for one to come; false when none did.
     bool take(Still* still, std::chrono::milliseconds wait);
 
 private:
-    const android::sp<orvhost::BufferQueue::Consumer> mWindow;
     const size_t mRoom;
     std::mutex mLock;
     std::condition_variable mArrived;

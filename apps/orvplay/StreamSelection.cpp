@@ -132,14 +132,15 @@ const Track* StreamSelection::nextCaptions(bool shown) const {
     return current != captions.end() && current + 1 != captions.end() ? &*(current + 1) : nullptr;
 }
 
-std::map<std::string, std::string> StreamSelection::configuration() const {
-    return {{"sourceType", "0"},
-            {"pcrPid", std::to_string(pcrPid)},
-            {"videoPid", std::to_string(videoPid)},
-            {"audioPid", std::to_string(audioPid)},
-            {"subtitlePid", std::to_string(captionPid)},
-            {"IsLATMAudio", audioKind == StreamKind::AudioLatm ? "1" : "0"},
-            {"isMPEG2Audio", audioKind == StreamKind::AudioMpeg ? "1" : "0"}};
+orvclient::LiveSource StreamSelection::liveSource() const {
+    orvclient::LiveSource source;
+    source.pcrPid = pcrPid;
+    source.videoPid = videoPid;
+    source.audioPid = audioPid;
+    source.captionPid = captionPid;
+    source.isLatm = audioKind == StreamKind::AudioLatm;
+    source.isMpegAudio = audioKind == StreamKind::AudioMpeg;
+    return source;
 }
 
 bool selectStreams(const std::vector<Service>& services, const StreamOptions& options,

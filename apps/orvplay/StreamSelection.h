@@ -1,7 +1,8 @@
 #pragma once
 
+#include <orvclient/Player.h>
+
 #include <cstdint>
-#include <map>
 #include <string>
 #include <vector>
 
@@ -36,8 +37,8 @@ struct StreamSelection {
     // The captions to show after those selected, which are shown or not; null: none.
     const Track* nextCaptions(bool shown) const;
 
-    // The keys and values that the player's controller is configured with.
-    std::map<std::string, std::string> configuration() const;
+    // For the player service.
+    orvclient::LiveSource liveSource() const;
 };
 
 // Picks the service and its streams, by the user's wishes: the first service with a picture, its

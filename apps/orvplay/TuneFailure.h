@@ -1,7 +1,8 @@
 #pragma once
 
+#include <dtv/TunerTypes.h>
+
 #include "ExitCode.h"
-#include "dtv/Tuner.h"
 
 namespace orvplay {
 
@@ -22,6 +23,8 @@ inline ExitCode exitCodeOf(orvhost::TuneStatus status) {
             return EXIT_NO_DATA;
         case orvhost::TuneStatus::Cancelled:
             return EXIT_INTERRUPTED;
+        case orvhost::TuneStatus::ServiceLost:
+            return EXIT_SERVICE;
         default:
             return EXIT_FAILED;
     }

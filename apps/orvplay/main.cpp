@@ -15,8 +15,10 @@ namespace {
 using namespace orvplay;
 
 constexpr char EXIT_CODES[] =
-    "Exit codes: 0 ok, 1 failure, 2 usage, 4 source cannot be opened, 5 no signal or no data,\n"
-    "6 playback error, 8 service or PID not found, 130 interrupted.";
+    "Exit codes: 0 ok, 1 failure, 2 usage, 3 player service not reachable or lost, 4 source cannot "
+    "be\n"
+    "opened, 5 no signal or no data, 6 playback error, 8 service or PID not found, 130 "
+    "interrupted.";
 
 void addPid(CLI::App* command, const std::string& name, std::optional<uint16_t>& pid,
             const std::string& what) {
@@ -32,12 +34,29 @@ void addStreams(CLI::App* command, StreamOptions& options) {
     addPid(command, "--caption-pid", options.captionPid, "captions");
 }
 
+void addService(CLI::App* command, ServiceOptions& options) {
+    command
+        ->add_flag("--connect{session}", options.connect,
+                   "Use a player service that runs already, on the session bus or the system bus. "
+                   "It serves one application, the one that connected last")
+        ->check([](const std::string& bus) {
+            return bus == "session" || bus == "system"
+                       ? std::string()
+                       : "--connect: no bus \"" + bus + "\": session or system";
+        })
+        ->type_name("[=session|system]");
+}
+
 void addPlay(CLI::App& app, PlayOptions& options) {
     CLI::App* play = app.add_subcommand("play", "Play a transport stream as live television");
     play->add_option("SOURCE", options.source, "A transport stream file, or - for standard input")
         ->required();
     addStreams(play, options);
     addPid(play, "--pcr-pid", options.pcrPid, "clock");
+    addService(play, options);
+    play->add_flag("--restart", options.restart,
+                   "Start a player service of our own again when it ends by itself")
+        ->excludes("--connect");
     play->add_flag("--headless", options.headless,
                    "Open no window (the default without a display)");
     play->add_flag("!--no-audio", options.audio, "Play no sound");
@@ -73,6 +92,7 @@ void addSnapshot(CLI::App& app, SnapshotOptions& options) {
         ->required();
     addStreams(snapshot, options);
     addPid(snapshot, "--pcr-pid", options.pcrPid, "clock");
+    addService(snapshot, options);
     snapshot->add_option("-n,--count", options.count, "How many stills (default 1)")
         ->check(CLI::Range(1, MOST))
         ->type_name("COUNT");

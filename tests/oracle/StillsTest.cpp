@@ -5,6 +5,8 @@
 extern "C" {
 #include <libavutil/frame.h>
 }
+#include <orvclient/PictureQueue.h>
+#include <orvclient/Player.h>
 
 #include <algorithm>
 #include <atomic>
@@ -17,12 +19,8 @@ extern "C" {
 #include <thread>
 #include <vector>
 
-#include "MonotonicTime.h"
-#include "PlayerSession.h"
 #include "Still.h"
 #include "StreamSelection.h"
-#include "audio/AudioOutput.h"
-#include "dtv/Tuner.h"
 #include "pattern/TestPattern.h"
 #include "programs/Program.h"
 #include "support/Await.h"
@@ -79,13 +77,16 @@ std::optional<uint32_t> numberOf(const orvplay::Still& still) {
 class Screen {
 public:
     Screen() {
-        orvhost::BufferQueue::create(&producer, &consumer);
         mThread = std::thread([this] {
             while (!mEnd) {
-                orvhost::AcquiredBuffer picture;
-                if (consumer->acquire(&picture, 50) == android::OK) {
-                    look(*picture.buffer);
-                    consumer->release(picture.slot);
+                orvclient::Picture picture;
+                if (queue.acquire(&picture, 50)) {
+                    lastNumber = readFrameNumber(picture.luma, static_cast<int>(picture.stride),
+                                                 static_cast<int>(picture.width),
+                                                 static_cast<int>(picture.height))
+                                     .value_or(0);
+                    ++shown;
+                    queue.release(picture);
                 }
             }
         });
@@ -97,23 +98,11 @@ public:
     Screen(const Screen&) = delete;
     Screen& operator=(const Screen&) = delete;
 
-    android::sp<android::IGraphicBufferProducer> producer;
-    android::sp<orvhost::BufferQueue::Consumer> consumer;
+    orvclient::PictureQueue queue;
     std::atomic<uint32_t> lastNumber{0};
     std::atomic<uint64_t> shown{0};
 
 private:
-    void look(android::GraphicBuffer& buffer) {
-        void* luma = nullptr;
-        buffer.lock(android::GraphicBuffer::USAGE_SW_READ_OFTEN, &luma);
-        lastNumber = readFrameNumber(
-                         static_cast<const uint8_t*>(luma), static_cast<int>(buffer.getStride()),
-                         static_cast<int>(buffer.getWidth()), static_cast<int>(buffer.getHeight()))
-                         .value_or(0);
-        buffer.unlock();
-        ++shown;
-    }
-
     std::atomic<bool> mEnd{false};
     std::thread mThread;
 };
@@ -128,56 +117,54 @@ class StillsTest : public testing::TestWithParam<Service> {
 protected:
     void SetUp() override {
         setenv("ORV_TRACE", "error", 0);
-        orvhost::setAudioOutput(orvhost::AudioOutput::SILENT);
-        orvhost::Tuner& tuner = orvhost::Tuner::instance();
-        ASSERT_TRUE(tuner.tune(SAMPLE, {}).ok());
-        orvplay::PlayOptions options;
-        options.service = GetParam().number;
-        std::string error;
-        ASSERT_TRUE(
-            orvplay::selectStreams(tuner.services(5000).services, options, &mSelection, &error))
-            << error;
-    }
-    void TearDown() override { orvhost::Tuner::instance().untune(); }
-
-    // What the player hands out for two requests at the same time, of which it takes the first.
-    std::vector<orvplay::Still> play() {
-        Screen screen;
-        orvplay::StillTray tray(screen.consumer, 2 * STILLS);
-        std::atomic<int> late{0};
-        orvplay::PlayerSession::Events events;
-        events.onError = [](unsigned int code, const std::string&) { ADD_FAILURE() << code; };
-        events.onAudioSessionId = [](int) {};
-        events.onAudioReady = [](long) {};
-        events.onStill = [&](const unsigned char* pixels, unsigned width, unsigned height) {
-            const uint32_t onScreen = screen.lastNumber;
-            tray.put(pixels, width, height);
+        orvclient::Callbacks callbacks;
+        callbacks.onError = [](int code) { ADD_FAILURE() << code; };
+        callbacks.onStill = [this](const orvclient::StillView& still) {
+            const uint32_t onScreen = mScreen.lastNumber;
+            mTray.put(still);
             mOnScreen.push_back(onScreen);
         };
-        orvplay::PlayerSession session(screen.producer, std::move(events));
-        EXPECT_EQ(session.open(mSelection.configuration()), 0);
-        EXPECT_EQ(session.start(), 0);
-        EXPECT_TRUE(await([&] { return screen.shown > 2; }, std::chrono::seconds(30)));
-        session.requestStills(STILLS, EVERY_MS);
-        session.requestStills(1, 0);
+        std::string error;
+        mPlayer = orvclient::Player::create({}, callbacks, &error);
+        ASSERT_NE(mPlayer, nullptr) << error;
+        ASSERT_TRUE(mPlayer->tuner().tune(SAMPLE, {}).ok());
+        orvplay::PlayOptions options;
+        options.service = GetParam().number;
+        orvplay::StreamSelection selection;
+        ASSERT_TRUE(orvplay::selectStreams(mPlayer->tuner().services(5000).services, options,
+                                           &selection, &error))
+            << error;
+        ASSERT_TRUE(mPlayer->setSurface(&mScreen.queue).ok());
+        ASSERT_TRUE(mPlayer->open(selection.liveSource()).ok());
+        ASSERT_TRUE(mPlayer->start().ok());
+    }
+    void TearDown() override { mPlayer = nullptr; }
+
+    // What the player hands out for two requests at the same time, of which it takes the first.
+    std::vector<orvplay::Still> takeStills() {
+        EXPECT_TRUE(await([&] { return mScreen.shown > 2; }, std::chrono::seconds(30)));
+        mPlayer->requestStills(STILLS, std::chrono::milliseconds(EVERY_MS));
+        mPlayer->requestStills(1, std::chrono::milliseconds(0));
         std::vector<orvplay::Still> stills(STILLS);
         for (orvplay::Still& still : stills) {
-            EXPECT_TRUE(tray.take(&still, std::chrono::seconds(10)));
+            EXPECT_TRUE(mTray.take(&still, std::chrono::seconds(10)));
         }
-        const uint64_t then = screen.shown;
-        EXPECT_TRUE(await([&] { return screen.shown > then + 10; }));
+        const uint64_t then = mScreen.shown;
+        EXPECT_TRUE(await([&] { return mScreen.shown > then + 10; }));
         orvplay::Still more;
-        EXPECT_FALSE(tray.take(&more, std::chrono::milliseconds(0))) << "refused, not put off";
-        EXPECT_EQ(session.stop(), 0);
+        EXPECT_FALSE(mTray.take(&more, std::chrono::milliseconds(0))) << "refused, not put off";
+        EXPECT_TRUE(mPlayer->stop().ok());
         return stills;
     }
 
-    orvplay::StreamSelection mSelection;
-    std::vector<uint32_t> mOnScreen;  // when a still came; capture thread
+    Screen mScreen;
+    orvplay::StillTray mTray{2 * STILLS};
+    std::vector<uint32_t> mOnScreen;  // when a still came; callback thread
+    std::unique_ptr<orvclient::Player> mPlayer;
 };
 
 TEST_P(StillsTest, AreThePicturesOnTheScreen) {
-    const std::vector<orvplay::Still> stills = play();
+    const std::vector<orvplay::Still> stills = takeStills();
     std::map<uint32_t, const orvplay::Still*> wanted;
     int old = 0;
     for (size_t i = 0; i < stills.size(); ++i) {

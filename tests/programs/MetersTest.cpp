@@ -6,6 +6,9 @@
 #include "Distribution.h"
 #include "FrameMeter.h"
 #include "LoadGuard.h"
+#include "MonotonicTime.h"
+#include "ServiceFigures.h"
+#include "SoundMeter.h"
 #include "SyncMeter.h"
 
 namespace orvplay {
@@ -123,6 +126,70 @@ TEST(SyncMeterTest, FlashesWithoutSoundDoNotCollect) {
     meter.onBeep(999'010 * MS);
     EXPECT_EQ(meter.skew().count(), 1u);
     EXPECT_NEAR(meter.skew().meanMs(), 10.0, 1e-6);
+}
+
+// The sound is early by its time stamps, and heard so much later; a value told twice counts once.
+TEST(SoundMeterTest, TakesBeepsAndOneTimeStampALook) {
+    SyncMeter sync;
+    SoundMeter meter(sync);
+    orvclient::PlaybackFigures figures;
+    figures.outputLatencyMs = 180;
+    for (const double earlyMs : {170.0, 190.0, 5000.0}) {
+        figures.audioEarlyMs = earlyMs;
+        ++figures.audioEarlyCount;
+        meter.onFigures(figures);
+        meter.onFigures(figures);
+    }
+    EXPECT_EQ(sync.skew().count(), 2u);
+    EXPECT_NEAR(sync.skew().meanMs(), 0.0, 1e-9);
+    EXPECT_NEAR(sync.skew().maxMs(), 10.0, 1e-9);
+
+    sync.onFlash(1000 * MS);
+    figures.beepsNs = {1030 * MS};
+    meter.onFigures(figures);
+    EXPECT_TRUE(sync.measuredByMarks());
+    EXPECT_NEAR(sync.skew().meanMs(), 30.0, 1e-9);
+}
+
+// What a service had counted before is left out, and what one came to that ended stays.
+TEST(ServiceFiguresTest, CountFromTheBeginningOverServicesThatEnd) {
+    const int64_t now = monotonicNs();
+    const auto told = [](int pid, uint64_t count, int64_t maxRssKb) {
+        orvclient::PlaybackFigures figures;
+        figures.pid = pid;
+        figures.framesTimed = count;
+        figures.cpuSeconds = static_cast<double>(count) / 100;
+        figures.maxRssKb = maxRssKb;
+        return figures;
+    };
+    ServiceFigures figures;
+    orvclient::PlaybackFigures before = told(7, 1000, 50);
+    before.lastFrameTimedNs = now - 5000 * MS;
+    figures.begin(before);
+    before.beepsNs = {now - 1000 * MS, monotonicNs() + MS};
+    EXPECT_TRUE(figures.update(before));
+    EXPECT_EQ(figures.totals().framesTimed, 0u);
+    EXPECT_EQ(figures.totals().lastFrameTimedNs, 0);
+    EXPECT_EQ(figures.totals().beepsNs.size(), 1u);
+
+    const struct {
+        orvclient::PlaybackFigures told;
+        uint64_t frames;
+        int64_t maxRssKb;
+    } cases[] = {
+        {told(7, 1030, 70), 30, 70},
+        {told(0, 0, 0), 30, 70},  // no answer: the service has just
+                                  // ended
+        {told(8, 4, 60), 34, 70},
+        {told(8, 5, 80), 35, 80},
+        {told(9, 1, 10), 36, 80},
+    };
+    for (const auto& test : cases) {
+        EXPECT_EQ(figures.update(test.told), test.told.pid != 0);
+        EXPECT_EQ(figures.totals().framesTimed, test.frames);
+        EXPECT_NEAR(figures.totals().cpuSeconds, static_cast<double>(test.frames) / 100, 1e-9);
+        EXPECT_EQ(figures.totals().maxRssKb, test.maxRssKb);
+    }
 }
 
 constexpr double PERIOD_MS = 33.4;

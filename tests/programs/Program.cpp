@@ -11,7 +11,10 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <filesystem>
+#include <fstream>
 #include <sstream>
+#include <thread>
 
 extern char** environ;
 
@@ -170,6 +173,26 @@ void Program::signal(int number) {
     if (mPid > 0) {
         kill(mPid, number);
     }
+}
+
+pid_t Program::awaitService(double seconds) {
+    const double deadline = nowSeconds() + seconds;
+    while (mPid > 0 && nowSeconds() < deadline) {
+        std::error_code ended;
+        const std::string tasks = "/proc/" + std::to_string(mPid) + "/task";
+        for (const auto& task : std::filesystem::directory_iterator(tasks, ended)) {
+            std::ifstream children(task.path() / "children");
+            for (pid_t child = 0; children >> child;) {
+                std::ifstream comm("/proc/" + std::to_string(child) + "/comm");
+                std::string name;
+                if (std::getline(comm, name) && name == "orvplayerd") {
+                    return child;
+                }
+            }
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return -1;
 }
 
 void Program::closeOutput() {

@@ -55,6 +55,8 @@ public:
     pid_t pid() const { return mPid; }
     // What was read so far.
     const std::string& output() const { return mResult.out; }
+    // The player service that it started, once it has; -1 when it did not in time.
+    pid_t awaitService(double seconds);
     // As a reader that has seen enough.
     void closeOutput();
     // Waits for the end, so many seconds at most; then the program is killed.

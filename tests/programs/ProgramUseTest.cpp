@@ -40,6 +40,8 @@ TEST(ProgramUseTest, WrongUseIsToldInOneLineAtOnce) {
         {{"watch"}, 2, ""},
         {{"play", SMALL, "--video-pid", "99999"}, 2, "--video-pid"},
         {{"play", SMALL, "--duration", "-1"}, 2, "--duration"},
+        {{"play", SMALL, "--connect=tv"}, 2, "session or system"},
+        {{"play", SMALL, "--connect", "--restart"}, 2, "--restart"},
         {{"play", SMALL, "--captions-out", "a.ass"}, 2, ".srt"},
         {{"play", SMALL, "--captions-out", "/no/such/a.srt"}, 1, "/no/such/a.srt"},
         {{"play", "/no/such.ts"}, 4, "/no/such.ts"},

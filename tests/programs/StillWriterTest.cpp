@@ -157,20 +157,18 @@ TEST_F(StillWriterTest, FailureSaysWhyAndLeavesNothing) {
 
 // Whoever is slow gets the newest stills.
 TEST(StillTrayTest, HoldsSoManyStills) {
-    android::sp<android::IGraphicBufferProducer> producer;
-    android::sp<orvhost::BufferQueue::Consumer> window;
-    orvhost::BufferQueue::create(&producer, &window);
-    StillTray tray(window, 2);
+    StillTray tray(2);
     Still still;
     EXPECT_FALSE(tray.take(&still, std::chrono::milliseconds(0)));
     for (unsigned char i = 1; i <= 3; ++i) {
         const unsigned char pixel[] = {i, i, i, 0xFF};
-        tray.put(pixel, 1, 1);
+        tray.put({.pixels = pixel, .width = 1, .height = 1, .source = {.ptsNs = i * 1'000'000}});
     }
     for (const int expected : {2, 3}) {
         ASSERT_TRUE(tray.take(&still, std::chrono::milliseconds(0)));
         EXPECT_EQ(still.pixels[0], expected);
         EXPECT_EQ(still.pixels.size(), 4u);
+        EXPECT_EQ(still.pts90k, expected * 90u);
     }
     EXPECT_FALSE(tray.take(&still, std::chrono::milliseconds(1)));
 }
