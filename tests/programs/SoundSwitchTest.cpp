@@ -77,7 +77,7 @@ protected:
         orvhost::TuneOptions tuning;
         tuning.loop = true;
         orvhost::Tuner& tuner = orvhost::Tuner::instance();
-        const std::string file = std::string(ORV_SAMPLES_DIR) + "/" + GetParam() + ".ts";
+        const std::string file = std::string(ORV_SAMPLES_DIR "/") + GetParam() + ".ts";
         ASSERT_TRUE(tuner.tune(file, tuning).ok());
         orvplay::StreamSelection selection;
         std::string error;
