@@ -16,7 +16,6 @@
 namespace {
 
 using namespace orvtest;
-using android::IBinder;
 using android::Parcel;
 using android::sp;
 using orvhost::ITuner;
@@ -213,8 +212,7 @@ TEST_F(TunerServiceTest, HostileRequestsGetAnError) {
     for (const int32_t timeout : {INT32_MIN, -1, 0}) {
         Parcel data;
         request(&data)->writeInt32(timeout);
-        EXPECT_EQ(mService->transact(ITuner::SERVICES, data, nullptr, IBinder::FLAG_ONEWAY),
-                  android::OK);
+        EXPECT_EQ(mService->transact(ITuner::SERVICES, data, &reply), android::OK) << timeout;
     }
 }
 
