@@ -6,10 +6,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <csignal>
 #include <filesystem>
 #include <random>
+#include <thread>
 
+#include "graphics/BufferQueue.h"
 #include "programs/PrivateBus.h"
 #include "programs/Program.h"
 #include "programs/ServiceClient.h"
@@ -23,7 +26,7 @@ using android::Parcel;
 using android::String16;
 
 const char SAMPLE[] = ORV_SAMPLES_DIR "/small.ts";
-enum PlayerCode : uint32_t { STOP = 3, CLOSE = 8, GET_STATE = 25 };
+enum PlayerCode : uint32_t { STOP = 3, CLOSE = 8, SET_SURFACE = 9, GET_STATE = 25 };
 enum State { IDLE = 1, PLAYING = 3 };
 
 // A service process has half a second to end; a sanitizer makes everything slow.
@@ -277,6 +280,67 @@ TEST(Daemon, HostileCallsHarmNobody) {
         EXPECT_EQ(target->pingBinder(), android::OK);
     }
     EXPECT_EQ(client.call(GET_STATE), IDLE);
+}
+
+// Everything but opening and closing, without which no stop is one too many.
+TEST(Daemon, CommandsFromEightThreadsWhileItPlays) {
+    constexpr uint32_t COMMANDS[] = {2,  3,  4,  5,  6,  10, 11, 14, 17, 18, 19,
+                                     20, 21, 22, 23, 24, 25, 26, 27, 28, 29};
+    Embedded service;
+    ServiceClient& client = service.client();
+    ASSERT_TRUE(client.isComplete());
+    ASSERT_EQ(client.play(SAMPLE), 0);
+    ASSERT_TRUE(client.plays());
+
+    android::sp<android::IGraphicBufferProducer> producer;
+    android::sp<orvhost::BufferQueue::Consumer> window;
+    orvhost::BufferQueue::create(&producer, &window);
+    Parcel surface;
+    surface.writeInterfaceToken(String16("OrvPlayer"));
+    surface.writeString16(String16());
+    surface.writeString16(String16());
+    surface.writeInt32(0);
+    surface.writeInt32(0);
+    surface.writeStrongBinder(android::IInterface::asBinder(producer));
+    Parcel answer;
+    ASSERT_EQ(client.player()->transact(SET_SURFACE, surface, &answer), android::OK);
+
+    std::atomic<bool> over{false};
+    std::atomic<int> failed{0};
+    std::vector<std::thread> threads;
+    threads.emplace_back([&] {
+        orvhost::AcquiredBuffer picture;
+        while (!over) {
+            if (window->acquire(&picture, 50) == android::OK) {
+                window->release(picture.slot);
+            }
+        }
+    });
+    for (unsigned seed = 0; seed < 8; ++seed) {
+        threads.emplace_back([&, seed] {
+            std::mt19937 random(seed);
+            while (!over) {
+                Parcel data;
+                data.writeInterfaceToken(String16("OrvPlayer"));
+                for (int field = 0; field < 5; ++field) {
+                    data.writeInt32(static_cast<int32_t>(random() % 300));
+                }
+                Parcel reply;
+                const uint32_t code = COMMANDS[random() % std::size(COMMANDS)];
+                failed += client.player()->transact(code, data, &reply) != android::OK;
+            }
+        });
+    }
+    std::this_thread::sleep_for(std::chrono::seconds(3));
+    over = true;
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(failed, 0);
+    // And it plays as before, once it has its PIDs again.
+    client.call(CLOSE);
+    EXPECT_EQ(client.play(SAMPLE), 0);
+    EXPECT_TRUE(client.plays());
 }
 
 // The application is killed while it plays: the service forgets it, and serves the next one.
