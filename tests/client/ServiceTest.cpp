@@ -178,10 +178,12 @@ size_t residentKb(pid_t process) {
     return 0;
 }
 
-// Stopped at once or after the first pictures, a hundred times leave nothing on either side.
+// Stopped at once or after the first pictures, a hundred times leave nothing on either side; or as
+// many as ORV_CYCLES says.
 TEST_F(ServiceTest, CyclesLeaveNothingBehind) {
-    constexpr int CYCLES = SANITIZED ? 20 : 100;
-    constexpr int SETTLED = CYCLES / 2;  // what lives as long as the processes is there by then
+    const char* const asked = getenv("ORV_CYCLES");
+    const int cycles = asked != nullptr ? atoi(asked) : SANITIZED ? 20 : 100;
+    const int settled = cycles / 2;  // what lives as long as the processes is there by then
     constexpr size_t SLACK_KB = 4096;
     create();
     tune();
@@ -191,14 +193,14 @@ TEST_F(ServiceTest, CyclesLeaveNothingBehind) {
     size_t memoryKb = 0;
     size_t heap = 0;
     ProcessUsage own;
-    for (int cycle = 1; cycle <= CYCLES; ++cycle) {
+    for (int cycle = 1; cycle <= cycles; ++cycle) {
         play();
-        if (cycle == 1 || cycle == SETTLED || cycle == CYCLES) {
+        if (cycle == 1 || cycle == settled || cycle == cycles) {
             EXPECT_TRUE(watch(5)) << cycle;
         }
         ASSERT_TRUE(mPlayer->stop().ok());
         ASSERT_TRUE(mPlayer->close().ok());
-        if (cycle == SETTLED) {
+        if (cycle == settled) {
             own = ProcessUsage::now();
             heap = mallinfo2().uordblks;
             threads = entriesOf(service, "task");
