@@ -3,13 +3,24 @@
 #include <binder/IPCThreadState.h>
 #include <binder/Parcel.h>
 
+#include <algorithm>
+#include <iterator>
 #include <utility>
+#include <vector>
 
 #include "graphics/ProducerWire.h"
 
 namespace android {
 
 namespace wire = orvhost::producerwire;
+
+namespace {
+
+// While a producer has so many credits the next ones wait, and are then sent together: each message
+// wakes its process up.
+constexpr auto ENOUGH_CREDITS = 3;
+
+}  // namespace
 
 // The death of the process at the other end of one session.
 class BnGraphicBufferProducer::LinkDeath : public IBinder::DeathRecipient {
@@ -49,6 +60,11 @@ struct BnGraphicBufferProducer::Session {
     int toldHeight = -1;
 };
 
+struct BnGraphicBufferProducer::Credit {
+    int slot = -1;
+    sp<GraphicBuffer> buffer;  // null: known to the producer
+};
+
 struct BnGraphicBufferProducer::Message {
     uint32_t code = 0;  // of wire::ToProducer
     sp<IBinder> link;
@@ -58,8 +74,7 @@ struct BnGraphicBufferProducer::Message {
     int width = 0;                   // DISPLAY_SIZE
     int height = 0;
     uint32_t generation = 0;  // CREDIT
-    int slot = -1;
-    sp<GraphicBuffer> buffer;  // null: known to the producer
+    std::vector<Credit> credits;
 };
 
 BnGraphicBufferProducer::BnGraphicBufferProducer(const sp<orvhost::BufferQueueCore>& core)
@@ -310,25 +325,38 @@ bool BnGraphicBufferProducer::nextMessage(Message* message) {
         message->height = mSession->toldHeight = height;
         return true;
     }
-    return mSession->generation != 0 && nextCredit(message);
+    return mSession->generation != 0 && nextCredits(message);
 }
 
-bool BnGraphicBufferProducer::nextCredit(Message* message) {
-    int slot = -1;
+bool BnGraphicBufferProducer::nextCredits(Message* message) {
+    const auto outstanding =
+        std::count_if(std::begin(mSession->slots), std::end(mSession->slots),
+                      [](const Session::Slot& slot) { return slot.generation != 0; });
+    if (outstanding >= ENOUGH_CREDITS) {
+        return false;
+    }
+    message->code = wire::CREDIT;
+    message->generation = mSession->generation;
+    Credit credit;
+    while (nextCredit(&credit)) {
+        message->credits.push_back(std::move(credit));
+    }
+    return !message->credits.empty();
+}
+
+bool BnGraphicBufferProducer::nextCredit(Credit* credit) {
+    *credit = {};
     const status_t result =
-        mCore->tryDequeueBuffer(&slot, mSession->width, mSession->height, mSession->format,
+        mCore->tryDequeueBuffer(&credit->slot, mSession->width, mSession->height, mSession->format,
                                 GraphicBuffer::USAGE_SW_WRITE_OFTEN);
     if (result < 0) {
         return false;
     }
-    Session::Slot& credited = mSession->slots[slot];
-    if ((result & BUFFER_NEEDS_REALLOCATION) != 0 || !credited.known) {
-        mCore->requestBuffer(slot, &message->buffer);
+    Session::Slot& slot = mSession->slots[credit->slot];
+    if ((result & BUFFER_NEEDS_REALLOCATION) != 0 || !slot.known) {
+        mCore->requestBuffer(credit->slot, &credit->buffer);
     }
-    credited = {mSession->generation, true};
-    message->code = wire::CREDIT;
-    message->generation = mSession->generation;
-    message->slot = slot;
+    slot = {mSession->generation, true};
     return true;
 }
 
@@ -339,9 +367,12 @@ void BnGraphicBufferProducer::undo(const Message& message) {
     }
     if (message.code == wire::DISPLAY_SIZE) {
         mSession->toldWidth = mSession->toldHeight = -1;
-    } else if (mSession->slots[message.slot].generation == message.generation) {
-        mCore->cancelBuffer(message.slot);
-        mSession->slots[message.slot] = {};
+    }
+    for (const Credit& credit : message.credits) {
+        if (mSession->slots[credit.slot].generation == message.generation) {
+            mCore->cancelBuffer(credit.slot);
+            mSession->slots[credit.slot] = {};
+        }
     }
 }
 
@@ -351,10 +382,12 @@ status_t BnGraphicBufferProducer::send(const Message& message) {
     switch (message.code) {
         case wire::CREDIT:
             data.writeUint32(message.generation);
-            data.writeInt32(message.slot);
-            data.writeInt32(message.buffer != nullptr);
-            if (message.buffer != nullptr) {
-                data.writeFileDescriptor(message.buffer->getDescriptor());
+            for (const Credit& credit : message.credits) {
+                data.writeInt32(credit.slot);
+                data.writeInt32(credit.buffer != nullptr);
+                if (credit.buffer != nullptr) {
+                    data.writeFileDescriptor(credit.buffer->getDescriptor());
+                }
             }
             break;
         case wire::DISPLAY_SIZE:

@@ -47,6 +47,7 @@ protected:
 private:
     class LinkDeath;
     struct Session;
+    struct Credit;
     struct Message;
 
     status_t onConnect(const Parcel& data);
@@ -62,7 +63,8 @@ private:
     bool givesWay(const sp<IBinder>& link, pid_t pid) const;
     std::unique_ptr<Session> takeSession();
     bool nextMessage(Message* message);
-    bool nextCredit(Message* message);
+    bool nextCredits(Message* message);
+    bool nextCredit(Credit* credit);
     void undo(const Message& message);
 
     static status_t send(const Message& message);

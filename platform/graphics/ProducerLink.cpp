@@ -288,7 +288,7 @@ status_t ProducerLink::onTransact(uint32_t code, const Parcel& data, Parcel* rep
     }
     switch (code) {
         case producerwire::CREDIT:
-            return onCredit(data);
+            return onCredits(data);
         case producerwire::DISPLAY_SIZE:
             return onDisplaySize(data);
         default:
@@ -296,8 +296,16 @@ status_t ProducerLink::onTransact(uint32_t code, const Parcel& data, Parcel* rep
     }
 }
 
-status_t ProducerLink::onCredit(const Parcel& data) {
-    const uint32_t generation = data.readUint32();
+status_t ProducerLink::onCredits(const Parcel& data) {
+    uint32_t generation = 0;
+    status_t status = data.readUint32(&generation);
+    while (status == OK && data.dataAvail() > 0) {
+        status = onCredit(data, generation);
+    }
+    return status;
+}
+
+status_t ProducerLink::onCredit(const Parcel& data, uint32_t generation) {
     const int slot = data.readInt32();
     int32_t hasMemory = 0;
     const status_t status = data.readInt32(&hasMemory);
@@ -306,11 +314,11 @@ status_t ProducerLink::onCredit(const Parcel& data) {
     }
     sp<GraphicBuffer> buffer;
     if (hasMemory != 0) {
+        const int descriptor = data.readFileDescriptor();
         const Request asked = request();
         if (asked.generation != generation) {
             return OK;  // stale
         }
-        const int descriptor = data.readFileDescriptor();
         const int ours = descriptor < 0 ? -1 : fcntl(descriptor, F_DUPFD_CLOEXEC, 0);
         buffer = new GraphicBuffer(asked.width, asked.height, asked.format, USAGE, ours);
         if (buffer->initCheck() != OK) {

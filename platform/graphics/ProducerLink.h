@@ -78,7 +78,8 @@ private:
         android::sp<android::GraphicBuffer> buffer;
     };
 
-    android::status_t onCredit(const android::Parcel& data);
+    android::status_t onCredits(const android::Parcel& data);
+    android::status_t onCredit(const android::Parcel& data, uint32_t generation);
     android::status_t onDisplaySize(const android::Parcel& data);
     android::status_t onEnded(const android::Parcel& data);
     void credit(uint32_t generation, int slot, const android::sp<android::GraphicBuffer>& buffer);

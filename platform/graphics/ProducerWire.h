@@ -10,7 +10,7 @@
 // What the two sides of a buffer queue say to each other. The queue lives with the window, in the
 // application's process; the producer, a codec, in the service's. All calls are one-way, and those
 // of each direction are executed in order: so neither side ever waits for the other, and a picture
-// costs one message each way.
+// costs one message, and credits for up to three of them another one the other way.
 //
 // The queue's side gives *credits*: it takes slots from its queue as they become free and sends
 // each along, with the descriptor of its memory when that is new. The producer spends them without
@@ -21,7 +21,7 @@
 //   CONNECT, REQUEST_BUFFERS  --->
 //                             <---  DISPLAY_SIZE, CREDIT x free slots, with descriptors
 //   QUEUE slot                --->        consumer acquires ... releases
-//                             <---  CREDIT slot
+//                             <---  CREDIT slots, while the producer has few
 //   DISCONNECT                --->  everything is taken back
 //
 // Sizes are only ever told by the producer, with a number, the *generation*. Credits name the one
@@ -49,7 +49,8 @@ enum ToQueue : uint32_t {
 
 // Calls to the producer, each beginning with the token LINK_DESCRIPTOR.
 enum ToProducer : uint32_t {
-    // uint32 generation, int32 slot, int32 whether a descriptor follows; the descriptor
+    // uint32 generation; then for each slot: int32 slot, int32 whether a descriptor follows, the
+    // descriptor
     CREDIT = android::IBinder::FIRST_CALL_TRANSACTION,
     // int32 width, int32 height, pixels
     DISPLAY_SIZE,

@@ -32,7 +32,7 @@ protected:
     }
 };
 
-TEST_F(RemoteQueueTest, PictureCostsOneMessageEachWay) {
+TEST_F(RemoteQueueTest, PictureCostsOneMessageAndAThirdOfOneBack) {
     const auto show = [&](int64_t first, int64_t last) {
         for (int64_t number = first; number <= last; ++number) {
             ASSERT_EQ(present(number), OK);
@@ -45,7 +45,7 @@ TEST_F(RemoteQueueTest, PictureCostsOneMessageEachWay) {
     const Holdings before = Holdings::now();
     show(11, 60);
     EXPECT_EQ(mLoopback->received(Loopback::APPLICATION), toQueue + 50);
-    EXPECT_EQ(mLoopback->received(Loopback::SERVICE), toProducer + 50);
+    EXPECT_LE(mLoopback->received(Loopback::SERVICE), toProducer + 50 / 3 + 1);
     EXPECT_EQ(Holdings::now(), before);
 }
 
