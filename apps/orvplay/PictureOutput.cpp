@@ -10,8 +10,6 @@ namespace orvplay {
 
 namespace {
 
-constexpr int HEADLESS_POLL_MS = 100;  // how soon a stop is noticed
-
 struct Marks {
     std::optional<uint32_t> number;
     bool flash = false;
@@ -47,6 +45,10 @@ PictureOutput::~PictureOutput() {
 }
 
 bool PictureOutput::start() {
+    if (!mHasDisplay) {
+        mConsumer->setFrameAvailableListener([this] { takePicture(0); });
+        return true;
+    }
     std::promise<bool> opened;
     std::future<bool> result = opened.get_future();
     mThread = std::thread([this, &opened] { run([&opened](bool ok) { opened.set_value(ok); }); });
@@ -59,6 +61,7 @@ bool PictureOutput::start() {
 
 void PictureOutput::stop() {
     mStopRequested = true;
+    mConsumer->setFrameAvailableListener({});
     mConsumer->abandon();  // wakes the thread
     if (mThread.joinable()) {
         mThread.join();
@@ -66,27 +69,26 @@ void PictureOutput::stop() {
 }
 
 void PictureOutput::run(std::function<void(bool)> opened) {
-    if (mDisplay != nullptr) {
-        if (!mDisplay->open()) {
-            opened(false);
-            return;
-        }
-        mConsumer->setDisplaySize(mDisplay->width(), mDisplay->height());
+    if (!mDisplay->open()) {
+        opened(false);
+        return;
     }
+    mConsumer->setDisplaySize(mDisplay->width(), mDisplay->height());
     opened(true);
     while (!mStopRequested) {
-        orvhost::AcquiredBuffer picture;
-        const int timeoutMs = mDisplay != nullptr ? mDisplay->waitMs() : HEADLESS_POLL_MS;
-        if (mConsumer->acquire(&picture, timeoutMs) == android::OK) {
-            onPicture(picture);
-        }
-        if (mDisplay != nullptr) {
-            passCaption();
-            onRequest(mDisplay->handleEvents());
-            mConsumer->setDisplaySize(mDisplay->width(), mDisplay->height());
-        }
+        takePicture(mDisplay->waitMs());
+        passCaption();
+        onRequest(mDisplay->handleEvents());
+        mConsumer->setDisplaySize(mDisplay->width(), mDisplay->height());
     }
     mDisplay = nullptr;  // closed by the thread that opened it
+}
+
+void PictureOutput::takePicture(int timeoutMs) {
+    orvhost::AcquiredBuffer picture;
+    if (mConsumer->acquire(&picture, timeoutMs) == android::OK) {
+        onPicture(picture);
+    }
 }
 
 void PictureOutput::passCaption() {
@@ -132,6 +134,7 @@ void PictureOutput::onPicture(const orvhost::AcquiredBuffer& picture) {
         ++mFigures.frames;
         if (mFigures.frames == 1) {
             mFigures.firstFrameNs = now;
+            mFirst.notify_all();
         }
         mFigures.lastFrameNs = now;
         mFigures.width = picture.input.crop.right - picture.input.crop.left + 1;
@@ -154,6 +157,11 @@ void PictureOutput::keepLast(const orvhost::AcquiredBuffer& picture) {
         mConsumer->release(mLast.slot);
     }
     mLast = picture;
+}
+
+void PictureOutput::awaitFirst(std::chrono::milliseconds timeout) const {
+    std::unique_lock<std::mutex> guard(mLock);
+    mFirst.wait_for(guard, timeout, [this] { return mFigures.frames > 0; });
 }
 
 PictureOutput::Figures PictureOutput::figures() const {

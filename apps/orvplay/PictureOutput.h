@@ -1,6 +1,8 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -19,7 +21,8 @@ namespace orvplay {
 // Takes the pictures that the player presents: counts them, reads the marks that a test broadcast
 // carries, and shows them where there is a display.
 //
-// Runs a thread of its own from start() to stop(). The figures may be read at any time.
+// With a display it runs a thread of its own from start() to stop(); without one, pictures are
+// taken on the thread that brings them. The figures may be read at any time.
 class PictureOutput {
 public:
     struct Figures {
@@ -43,7 +46,8 @@ public:
     PictureOutput(const PictureOutput&) = delete;  // a thread points at it
     PictureOutput& operator=(const PictureOutput&) = delete;
 
-    // Opens the display, when there is one. False, and nothing runs, when that fails.
+    // To be called before pictures come. Opens the display, when there is one; false, and nothing
+    // runs, when that fails.
     bool start();
     // Ends the thread and the display; the queue ends with it.
     void stop();
@@ -55,6 +59,8 @@ public:
     void setCaptionsVisible(bool visible) { mCaptionsVisible = visible; }
 
     Figures figures() const;
+    // Waits for the first picture, at most so long.
+    void awaitFirst(std::chrono::milliseconds timeout) const;
     // The user closed the window or asked to quit.
     bool quitRequested() const { return mQuitRequested; }
     // How often the user asked for the next sound, or captions, since the last call.
@@ -63,6 +69,7 @@ public:
 
 private:
     void run(std::function<void(bool)> opened);
+    void takePicture(int timeoutMs);
     void passCaption();
     void onRequest(Display::Request request);
     void onPicture(const orvhost::AcquiredBuffer& picture);
@@ -80,11 +87,12 @@ private:
     std::atomic<bool> mCaptionsVisible{true};
     Mailbox<std::string> mCaption;
 
-    mutable std::mutex mLock;  // the two below
+    mutable std::mutex mLock;  // the three below
+    mutable std::condition_variable mFirst;
     FrameMeter mMeter;
     Figures mFigures;
 
-    // Output thread.
+    // Whichever thread takes the pictures.
     bool mFlashOn = false;
     bool mCaptionShown = false;
     orvhost::AcquiredBuffer mLast;

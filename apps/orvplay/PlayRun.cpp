@@ -23,8 +23,7 @@ namespace orvplay {
 
 namespace {
 
-constexpr int64_t LOOK_NS = 100'000'000;
-constexpr int64_t FIRST_LOOK_NS = 20'000'000;  // until the first picture, which is told at once
+constexpr std::chrono::milliseconds LOOK{100};
 constexpr double LONGEST_S = 1e9;
 constexpr std::chrono::seconds ANSWER_TOLD{2};  // it came already
 constexpr int64_t RESTART_NS = 10'000'000'000;
@@ -147,16 +146,19 @@ void PlayRun::awaitAnswer(const Status& status) {
 
 void PlayRun::watch() {
     while ((mOutcome = look()) == Outcome::GO_ON) {
-        std::this_thread::sleep_for(std::chrono::nanoseconds(untilNextLookNs()));
+        awaitNextLook();
     }
     mStatus.clear();
 }
 
-int64_t PlayRun::untilNextLookNs() const {
+// The first picture is told at once.
+void PlayRun::awaitNextLook() const {
     if (!mFirstPictureReported) {
-        return FIRST_LOOK_NS;
+        mPictures->awaitFirst(LOOK);
+        return;
     }
-    return mEndNs == 0 ? LOOK_NS : std::clamp<int64_t>(mEndNs - monotonicNs(), 0, LOOK_NS);
+    const std::chrono::nanoseconds left(mEndNs != 0 ? mEndNs - monotonicNs() : INT64_MAX);
+    std::this_thread::sleep_for(std::min<std::chrono::nanoseconds>(left, LOOK));
 }
 
 PlayRun::Outcome PlayRun::look() {

@@ -48,7 +48,7 @@ private:
     orvclient::Status start();
     void awaitAnswer(const orvclient::Status& status);
     void watch();
-    int64_t untilNextLookNs() const;
+    void awaitNextLook() const;
     Outcome look();
     void askService(bool urgent);
     Outcome lookAtService();

@@ -12,7 +12,9 @@ namespace orvplay {
 
 namespace {
 
-constexpr int64_t LOOK_NS = 100'000'000;
+// A look costs the service's process two wake-ups.
+constexpr int64_t LOOK_NS = 500'000'000;
+constexpr int64_t LOOK_AT_END_NS = 100'000'000;  // when the last picture is waited for
 
 Player::Service serviceOf(const std::string& connect) {
     return connect.empty()       ? Player::Service::EMBEDDED
@@ -57,7 +59,8 @@ Status PlayerSession::start() {
 
 bool PlayerSession::look(bool urgent) {
     const int64_t now = monotonicNs();
-    if (mLost || (!urgent && now - mLastLookNs < LOOK_NS)) {
+    const int64_t intervalNs = mSourceEnded ? LOOK_AT_END_NS : LOOK_NS;
+    if (mLost || (!urgent && now - mLastLookNs < intervalNs)) {
         return false;
     }
     mLastLookNs = now;

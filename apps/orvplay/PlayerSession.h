@@ -53,8 +53,8 @@ public:
     // again. False when it was not.
     bool replaceLost();
 
-    // Asks the service for what follows: at most ten times a second, unless it is urgent. False
-    // when nothing new is known.
+    // Asks the service for what follows: at most twice a second, ten times once the source has
+    // ended, unless it is urgent. False when nothing new is known.
     bool look(bool urgent = false);
     const orvclient::PlaybackFigures& figures() const { return mFigures.totals(); }
     // The source has nothing more, while the player may still hold pictures of it.
