@@ -37,6 +37,11 @@ bool PlayerSession::connect(std::string* error) {
         setenv("ORV_AUDIO", "silent", 1);  // our service inherits it
     }
     mPlayer = Player::create(options, mCallbacks, error);
+    if (mPlayer == nullptr) {
+        *error += mOptions.connect.empty()
+                      ? "; start orvplay again, or see what \"orvplayerd --check-config\" says"
+                      : "; start orvplayerd there, or leave out --connect";
+    }
     return mPlayer != nullptr;
 }
 

@@ -136,13 +136,22 @@ TEST(ServiceDeathTest, WithoutAServiceOneLineSaysSo) {
     std::filesystem::create_directories(folder);
     const std::filesystem::path alone = folder / "orvplay";
     std::filesystem::copy_file(ORV_PLAY, alone);
+    const std::filesystem::path beside = folder / "with-service";
+    std::filesystem::create_directories(beside);
+    std::filesystem::copy_file(ORV_PLAY, beside / "orvplay");
+    std::ofstream(beside / "orvplayerd") << "#!/bin/sh\nkill -9 $$\n";
+    std::filesystem::permissions(beside / "orvplayerd", std::filesystem::perms::owner_all);
     const std::vector<std::string> environment = {"PATH=/no/such",
                                                   "DBUS_SESSION_BUS_ADDRESS=unix:path=/no/such/bus",
                                                   "DBUS_SYSTEM_BUS_ADDRESS=unix:path=/no/such/bus"};
     struct {
         std::string program;
         std::vector<std::string> options;
-    } const cases[] = {{alone, {}}, {ORV_PLAY, {"--connect"}}, {ORV_PLAY, {"--connect=system"}}};
+        std::string advice;
+    } const cases[] = {{alone, {}, "--check-config"},
+                       {beside / "orvplay", {}, "before it served; start orvplay again"},
+                       {ORV_PLAY, {"--connect"}, "leave out --connect"},
+                       {ORV_PLAY, {"--connect=system"}, "leave out --connect"}};
     for (const auto& test : cases) {
         for (const char* command : {"play", "snapshot"}) {
             std::vector<std::string> arguments = {command, SMALL};
@@ -152,6 +161,7 @@ TEST(ServiceDeathTest, WithoutAServiceOneLineSaysSo) {
                 Program(Program::Other{test.program}, arguments, environment).finish(PATIENCE_S);
             EXPECT_EQ(result.exitCode, 3) << result.err;
             EXPECT_EQ(result.errLines(), 1U) << result.err;
+            EXPECT_NE(result.err.find(test.advice), std::string::npos) << result.err;
             EXPECT_EQ(result.out, "");
         }
     }
