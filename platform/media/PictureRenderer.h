@@ -26,7 +26,8 @@ public:
     // Waits for a picture in progress (milliseconds); later ones are dropped.
     void disconnect();
 
-    // Waits at most 5 ms for a window buffer. False: the picture was dropped.
+    // Waits for a window buffer as long as the surface does: 5 ms, for the first of a size 100 ms.
+    // False: the picture was dropped.
     bool render(const AVFrame& picture, int64_t timeUs);
 
 private:
