@@ -13,7 +13,7 @@
 #include <thread>
 
 #include "graphics/BufferQueue.h"
-#include "programs/PrivateBus.h"
+#include "platform/binder/PrivateBus.h"
 #include "programs/Program.h"
 #include "programs/ServiceClient.h"
 #include "support/Await.h"

@@ -6,7 +6,7 @@
 #include <iterator>
 #include <regex>
 
-#include "programs/PrivateBus.h"
+#include "platform/binder/PrivateBus.h"
 #include "programs/Program.h"
 #include "programs/ServiceClient.h"
 

@@ -18,12 +18,13 @@ constexpr char CONFIGURATION[] = R"(<busconfig>
     <allow own="*"/>
     <deny own="org.orvplayer.Forbidden"/>
   </policy>
+  %c
 </busconfig>
 )";
 
 }  // namespace
 
-PrivateBus::PrivateBus() {
+PrivateBus::PrivateBus(const std::string& configuration) {
     char folder[] = "/tmp/orv_bus_XXXXXX";
     if (mkdtemp(folder) == nullptr) {
         return;
@@ -32,6 +33,7 @@ PrivateBus::PrivateBus() {
     std::filesystem::permissions(mFolder, std::filesystem::perms(0755));
     std::string text = CONFIGURATION;
     text.replace(text.find("%s"), 2, mFolder);
+    text.replace(text.find("%c"), 2, configuration);
     const std::string file = mFolder + "/bus.conf";
     std::ofstream(file) << text;
 

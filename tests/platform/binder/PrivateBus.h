@@ -5,10 +5,12 @@
 #include <memory>
 #include <string>
 
-// A bus daemon of a test's own, which ends with it.
+// A bus daemon of a test's own, which ends with it. Everyone may do everything there, but for one
+// name that nobody gets.
 class PrivateBus {
 public:
-    PrivateBus();
+    // `configuration`: elements behind those.
+    explicit PrivateBus(const std::string& configuration = "");
     ~PrivateBus();
     PrivateBus(const PrivateBus&) = delete;
     PrivateBus& operator=(const PrivateBus&) = delete;
