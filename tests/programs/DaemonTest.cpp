@@ -9,6 +9,7 @@
 #include <atomic>
 #include <csignal>
 #include <filesystem>
+#include <functional>
 #include <random>
 #include <thread>
 
@@ -26,8 +27,15 @@ using android::Parcel;
 using android::String16;
 
 const char SAMPLE[] = ORV_SAMPLES_DIR "/small.ts";
-enum PlayerCode : uint32_t { STOP = 3, CLOSE = 8, SET_SURFACE = 9, GET_STATE = 25 };
-enum State { IDLE = 1, PLAYING = 3 };
+enum PlayerCode : uint32_t {
+    STOP = 3,
+    PAUSE = 4,
+    CLOSE = 8,
+    SET_SURFACE = 9,
+    START_RECORDER = 13,
+    GET_STATE = 25
+};
+enum State { IDLE = 1, OPEN = 2, PLAYING = 3, PAUSED = 4 };
 
 // A service process has half a second to end; a sanitizer makes everything slow.
 constexpr double END_S = SANITIZED ? 5.0 : 0.5;
@@ -138,6 +146,15 @@ size_t entriesOf(pid_t pid, const char* folder) {
     std::error_code gone;
     const auto entries = std::filesystem::directory_iterator(path, gone);
     return static_cast<size_t>(std::distance(begin(entries), end(entries)));
+}
+
+// Whether the service answers to a request for a recording, with whatever.
+bool record(ServiceClient& client) {
+    Parcel data;
+    data.writeInterfaceToken(String16("OrvPlayer"));
+    data.writeString16(String16("MTV://recorder/live?recType=1;"));
+    Parcel reply;
+    return client.player()->transact(START_RECORDER, data, &reply) == android::OK;
 }
 
 class WhilePlaying : public testing::TestWithParam<bool> {
@@ -343,23 +360,42 @@ TEST(Daemon, CommandsFromEightThreadsWhileItPlays) {
     EXPECT_TRUE(client.plays());
 }
 
-// The application is killed while it plays: the service forgets it, and serves the next one.
+// The application is killed, whatever it did: the service forgets it, and serves the next one.
 TEST(Daemon, AKilledClientLeavesNothingBehind) {
+    using Deed = std::function<bool(ServiceClient&)>;
+    const Deed play = [](ServiceClient& c) { return c.play(SAMPLE) == 0; };
+    const Deed watch = [&](ServiceClient& c) { return play(c) && c.plays(); };
+    struct {
+        const char* what;
+        Deed deed;
+        int state;
+    } const cases[] = {
+        // Threads and descriptors that the first playback makes once for all count from here.
+        {"the first", watch, PLAYING},
+        {"connected", [](ServiceClient&) { return true; }, IDLE},
+        {"opened", [](ServiceClient& c) { return c.openFile(SAMPLE) == 0; }, OPEN},
+        {"buffering", play, PLAYING},
+        {"watching", watch, PLAYING},
+        {"paused", [&](ServiceClient& c) { return play(c) && c.call(PAUSE) == -1; }, PAUSED},
+        {"recording", [&](ServiceClient& c) { return play(c) && record(c); }, PLAYING},
+    };
     OnBus service;
     const std::string address = service.bus().address();
     const pid_t daemon = service.program().pid();
-    // Threads and descriptors that the first playback makes once for all count from here.
     size_t threads = 0;
     size_t descriptors = 0;
-    for (int round = 0; round < 2; ++round) {
+    for (const auto& test : cases) {
+        SCOPED_TRACE(test.what);
         int ready[2] = {-1, -1};
         ASSERT_EQ(pipe2(ready, O_CLOEXEC), 0);
         const pid_t application = fork();
         if (application == 0) {
             auto* client = new ServiceClient(ServiceClient::onBus(address));
-            if (client->isComplete() && client->play(SAMPLE) == 0 && client->plays()) {
+            if (client->isComplete() && test.deed(*client) &&
+                client->call(GET_STATE) == test.state) {
                 [[maybe_unused]] const ssize_t told = write(ready[1], "p", 1);
             }
+            close(ready[1]);
             while (true) {
                 pause();
             }
@@ -368,11 +404,10 @@ TEST(Daemon, AKilledClientLeavesNothingBehind) {
         char byte = 0;
         EXPECT_EQ(read(ready[0], &byte, 1), 1);
         close(ready[0]);
-        EXPECT_GT(entriesOf(daemon, "task"), threads);
         kill(application, SIGKILL);
         waitpid(application, nullptr, 0);
         const auto isIdle = [&] {
-            return round == 0 ||
+            return threads == 0 ||
                    (entriesOf(daemon, "task") <= threads && entriesOf(daemon, "fd") <= descriptors);
         };
         EXPECT_LT(secondsOf([&] { EXPECT_TRUE(await(isIdle)) << entriesOf(daemon, "task"); }),
@@ -381,7 +416,7 @@ TEST(Daemon, AKilledClientLeavesNothingBehind) {
         ASSERT_TRUE(next.isComplete());
         EXPECT_TRUE(await([&] { return next.call(GET_STATE) == IDLE; }));
         EXPECT_FALSE(next.tuner().signal().tuned);
-        if (round == 0) {
+        if (threads == 0) {
             threads = entriesOf(daemon, "task");
             descriptors = entriesOf(daemon, "fd");
         }

@@ -61,7 +61,7 @@ int ServiceClient::call(uint32_t code) {
     return answered ? number : -1;
 }
 
-int ServiceClient::play(const std::string& file) {
+int ServiceClient::openFile(const std::string& file) {
     const int fd = open(file.c_str(), O_RDONLY | O_CLOEXEC);
     orvhost::TuneOptions options;
     options.loop = true;
@@ -94,8 +94,15 @@ int ServiceClient::play(const std::string& file) {
         mPlayer->transact(OPEN_URI, opening, &reply) != android::OK) {
         return 2;
     }
-    call(START);
     return 0;
+}
+
+int ServiceClient::play(const std::string& file) {
+    const int failed = openFile(file);
+    if (failed == 0) {
+        call(START);
+    }
+    return failed;
 }
 
 orvhost::PlaybackFigures ServiceClient::figures() {

@@ -30,7 +30,9 @@ public:
     android::sp<android::IBinder> player() { return mPlayer; }
     android::sp<android::IBinder> service(const char* name);
 
-    // Tunes, opens and starts; 0, or the step that failed.
+    // Tunes and opens; 0, or the step that failed.
+    int openFile(const std::string& file);
+    // And starts.
     int play(const std::string& file);
     // Whether pictures and sound go on within so many seconds.
     bool plays(double seconds = 15);
