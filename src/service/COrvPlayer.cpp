@@ -116,9 +116,7 @@ void COrvPlayer::binderDied(const android::wp<IBinder>& who) {
     setAudioPathForce(0);
     android::AudioSystem::setParameters(DEFAULT_OUTPUT,
                                         String8("audioParam;DMB_FORCE_SPEAKER=off"));
-    if (isClient(who.unsafe_get())) {
-        setClient(nullptr, nullptr);
-    }
+    dropClient(who.unsafe_get());
     if (const PlayerUse player(*this); player) {
         player->stopTSReceiver();
     }
@@ -159,6 +157,17 @@ void COrvPlayer::setClient(sp<IBinder> binder, sp<ICOrvPlayerClient> client) {
     std::swap(mClientBinder, binder);
     std::swap(mClient, client);
 }  // what was there goes with the arguments, unlocked
+
+// Unless another one has come meanwhile.
+void COrvPlayer::dropClient(const IBinder* dead) {
+    sp<IBinder> binder;
+    sp<ICOrvPlayerClient> client;
+    const std::lock_guard<std::mutex> guard(mPointerLock);
+    if (dead == mClientBinder.get()) {
+        std::swap(mClientBinder, binder);
+        std::swap(mClient, client);
+    }
+}
 
 void COrvPlayer::setPlayer(const sp<ControllerInterface>& player) {
     const std::lock_guard<std::mutex> guard(mPointerLock);

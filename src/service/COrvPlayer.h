@@ -146,6 +146,7 @@ private:
     void releasePlayer();
     bool isClient(const android::IBinder* binder) const;
     void setClient(android::sp<android::IBinder> binder, android::sp<ICOrvPlayerClient> client);
+    void dropClient(const android::IBinder* dead);
 
     // All with mLock held.
     int openSource(const char* uri, int type);

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <barrier>
 #include <random>
 #include <thread>
 #include <vector>
@@ -100,6 +101,39 @@ TEST(COrvPlayerThreadsTest, CommandsAndEventsAtOnce) {
     EXPECT_EQ(player->close(), 0);
     EXPECT_EQ(player->getState(), COrvPlayer::ORVPLAYER_STATE_IDLE);
     EXPECT_EQ(player->script.living, 0);
+}
+
+// Who registers while the client before it dies stays registered.
+TEST(COrvPlayerThreadsTest, AClientComesWhileAnotherDies) {
+    OneSegPGL_InitializeDebug();
+    const orvtest::TraceCapture trace;
+    const sp<ScriptedPlayer> player = new ScriptedPlayer;
+    const sp<ClientBinder> first = new ClientBinder;
+    const sp<ClientBinder> second = new ClientBinder;
+    constexpr int ROUNDS = 5000;
+    std::barrier both(2);
+    std::thread death([&] {
+        for (int i = 0; i < ROUNDS; ++i) {
+            both.arrive_and_wait();
+            player->binderDied(sp<android::IBinder>(first));
+            both.arrive_and_wait();
+        }
+    });
+    int unheard = 0;
+    std::minstd_rand random(1);
+    for (int i = 0; i < ROUNDS; ++i) {
+        player->registerClient(ICOrvPlayerClient::asInterface(first));
+        both.arrive_and_wait();
+        for (unsigned int pause = random() % 10000; pause > 0; --pause) {
+            player->getState();
+        }
+        player->registerClient(ICOrvPlayerClient::asInterface(second));
+        both.arrive_and_wait();
+        player->onTimeUpdate(1);
+        unheard += second->take() != "onTimeUpdate(1)";
+    }
+    death.join();
+    EXPECT_EQ(unheard, 0);
 }
 
 }  // namespace
