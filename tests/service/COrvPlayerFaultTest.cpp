@@ -1,5 +1,6 @@
 // The ways to the internal fault: the process is gone at once, whatever its other threads do.
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -51,36 +52,37 @@ TEST(COrvPlayerFaultTest, EndsTheProcessFromAnyThread) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     struct {
         const char* name;
-        const char* line;
+        const char* code;
+        const char* line;  // of the trace
         std::function<void(ScriptedPlayer&)> fault;
     } const cases[] = {
-        {"stop while idle", "code 1", [](ScriptedPlayer& p) { p.stop(); }},
-        {"a stop that fails", "code 1",
+        {"stop while idle", "code 1", "performStop - end", [](ScriptedPlayer& p) { p.stop(); }},
+        {"a stop that fails", "code 1", "performStop Error stopping player",
          [](ScriptedPlayer& p) {
              playWithEvents(p);
              p.script.stopResult = 5;
              p.stop();
          }},
-        {"close, and the stop fails", "code 1",
+        {"close, and the stop fails", "code 1", "performStop Error stopping player",
          [](ScriptedPlayer& p) {
              playWithEvents(p);
              p.pause();
              p.script.stopResult = 5;
              p.close();
          }},
-        {"the client dies, and the stop fails", "code 1",
+        {"the client dies, and the stop fails", "code 1", "performStop Error stopping player",
          [](ScriptedPlayer& p) {
              playWithEvents(p);
              p.script.stopResult = 5;
              p.binderDied(nullptr);
          }},
-        {"a codec is lost, told by a module's thread", "code 200708",
+        {"a codec is lost, told by a module's thread", "code 200708", "onError <200708>",
          [](ScriptedPlayer& p) {
              p.script.events.emplace_back(
                  [](COrvPlayer& c) { static_cast<ErrorListener&>(c).onError(0x31004, nullptr); });
              playWithEvents(p);
          }},
-        {"two threads at once, beside commands", "code 1",
+        {"two threads at once, beside commands", "code 1", "onError <1>",
          [](ScriptedPlayer& p) {
              for (int i = 0; i < 2; ++i) {
                  p.script.events.emplace_back(
@@ -95,8 +97,11 @@ TEST(COrvPlayerFaultTest, EndsTheProcessFromAnyThread) {
     };
     for (const auto& wanted : cases) {
         SCOPED_TRACE(wanted.name);
-        EXPECT_EXIT(run(wanted.fault), testing::ExitedWithCode(0),
-                    std::string("internal fault .") + wanted.line);
+        EXPECT_EXIT(
+            run(wanted.fault), testing::ExitedWithCode(0),
+            testing::AllOf(testing::HasSubstr(std::string("internal fault (") + wanted.code + ")"),
+                           testing::HasSubstr(wanted.line),
+                           testing::HasSubstr("onError: Commiting suicide due to unknown error.")));
     }
 }
 

@@ -244,6 +244,7 @@ public:
 TEST_F(COrvPlayerTest, EventsReachTheClient) {
     const sp<NamedModule> module = new NamedModule;
     unsigned char text[] = "abcde";
+    unsigned char pixels[2 * 1 * 4] = {};
     using Event = ServiceController::event_t;
     const auto monitor = [](Event event) {
         return [event](COrvPlayer& p) { p.onServiceControllerEvent(event, 3, 0xFFFFFFFF); };
@@ -259,6 +260,9 @@ TEST_F(COrvPlayerTest, EventsReachTheClient) {
          ""},
         {[](COrvPlayer& p) { p.onClosedCaptionReceived(nullptr, 4); }, "", ""},
         {[&](COrvPlayer& p) { p.onClosedCaptionReceived(text, -1); }, "", ""},
+        {[&](COrvPlayer& p) { p.onCaptureFrame(pixels, 2, 1, true); }, "onCaptureFrame(2,1,1)", ""},
+        {[&](COrvPlayer& p) { p.onCaptureFrame(pixels, 2, 1, false); }, "onCaptureFrame(2,1,0)",
+         ""},
         {[](COrvPlayer& p) { p.onAudioSessionId(-1); }, "onAudioSessionId(-1)", ""},
         {[](COrvPlayer& p) { p.onFirstFrameRendered(6, 7); }, "onStartVideoTask(6,7)", ""},
         {[](COrvPlayer& p) { p.onTimeUpdate(8); }, "onTimeUpdate(8)", ""},
@@ -294,8 +298,6 @@ TEST_F(COrvPlayerTest, EventsReachTheClient) {
     for (const auto& wanted : cases) {
         wanted.event(*mPlayer);
     }
-    unsigned char pixels[4] = {};
-    mPlayer->onCaptureFrame(pixels, 1, 1, false);
 }
 
 // Another replaces it; the same one again, or none, changes nothing.

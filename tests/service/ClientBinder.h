@@ -87,6 +87,7 @@ protected:
 private:
     static constexpr uint32_t FENCE = 1000;
     static constexpr size_t TOKEN_BYTES = 8 + 4 + 32;  // with "OrvPlayerClient"
+    static constexpr size_t OBJECT_BYTES = 24;         // behind the numbers
 
     void take(uint32_t code, const android::Parcel& data, uint32_t flags) {
         if (onDescriptor != nullptr && data.objectsCount() > 0) {
@@ -122,7 +123,8 @@ private:
         std::string text = call.code < std::size(NAMES) ? NAMES[call.code] : "?";
         text += '(';
         const bool isCaption = call.code == OrvPlayer::ICOrvPlayerClient::CLOSED_CAPTION_TEXT;
-        for (size_t at = TOKEN_BYTES; at + 4 <= call.bytes.size() && call.objects == 0; at += 4) {
+        const size_t end = call.bytes.size() - OBJECT_BYTES * call.objects;
+        for (size_t at = TOKEN_BYTES; at + 4 <= end; at += 4) {
             int32_t number = 0;
             memcpy(&number, &call.bytes[at], 4);
             if (isCaption && at >= TOKEN_BYTES + 8) {

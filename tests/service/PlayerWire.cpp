@@ -2,6 +2,7 @@
 
 #include <cutils/ashmem.h>
 #include <sys/mman.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -246,6 +247,10 @@ void PlayerWire::checkStills() {
     size_t size = pixels.size();
     mClient->onDescriptor = [&](int fd) {
         ++stills;
+        char name[100] = {};
+        EXPECT_GT(readlink(("/proc/self/fd/" + std::to_string(fd)).c_str(), name, sizeof name - 1),
+                  0);
+        EXPECT_NE(strstr(name, "Frame Pixels"), nullptr) << name;
         EXPECT_EQ(ashmem_get_size_region(fd), static_cast<int>(size));
         void* const mapping = mmap(nullptr, size, PROT_READ, MAP_SHARED, fd, 0);
         ASSERT_NE(mapping, MAP_FAILED);
