@@ -103,6 +103,7 @@ int COrvPlayer::registerClient(const sp<ICOrvPlayerClient>& client) {
     setClient(binder, binder->localBinder() != nullptr
                           ? sp<ICOrvPlayerClient>(new BpCOrvPlayerClient(binder))
                           : client);
+    binder->unlinkToDeath(this);  // told once, however often it came back
     binder->linkToDeath(this);
     ORV_LOGI("%s: Adding notification client! binder [%p]", __func__,
              static_cast<void*>(binder.get()));

@@ -18,6 +18,7 @@
 #include "binder/BinderConnection.h"
 #include "platform/binder/PrivateBus.h"
 #include "support/Await.h"
+#include "support/FakeAudio.h"
 #include "support/ProcessUsage.h"
 #include "support/TraceCapture.h"
 
@@ -133,6 +134,36 @@ TEST_P(ApplicationDeathTest, ClosesWhatPlays) {
     EXPECT_TRUE(orvtest::await(
         [&] { return player->getState() == OrvPlayer::COrvPlayer::ORVPLAYER_STATE_IDLE; }));
     EXPECT_EQ(player->script.take(), "stopTSReceiver stop ~");
+}
+
+// As if other parts of the service knew the clients as well.
+class KeepingPlayer : public orvtest::ScriptedPlayer {
+public:
+    int registerClient(const sp<OrvPlayer::ICOrvPlayerClient>& client) override {
+        mKept.push_back(client);
+        return COrvPlayer::registerClient(client);
+    }
+
+private:
+    std::vector<sp<OrvPlayer::ICOrvPlayerClient>> mKept;
+};
+
+// A client that comes back again and again is watched once.
+TEST_P(ApplicationDeathTest, IsToldOnceOfEachClient) {
+    const sp<KeepingPlayer> player = new KeepingPlayer;
+    const sp<IBinder> remote = connect(player);
+    ASSERT_NE(remote, nullptr);
+    const sp<orvtest::ClientBinder> first = new orvtest::ClientBinder;
+    const sp<orvtest::ClientBinder> second = new orvtest::ClientBinder;
+    for (int i = 0; i < 3; ++i) {
+        orvtest::PlayerWire::registerClient(remote, first);
+        orvtest::PlayerWire::registerClient(remote, second);
+    }
+    orvtest::FakeAudio::instance().takeRouting();
+    mApplication->disconnect();
+    mService->disconnect();  // after all has been told
+    const std::string once = "force(1,0) parameters(0,audioParam;DMB_FORCE_SPEAKER=off)";
+    EXPECT_EQ(orvtest::FakeAudio::instance().takeRouting(), once + " " + once);
 }
 
 std::string nameOf(const testing::TestParamInfo<Way>& way) {
