@@ -135,13 +135,14 @@ Status Player::Impl::setCaptionPid(uint16_t pid) {
 }
 
 Status Player::Impl::setAvOffset(std::chrono::milliseconds offset) {
+    const int32_t offsetMs = wireMs(offset);
     {
         std::lock_guard<std::mutex> guard(mLock);
-        mSettings.avOffset = offset;
+        mSettings.avOffsetMs = offsetMs;
     }
     return ask(
         [&](BpCOrvPlayer& player, int32_t* code) {
-            return player.setAVSync(wireMs(offset) + wire::AV_SYNC_BIAS_MS, code);
+            return player.setAVSync(offsetMs + wire::AV_SYNC_BIAS_MS, code);
         },
         "the player does not take this offset");
 }

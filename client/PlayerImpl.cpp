@@ -134,9 +134,8 @@ status_t Player::Impl::apply(const Settings& settings, Session& session) {
     if (status == android::OK && settings.audioEnabled.has_value()) {
         status = player.setAudioEnable(*settings.audioEnabled ? 1 : 0);
     }
-    if (status == android::OK && settings.avOffset.has_value()) {
-        status = player.setAVSync(
-            static_cast<int32_t>(settings.avOffset->count()) + wire::AV_SYNC_BIAS_MS, &unused);
+    if (status == android::OK && settings.avOffsetMs.has_value()) {
+        status = player.setAVSync(*settings.avOffsetMs + wire::AV_SYNC_BIAS_MS, &unused);
     }
     return status;
 }

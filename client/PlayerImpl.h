@@ -73,8 +73,7 @@ private:
     struct Settings {
         PictureQueue* surface = nullptr;
         std::optional<bool> audioEnabled;
-        std::optional<bool> audioOnly;
-        std::optional<std::chrono::milliseconds> avOffset;
+        std::optional<int32_t> avOffsetMs;  // within what the wire holds
     };
 
     bool begin(const std::shared_ptr<Session>& session, std::string* error);
@@ -86,8 +85,6 @@ private:
     // Gives one that has none.
     Status tell(const Call& call);
     Status ask(const Question& question, const char* failure);
-    // With mCommandLock held.
-    Status stopNow(Session& session);
     Status failed(android::status_t status, Session& session) const;
     static Status toStatus(int code, const char* failure);
     Settings settings() const;

@@ -183,7 +183,7 @@ TEST_F(PlayerTest, ANewServiceHasTheOldSettings) {
     create();
     EXPECT_TRUE(mPlayer->setSurface(&queue).ok());
     EXPECT_TRUE(mPlayer->setAudioEnabled(false).ok());
-    EXPECT_TRUE(mPlayer->setAvOffset(milliseconds(-30)).ok());
+    EXPECT_TRUE(mPlayer->setAvOffset(milliseconds::min()).ok());
     mService->service->disconnect();
     EXPECT_TRUE(await([this] { return !told().empty(); }));
     EXPECT_TRUE(mPlayer->open({}).ok());
@@ -194,7 +194,8 @@ TEST_F(PlayerTest, ANewServiceHasTheOldSettings) {
     }
     EXPECT_EQ(codes, (std::vector<uint32_t>{1, 9, 20, 17, 7}));
     EXPECT_NE(requests[1].binder, nullptr);
-    EXPECT_EQ(requests[3].bytes, Bytes::request("OrvPlayer").i32(170).get());
+    constexpr int WEEK_MS = 7 * 24 * 3600 * 1000;  // the longest offset there is
+    EXPECT_EQ(requests[3].bytes, Bytes::request("OrvPlayer").i32(-WEEK_MS + 200).get());
     EXPECT_EQ(toldAll().back(), "opened 0");
 }
 
