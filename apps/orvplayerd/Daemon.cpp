@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <thread>
 
@@ -85,6 +86,7 @@ int Daemon::run() {
         return EXIT_FAILED;
     }
     makeServices();
+    atexit([] { endProcessBy(END_MS, EXIT_OK); });  // the player's internal fault calls exit()
     if (!connect()) {
         return EXIT_SERVICE;
     }

@@ -4,6 +4,7 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <csignal>
 #include <initializer_list>
 
@@ -12,6 +13,7 @@ namespace orvplayerd {
 namespace {
 
 volatile sig_atomic_t gExitCode = 0;
+std::atomic<bool> gIsEnding{false};
 
 void onDeadline(int) {
     _exit(gExitCode);
@@ -42,6 +44,9 @@ int Signals::take() {
 }
 
 void endProcessBy(int milliseconds, int code) {
+    if (gIsEnding.exchange(true)) {
+        return;
+    }
     gExitCode = code;
     struct sigaction action = {};
     action.sa_handler = onDeadline;

@@ -22,6 +22,7 @@ private:
 };
 
 // The process ends with `code` so many milliseconds from now, whatever its threads do until then.
+// The first call counts.
 void endProcessBy(int milliseconds, int code);
 
 }  // namespace orvplayerd

@@ -1,5 +1,8 @@
 // What comes from the pipeline's threads: to the client, or the end of the process.
 
+#include <poll.h>
+#include <unistd.h>
+
 #include <chrono>
 #include <climits>
 #include <cstdlib>
@@ -21,7 +24,10 @@ namespace {
     while (ending.exchange(true)) {
         std::this_thread::sleep_for(std::chrono::hours(1));
     }
-    fprintf(stderr, "orvplayer: internal fault (code %u), the service ends\n", code);
+    pollfd room = {STDERR_FILENO, POLLOUT, 0};
+    if (poll(&room, 1, 0) == 1 && (room.revents & POLLOUT) != 0) {  // not held up by its reader
+        fprintf(stderr, "orvplayer: internal fault (code %u), the service ends\n", code);
+    }
     exit(INT_MIN);  // a status of 0 to who waits
 }
 

@@ -13,6 +13,7 @@
 #include <random>
 #include <thread>
 
+#include "binder/CallTimeout.h"
 #include "graphics/BufferQueue.h"
 #include "platform/binder/PrivateBus.h"
 #include "programs/Program.h"
@@ -33,6 +34,7 @@ enum PlayerCode : uint32_t {
     CLOSE = 8,
     SET_SURFACE = 9,
     START_RECORDER = 13,
+    SET_AUDIO_ENABLE = 20,
     GET_STATE = 25
 };
 enum State { IDLE = 1, OPEN = 2, PLAYING = 3, PAUSED = 4 };
@@ -441,6 +443,27 @@ TEST(Daemon, AnInternalFaultEndsTheProcessAtOnce) {
                   EXPECT_GE(result.errLines(), 2u) << result.err;
               }),
               SANITIZED ? 10.0 : 1.0);
+}
+
+// The same, while nobody reads its standard error and the pipe is full.
+TEST(Daemon, AnInternalFaultWaitsForNoReader) {
+    setenv("ORV_TRACE", "entry", 1);
+    Embedded service;
+    unsetenv("ORV_TRACE");
+    ServiceClient& client = service.client();
+    ASSERT_TRUE(client.isComplete());
+    for (int lines = 0; lines < 3000; ++lines) {
+        client.call(SET_AUDIO_ENABLE);
+    }
+    Parcel data;
+    data.writeInterfaceToken(String16("OrvPlayer"));
+    Parcel reply;
+    const orvhost::CallTimeout bound(std::chrono::seconds(10));
+    EXPECT_LT(secondsOf([&] {
+                  EXPECT_EQ(client.player()->transact(STOP, data, &reply), android::DEAD_OBJECT);
+              }),
+              SANITIZED ? 10.0 : 1.0);
+    EXPECT_EQ(service.program().finish(20).exitCode, 0);
 }
 
 }  // namespace
