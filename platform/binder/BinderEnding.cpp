@@ -18,6 +18,7 @@ void BinderTransport::end() {
     }
     mHasEnded = true;
     mWatcher = NOBODY;
+    mPool.stopWatchingReading();
     // The pool keeps duplicates: closing alone would not tell the other end.
     shutdown(mPool.readFd(), SHUT_RDWR);
     sd_bus_close(mBus);
@@ -77,7 +78,7 @@ void BinderTransport::tellNotices(Guard& guard) {
         std::function<void()> what = std::move(mNotices.front());
         mNotices.pop_front();
         guard.unlock();
-        mPool.keepOneFree();
+        mPool.passLead();
         what();
         what = nullptr;  // what it held ends here
         guard.lock();

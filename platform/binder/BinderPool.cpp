@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <system_error>
+#include <utility>
 
 namespace orvhost {
 
@@ -22,6 +23,7 @@ constexpr size_t MAX_THREADS = 16;
 enum : uint64_t { EVENT_WORK, EVENT_READ, EVENT_WRITE };
 
 thread_local const BinderPool* tPool = nullptr;
+thread_local bool tLeads = false;  // that pool
 
 void closeIfOpen(int fd) {
     if (fd >= 0) {
@@ -91,11 +93,9 @@ bool BinderPool::spawn() {
     sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, &before);
     bool started = true;
-    ++mFree;  // before it runs: one is enough
     try {
         mThreads.emplace_back([this, work] { run(work); });
     } catch (const std::system_error&) {
-        --mFree;
         started = false;
     }
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
@@ -105,34 +105,46 @@ bool BinderPool::spawn() {
 void BinderPool::run(const std::shared_ptr<Work>& work) {
     pthread_setname_np(pthread_self(), "Binder");
     tPool = this;
-    while (true) {
+    bool goesOn = true;
+    while (goesOn) {
+        {
+            std::unique_lock<std::mutex> guard(mLeadLock);
+            ++mFollowers;
+            mLeadIsFree.wait(guard, [this] { return !mHasLeader; });
+            --mFollowers;
+            mHasLeader = true;
+        }
+        tLeads = true;
+        goesOn = lead(*work);
+    }
+    passLead();
+}
+
+// Until another one leads; false: the pool has stopped.
+bool BinderPool::lead(Work& work) {
+    while (tLeads) {
         epoll_event event = {};
-        const int count = epoll_wait(mEpollFd, &event, 1, -1);
-        if (count <= 0) {
+        if (epoll_wait(mEpollFd, &event, 1, -1) <= 0) {
             continue;  // a debugger; nothing else interrupts it
         }
-        --mFree;
-        bool nothingLeft = false;
         if (event.data.u64 == EVENT_READ) {
-            work->readable();
+            work.readable();
         } else if (event.data.u64 == EVENT_WRITE) {
-            work->writable();
+            work.writable();
         } else {
             uint64_t one = 0;
-            if (mStopping || read(mWorkFd, &one, sizeof one) == sizeof one) {
-                nothingLeft = !work->runTask();
+            const bool isPosted = mStopping || read(mWorkFd, &one, sizeof one) == sizeof one;
+            if (isPosted && !work.runTask() && mStopping) {
+                return false;
             }
         }
-        ++mFree;
-        if (nothingLeft && mStopping) {
-            return;
-        }
     }
+    return true;
 }
 
 void BinderPool::watch(int fd, uint32_t events, uint64_t what) {
     epoll_event event = {};
-    event.events = events | EPOLLONESHOT;
+    event.events = events;
     event.data.u64 = what;
     epoll_ctl(mEpollFd, EPOLL_CTL_MOD, fd, &event);
 }
@@ -142,11 +154,11 @@ void BinderPool::watchReading() {
 }
 
 void BinderPool::stopWatchingReading() {
-    watch(mReadFd, 0, EVENT_READ);
+    watch(mReadFd, EPOLLONESHOT, EVENT_READ);  // a hang-up is told once all the same
 }
 
 void BinderPool::watchWriting() {
-    watch(mWriteFd, EPOLLOUT, EVENT_WRITE);
+    watch(mWriteFd, EPOLLOUT | EPOLLONESHOT, EVENT_WRITE);
 }
 
 void BinderPool::post() {
@@ -154,8 +166,19 @@ void BinderPool::post() {
     (void)!write(mWorkFd, &one, sizeof one);
 }
 
-void BinderPool::keepOneFree() {
-    if (mFree.load() == 0) {
+void BinderPool::passLead() {
+    if (tPool != this || !std::exchange(tLeads, false)) {
+        return;
+    }
+    bool isAnyoneFree = false;
+    {
+        std::lock_guard<std::mutex> guard(mLeadLock);
+        mHasLeader = false;
+        isAnyoneFree = mFollowers > 0;
+    }
+    if (isAnyoneFree) {
+        mLeadIsFree.notify_one();
+    } else {
         spawn();
     }
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <condition_variable>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -9,11 +10,12 @@
 
 namespace orvhost {
 
-// The threads of a connection ("Binder") and the one epoll that they all wait in: for its socket,
-// and for work that other threads leave. Whichever wakes does what there is to do itself; there is
-// no thread that only reads.
+// The threads of a connection ("Binder"). One of them, the leader, waits for the socket and for
+// work that other threads leave, and does itself what there is to do: there is no thread that only
+// reads. It stays the leader while that is short, so that nobody else wakes up for it; before
+// anything that may wait it passes the lead on (passLead()), to a thread that is free or a new one.
 //
-// Each direction of the socket is watched once: who handles the event watches again.
+// Reading is watched until that is stopped, writing once.
 class BinderPool {
 public:
     // What the threads do. Called on them, several at a time, with no lock of the pool's held.
@@ -48,9 +50,9 @@ public:
     // Any thread: runTask() is called once more.
     void post();
 
-    // By a thread of the pool that is about to run code of others, which may wait: when no thread
-    // is free another one is started, up to a bound.
-    void keepOneFree();
+    // By a thread that is about to run code of others, which may wait: another one leads from here
+    // on. There is a bound; beyond it whoever is ready first does. Not the leader: no effect.
+    void passLead();
 
     // True on the threads of this pool.
     bool isOwnThread() const;
@@ -62,6 +64,7 @@ public:
 private:
     bool spawn();
     void run(const std::shared_ptr<Work>& work);
+    bool lead(Work& work);
     void watch(int fd, uint32_t events, uint64_t what);
 
     int mEpollFd = -1;
@@ -69,8 +72,11 @@ private:
     int mReadFd = -1;
     int mWriteFd = -1;
     std::weak_ptr<Work> mWork;
-    std::atomic<int> mFree{0};
     std::atomic<bool> mStopping{false};
+    std::mutex mLeadLock;  // the three below
+    std::condition_variable mLeadIsFree;
+    bool mHasLeader = false;
+    int mFollowers = 0;  // that wait for the lead, or begin to
     std::mutex mStopLock;
     std::mutex mThreadsLock;
     std::vector<std::thread> mThreads;

@@ -1,5 +1,6 @@
 // The half of the transport that takes messages apart and executes calls.
 
+#include <binder/Binder.h>
 #include <binder/IPCThreadState.h>
 #include <binder/IServiceManager.h>
 #include <errno.h>
@@ -289,7 +290,9 @@ bool BinderTransport::mayLog() const {
 }
 
 void BinderTransport::execute(IncomingCall* call) {
-    mPool.keepOneFree();
+    if (call->target == nullptr || !call->target->localBinder()->isBrief(call->code)) {
+        mPool.passLead();
+    }
     Parcel reply;
     const status_t status = executeTarget(*call, &reply);
     answer(call, status, reply);

@@ -246,9 +246,14 @@ void BinderTransport::release(const BpBinder& proxy) {
 
 status_t BinderTransport::callAndWait(Guard& guard, sd_bus_message* message, Waiter* waiter,
                                       bool* isSent) {
+    if (mWatcher == POOL) {
+        mPool.stopWatchingReading();  // the answer may be quicker than we are
+        mWatcher = NOBODY;
+    }
     uint64_t cookie = 0;
     *isSent = send(message, &cookie);
     if (!*isSent) {
+        passWatching();
         return mHasEnded ? android::DEAD_OBJECT : android::FAILED_TRANSACTION;
     }
     mWaiters[cookie] = waiter;
@@ -314,6 +319,11 @@ void BinderTransport::passWatching() {
     }
     mWatcher = POOL;
     mPool.watchReading();
+    postBuffered();
+}
+
+// Messages that have left the socket wake nobody.
+void BinderTransport::postBuffered() {
     if (hasBuffered()) {
         mPool.post();
     }
@@ -352,26 +362,21 @@ void BinderTransport::dispatch(Step step, IncomingCall call) {
 
 void BinderTransport::readable() {
     Guard guard(*this);
-    if (mHasEnded || mWatcher == WAITER) {
-        return;
-    }
-    mWatcher = NOBODY;
-    for (size_t i = 1;; ++i) {
+    for (size_t i = 1; !mHasEnded && mWatcher == POOL; ++i) {
         IncomingCall call;
         switch (takeOne(&call)) {
             case NOTHING:
-                passWatching();
                 return;
             case MORE:
                 break;
             case CALL:
-                passWatching();
+                postBuffered();
                 guard.unlock();
                 execute(&call);
                 return;
             case ONE_WAY:
                 if (mDraining < MAX_DRAINING) {
-                    passWatching();
+                    postBuffered();
                     drain(guard);
                     return;
                 }
@@ -379,9 +384,6 @@ void BinderTransport::readable() {
         }
         if (i % MESSAGES_A_TURN == 0) {
             letOthersIn(guard);
-            if (mHasEnded || mWatcher != NOBODY) {
-                return;
-            }
         }
     }
 }

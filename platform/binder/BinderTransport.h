@@ -35,7 +35,9 @@ namespace orvhost {
 //   a thread begins to wait     -> it watches, if no other waiting thread does
 //   it has its answer           -> another waiting thread watches, or else the pool
 //   it reads a call             -> the pool executes that
-//   the pool reads a call       -> the pool watches again, then that thread executes it
+//   the pool reads a call       -> that thread executes it; unless it is brief another thread of
+//   the
+//                                  pool watches meanwhile
 class BinderTransport final : public std::enable_shared_from_this<BinderTransport>,
                               public BinderPool::Work {
 public:
@@ -135,6 +137,7 @@ private:
     void dispatch(Step step, IncomingCall call);
     void watchAsWaiter(Guard& guard, Waiter* waiter);
     void passWatching();
+    void postBuffered();
     static void letOthersIn(Guard& guard);
     bool hasBuffered() const;
     void finish(Waiter* waiter);

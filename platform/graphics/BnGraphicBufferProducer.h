@@ -38,6 +38,9 @@ public:
     status_t connect(int api) override;
     status_t disconnect(int api) override;
 
+    // Even a picture: who listens for it must not wait.
+    bool isBrief(uint32_t /*code*/) const override { return true; }
+
     void onConsumerNews() override;
 
 protected:

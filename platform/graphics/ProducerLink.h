@@ -37,6 +37,8 @@ public:
     ProducerLink(const ProducerLink&) = delete;  // an object that others call
     ProducerLink& operator=(const ProducerLink&) = delete;
 
+    bool isBrief(uint32_t /*code*/) const override { return true; }
+
     // The results are those of IGraphicBufferProducer; so is NO_INIT once the queue has ended, or
     // without a session, or when the queue has another producer than this session's.
     android::status_t begin(int api, int64_t session);

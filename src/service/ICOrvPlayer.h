@@ -88,6 +88,7 @@ public:
 // units as well). Requests without the interface's token are refused before anything is read.
 class BnCOrvPlayer : public android::BnInterface<ICOrvPlayer> {
 public:
+    bool isBrief(uint32_t code) const override { return code == GET_STATE; }
     android::status_t onTransact(uint32_t code, const android::Parcel& data, android::Parcel* reply,
                                  uint32_t flags) override;
 

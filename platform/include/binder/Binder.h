@@ -25,6 +25,11 @@ public:
 
     BBinder* localBinder() override { return this; }
 
+    // Whether a call of that code never waits: not for another call, a device, or a lock that is
+    // held longer than a moment. Its transport then executes it before it reads on, which saves
+    // waking another thread up. Any thread.
+    virtual bool isBrief(uint32_t /*code*/) const { return false; }
+
 protected:
     // Answers one call, on any thread of the pool, several at a time. This one answers the
     // platform's own codes (ping, interface query, dump) and UNKNOWN_TRANSACTION to all others.

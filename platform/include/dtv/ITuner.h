@@ -52,6 +52,9 @@ public:
 // The side that implements takes parcels apart here; whatever a hostile parcel holds, an operation
 // is called with values in their ranges, or not at all (BAD_VALUE).
 class BnTuner : public android::BnInterface<ITuner> {
+public:
+    bool isBrief(uint32_t code) const override { return code == SIGNAL; }
+
 protected:
     android::status_t onTransact(uint32_t code, const android::Parcel& data, android::Parcel* reply,
                                  uint32_t flags) override;

@@ -52,6 +52,9 @@ public:
 };
 
 class BnMonitor : public android::BnInterface<IMonitor> {
+public:
+    bool isBrief(uint32_t code) const override { return code == FIGURES; }
+
 protected:
     android::status_t onTransact(uint32_t code, const android::Parcel& data, android::Parcel* reply,
                                  uint32_t flags) override;
