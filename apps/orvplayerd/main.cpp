@@ -1,3 +1,4 @@
+#include <malloc.h>
 #include <CLI/CLI.hpp>
 
 #include "ConfigCheck.h"
@@ -7,6 +8,10 @@
 namespace {
 
 using namespace orvplayerd;
+
+// Heaps of the allocator. By default it makes one for each of dozens of threads, and what a
+// playback leaves in them differs from one to the next.
+constexpr int HEAPS = 2;
 
 void addOptions(CLI::App& app, Options& options) {
     auto* where = app.add_option_group("where", "Where applications reach the player (one of)");
@@ -25,6 +30,7 @@ void addOptions(CLI::App& app, Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    mallopt(M_ARENA_MAX, HEAPS);
     CLI::App app("OrvPlayer's service: plays television for the applications that drive it",
                  "orvplayerd");
     app.set_version_flag("--version", "orvplayerd " ORV_VERSION);
