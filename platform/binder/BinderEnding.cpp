@@ -5,12 +5,31 @@
 #include "binder/BinderTransport.h"
 #include "binder/BpBinder.h"
 
+#include <chrono>
+#include <thread>
 #include <utility>
 
 using android::BpBinder;
 using android::sp;
 
 namespace orvhost {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// A call that takes longer than that does not hold up the news of its caller's death.
+constexpr std::chrono::milliseconds LAST_CALLS(200);
+
+// What the dead process asked for is done first: else what its death closes could be opened after
+// it.
+void awaitLastCalls(const std::weak_ptr<CallsUnderWay>& calls, Clock::time_point deadline) {
+    while (!calls.expired() && Clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+}
+
+}  // namespace
 
 void BinderTransport::end() {
     if (mHasEnded) {
@@ -28,11 +47,11 @@ void BinderTransport::end() {
     }
     mWaiters.clear();
     mIdentifying.clear();
+    if (!mIsDisconnecting && mDisconnected) {
+        notice(std::exchange(mDisconnected, nullptr));  // deaths may be told later
+    }
     for (const auto& [name, peer] : mPeers) {
         bury(peer);
-    }
-    if (!mIsDisconnecting && mDisconnected) {
-        notice(std::exchange(mDisconnected, nullptr));
     }
 }
 
@@ -52,6 +71,8 @@ void BinderTransport::bury(const std::shared_ptr<BinderPeer>& peer) {
         sd_bus_message_unref(message);
     }
     peer->parked.clear();
+    const std::weak_ptr<CallsUnderWay> calls = std::exchange(peer->underWay, nullptr);
+    const Clock::time_point deadline = Clock::now() + LAST_CALLS;
     for (const auto& [id, weak] : peer->proxies) {
         sp<BpBinder> proxy = weak.promote();
         if (proxy == nullptr) {
@@ -59,7 +80,10 @@ void BinderTransport::bury(const std::shared_ptr<BinderPeer>& peer) {
         }
         std::vector<BpBinder::Link> links = proxy->die();
         if (!links.empty()) {
-            notice([proxy, links] { proxy->tell(links); });
+            notice([proxy, links, calls, deadline] {
+                awaitLastCalls(calls, deadline);
+                proxy->tell(links);
+            });
         }
         mDropped.push_back(std::move(proxy));
     }

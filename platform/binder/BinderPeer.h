@@ -16,9 +16,13 @@ namespace orvhost {
 
 struct BinderPeer;
 
+// Held by every call of one process until that call is over.
+struct CallsUnderWay {};
+
 // A call that arrived, taken apart. The request is the transport's: answered or dropped through it.
 struct IncomingCall {
     std::shared_ptr<BinderPeer> peer;
+    std::shared_ptr<CallsUnderWay> underWay;
     sd_bus_message* request = nullptr;     // null: nobody waits for the answer
     android::sp<android::IBinder> target;  // null: the name of a service is asked for
     android::String16 service;
@@ -62,6 +66,8 @@ struct BinderPeer {
     bool isDead = false;
 
     std::unordered_map<uint64_t, android::wp<android::BpBinder>> proxies;  // by its object's id
+
+    std::shared_ptr<CallsUnderWay> underWay = std::make_shared<CallsUnderWay>();
 
     // One-way calls to it: not known to be executed, and since it was last asked to tell.
     Load unsettled;

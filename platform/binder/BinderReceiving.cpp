@@ -99,6 +99,7 @@ BinderTransport::Step BinderTransport::handleCall(sd_bus_message* message,
                                                   const std::shared_ptr<BinderPeer>& peer,
                                                   IncomingCall* call) {
     call->peer = peer;
+    call->underWay = peer->underWay;
     call->pid = peer->pid;
     call->uid = peer->uid;
     call->isTrusted = peer->isTrusted;

@@ -254,6 +254,45 @@ TEST_P(TransportTest, DisconnectingEndsTheCallsUnderWay) {
     EXPECT_EQ(told, 0) << "it was our own doing";
 }
 
+class Obituary : public IBinder::DeathRecipient {
+public:
+    explicit Obituary(const sp<TestObject>& object) : mObject(object) {}
+    void binderDied(const android::wp<IBinder>& /*who*/) override { waiting = mObject->waiting(); }
+
+    std::atomic<int> waiting{-1};  // calls, when it was told
+
+private:
+    const sp<TestObject> mObject;
+};
+
+// What a call of the dead does comes before what its death leads to, unless the call hangs.
+TEST_P(TransportTest, ADeathIsToldAfterTheLastCalls) {
+    for (const bool hangs : {true, false}) {
+        mObject = new TestObject;
+        SetUp();
+        Parcel request;
+        request.writeStrongBinder(new TestObject);
+        ASSERT_EQ(mProxy->transact(TestObject::HOLD, request, nullptr), android::OK);
+        const sp<IBinder> held = mObject->held();
+        const sp<Obituary> obituary = new Obituary(mObject);
+        ASSERT_EQ(held->linkToDeath(obituary), android::OK);
+        std::thread caller([this] {
+            const Parcel nothing;
+            mProxy->transact(TestObject::WAIT, nothing, nullptr);
+        });
+        ASSERT_TRUE(await([&] { return mObject->waiting() == 1; }));
+        mApplication->disconnect();
+        caller.join();
+        EXPECT_TRUE(await([&] { return !held->isBinderAlive(); }));
+        if (!hangs) {
+            mObject->open();
+        }
+        EXPECT_TRUE(await([&] { return obituary->waiting >= 0; }));
+        EXPECT_EQ(obituary->waiting, hangs ? 1 : 0);
+        mObject->open();
+    }
+}
+
 size_t entries(const char* folder) {
     const std::filesystem::directory_iterator begin(folder);
     return static_cast<size_t>(std::distance(begin, {}));
