@@ -24,7 +24,7 @@ namespace {
 constexpr size_t VIDEO_INPUT_BUFFERS = 4;
 constexpr size_t AUDIO_INPUT_BUFFERS = 8;  // the units of one PES packet
 constexpr size_t OUTPUT_BUFFERS = 8;
-constexpr size_t BATCH = 2;
+constexpr size_t BATCH = 4;
 // The units of a PES packet of sound come one right after the other, and each takes less to decode
 // than to wake up for.
 constexpr int64_t GATHER_US = 2000;

@@ -39,8 +39,8 @@ class PictureRenderer;
 // consumer that keeps its pictures holds the stream back.
 //
 // A picture that comes back every 33 ms would then wake the looper, both clients and the looper
-// again. So whoever had to wait is woken for BATCH buffers, not for each, as long as the other side
-// has enough to go on with.
+// again. So whoever had to wait is woken for BATCH buffers, not for each, as long as the other
+// side has enough to go on with.
 class CodecEngine : public LooperTask, public std::enable_shared_from_this<CodecEngine> {
 public:
     CodecEngine(const CodecComponent& component, const android::sp<android::ALooper>& looper);
