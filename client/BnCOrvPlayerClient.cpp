@@ -13,6 +13,10 @@ const android::String16& BnCOrvPlayerClient::getInterfaceDescriptor() const {
     return wire::clientDescriptor();
 }
 
+bool BnCOrvPlayerClient::isBrief(uint32_t code) const {
+    return code != wire::CLOSED_CAPTION_TEXT;
+}
+
 status_t BnCOrvPlayerClient::onTransact(uint32_t code, const Parcel& data, Parcel* reply,
                                         uint32_t flags) {
     if (code < wire::OPEN_URI_COMPLETE || code > wire::ON_SEEKED) {

@@ -18,8 +18,8 @@ namespace orvclient {
 class BnCOrvPlayerClient : public android::BBinder {
 public:
     const android::String16& getInterfaceDescriptor() const override;
-    // Whoever is told must not wait.
-    bool isBrief(uint32_t /*code*/) const override { return true; }
+    // Whoever is told must not wait; but a caption asks the service for the time.
+    bool isBrief(uint32_t code) const override;
 
 protected:
     virtual void openUriComplete(int32_t result) = 0;

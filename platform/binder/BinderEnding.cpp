@@ -150,7 +150,7 @@ void BinderTransport::dropOneWay(BinderPeer& peer) {
     for (IncomingCall& call : std::exchange(peer.oneWay, {})) {
         drop(std::move(call));
     }
-    peer.oneWayBytes = 0;
+    peer.oneWayLoad = {};
     peer.isDraining = false;
 }
 

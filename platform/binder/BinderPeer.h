@@ -19,21 +19,6 @@ struct BinderPeer;
 // Held by every call of one process until that call is over.
 struct CallsUnderWay {};
 
-// A call that arrived, taken apart. The request is the transport's: answered or dropped through it.
-struct IncomingCall {
-    std::shared_ptr<BinderPeer> peer;
-    std::shared_ptr<CallsUnderWay> underWay;
-    sd_bus_message* request = nullptr;     // null: nobody waits for the answer
-    android::sp<android::IBinder> target;  // null: the name of a service is asked for
-    android::String16 service;
-    uint32_t code = 0;
-    uint32_t flags = 0;
-    std::unique_ptr<android::Parcel> data;
-    pid_t pid = -1;
-    uid_t uid = static_cast<uid_t>(-1);
-    bool isTrusted = false;
-};
-
 // How much of something there is: one-way calls under way, for one.
 struct Load {
     size_t calls = 0;
@@ -53,6 +38,22 @@ struct Load {
     bool exceeds(const Load& bound) const {
         return calls > bound.calls || bytes > bound.bytes || descriptors > bound.descriptors;
     }
+};
+
+// A call that arrived, taken apart. The request is the transport's: answered or dropped through it.
+struct IncomingCall {
+    std::shared_ptr<BinderPeer> peer;
+    std::shared_ptr<CallsUnderWay> underWay;
+    sd_bus_message* request = nullptr;     // null: nobody waits for the answer
+    android::sp<android::IBinder> target;  // null: the name of a service is asked for
+    android::String16 service;
+    uint32_t code = 0;
+    uint32_t flags = 0;
+    std::unique_ptr<android::Parcel> data;
+    Load load;
+    pid_t pid = -1;
+    uid_t uid = static_cast<uid_t>(-1);
+    bool isTrusted = false;
 };
 
 // One process at the other end: of a socket, or somewhere on the bus. Everything is guarded by the
@@ -75,7 +76,7 @@ struct BinderPeer {
 
     // One-way calls of it, in order; one thread at a time executes them.
     std::deque<IncomingCall> oneWay;
-    size_t oneWayBytes = 0;
+    Load oneWayLoad;
     bool isDraining = false;
 
     // On a bus: its messages while the daemon is asked who it is.

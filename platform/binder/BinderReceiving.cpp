@@ -29,8 +29,9 @@ namespace orvhost {
 namespace {
 
 // One-way calls of one process that wait here: more than it may send, unless it is none of ours.
-constexpr size_t MAX_WAITING_CALLS = 2 * BinderTransport::MAX_UNSETTLED.calls;
-constexpr size_t MAX_WAITING_BYTES = 2 * BinderTransport::MAX_UNSETTLED.bytes;
+constexpr Load MAX_WAITING{2 * BinderTransport::MAX_UNSETTLED.calls,
+                           2 * BinderTransport::MAX_UNSETTLED.bytes,
+                           2 * BinderTransport::MAX_UNSETTLED.descriptors};
 
 // Calls in a row for one process before others have their turn.
 constexpr size_t CALLS_A_TURN = 64;
@@ -103,6 +104,7 @@ BinderTransport::Step BinderTransport::handleCall(sd_bus_message* message,
     call->pid = peer->pid;
     call->uid = peer->uid;
     call->isTrusted = peer->isTrusted;
+    call->load.calls = 1;
     if (wire::isCall(message, wire::TRANSACT, wire::TRANSACT_SIGNATURE)) {
         return handleTransact(message, call);
     }
@@ -140,6 +142,7 @@ BinderTransport::Step BinderTransport::handleTransact(sd_bus_message* message, I
         refuse(message, SD_BUS_ERROR_INVALID_ARGS, "broken parcel");
         return MORE;
     }
+    call->load = {1, call->data->dataSize(), ParcelAccess::objects(*call->data).size()};
     call->target = mObjects.find(id, *call->peer);
     if (call->target == nullptr) {
         mDroppedParcels.push_back(std::move(call->data));
@@ -155,8 +158,9 @@ BinderTransport::Step BinderTransport::handleTransact(sd_bus_message* message, I
 
 BinderTransport::Step BinderTransport::handleOneWay(sd_bus_message* message, IncomingCall* call) {
     BinderPeer& peer = *call->peer;
-    const size_t bytes = call->data->dataSize();
-    if (peer.oneWay.size() >= MAX_WAITING_CALLS || peer.oneWayBytes + bytes > MAX_WAITING_BYTES) {
+    Load load = peer.oneWayLoad;
+    load.add(call->load);
+    if (load.exceeds(MAX_WAITING)) {
         mDroppedParcels.push_back(std::move(call->data));
         refuse(message, SD_BUS_ERROR_LIMITS_EXCEEDED, "too many one-way calls");
         return MORE;
@@ -164,7 +168,7 @@ BinderTransport::Step BinderTransport::handleOneWay(sd_bus_message* message, Inc
     if (sd_bus_message_get_expect_reply(message) > 0) {
         call->request = sd_bus_message_ref(message);
     }
-    peer.oneWayBytes += bytes;
+    peer.oneWayLoad = load;
     peer.oneWay.push_back(std::move(*call));
     if (peer.isDraining) {
         return MORE;
@@ -361,7 +365,7 @@ void BinderTransport::drain(Guard& guard) {
         for (size_t i = 0; i < CALLS_A_TURN && !peer->oneWay.empty() && !mIsDisconnecting; ++i) {
             IncomingCall call = std::move(peer->oneWay.front());
             peer->oneWay.pop_front();
-            peer->oneWayBytes -= call.data->dataSize();
+            peer->oneWayLoad.subtract(call.load);
             guard.unlock();
             execute(&call);
             call = {};  // what it held ends here

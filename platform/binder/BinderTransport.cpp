@@ -28,7 +28,7 @@ constexpr Load ASK_AT{64, 256 * 1024, 16};
 constexpr uint64_t MAX_QUEUED_MESSAGES = 8192;
 
 // Calls with an answer that were read by threads that wait, and are not begun.
-constexpr size_t MAX_CALLS = 1024;
+constexpr Load MAX_CALLS{1024, 8 * 1024 * 1024, 256};
 
 // Messages that are read in a row before others may have the lock.
 constexpr size_t MESSAGES_A_TURN = 16;
@@ -163,6 +163,8 @@ status_t BinderTransport::transact(const BpBinder& proxy, uint32_t code, const P
         return android::FAILED_TRANSACTION;
     }
     const bool isOneWay = (flags & IBinder::FLAG_ONEWAY) != 0;
+    const bool isExpendable = (flags & IBinder::FLAG_EXPENDABLE) != 0;
+    flags &= ~static_cast<uint32_t>(IBinder::FLAG_EXPENDABLE);
     const std::vector<ParcelAccess::Object> objects = ParcelAccess::objects(data);
     Load load{1, data.dataSize(), 0};
     for (const ParcelAccess::Object& object : objects) {
@@ -181,7 +183,7 @@ status_t BinderTransport::transact(const BpBinder& proxy, uint32_t code, const P
     }
     Load unsettled = peer.unsettled;
     unsettled.add(load);
-    if (isOneWay && unsettled.exceeds(MAX_UNSETTLED)) {
+    if (isOneWay && unsettled.exceeds(isExpendable ? MAX_EXPENDABLE : MAX_UNSETTLED)) {
         ++mDroppedOneWay;
         return android::FAILED_TRANSACTION;
     }
@@ -347,12 +349,15 @@ void BinderTransport::finish(Waiter* waiter) {
 
 // For the pool to do, when this thread has something else to do.
 void BinderTransport::dispatch(Step step, IncomingCall call) {
-    if (step == CALL && mCalls.size() >= MAX_CALLS) {
-        refuse(call.request, SD_BUS_ERROR_LIMITS_EXCEEDED, "too many calls");
-        drop(std::move(call));
-        return;
-    }
     if (step == CALL) {
+        Load load = mCallsLoad;
+        load.add(call.load);
+        if (load.exceeds(MAX_CALLS)) {
+            refuse(call.request, SD_BUS_ERROR_LIMITS_EXCEEDED, "too many calls");
+            drop(std::move(call));
+            return;
+        }
+        mCallsLoad = load;
         mCalls.push_back(std::move(call));
     }
     if (step == CALL || step == ONE_WAY) {
@@ -409,6 +414,7 @@ bool BinderTransport::runTask() {
     if (!mCalls.empty()) {
         IncomingCall call = std::move(mCalls.front());
         mCalls.pop_front();
+        mCallsLoad.subtract(call.load);
         guard.unlock();
         execute(&call);
         return true;

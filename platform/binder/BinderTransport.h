@@ -35,14 +35,14 @@ namespace orvhost {
 //   a thread begins to wait     -> it watches, if no other waiting thread does
 //   it has its answer           -> another waiting thread watches, or else the pool
 //   it reads a call             -> the pool executes that
-//   the pool reads a call       -> that thread executes it; unless it is brief another thread of
-//   the
-//                                  pool watches meanwhile
+//   the pool reads a call       -> that thread executes it; unless that is brief, another one of
+//                                  the pool watches meanwhile
 class BinderTransport final : public std::enable_shared_from_this<BinderTransport>,
                               public BinderPool::Work {
 public:
     // Of one-way calls to one process that are not known to be executed: more are refused.
     static constexpr Load MAX_UNSETTLED{1024, 4 * 1024 * 1024, 128};
+    static constexpr Load MAX_EXPENDABLE{512, 2 * 1024 * 1024, 64};
     // Threads that execute one-way calls: the calls of one process are executed by one at a time.
     static constexpr size_t MAX_DRAINING = 3;
 
@@ -207,6 +207,7 @@ private:
     std::unordered_map<uint64_t, Waiter*> mWaiters;         // by the cookie of their call
     std::unordered_map<uint64_t, Settlement> mSettlements;  // likewise
     std::deque<IncomingCall> mCalls;                        // read by a thread that waits
+    Load mCallsLoad;                                        // of these
     std::deque<std::shared_ptr<BinderPeer>> mToDrain;
     size_t mDraining = 0;  // threads that execute one-way calls
     std::deque<std::function<void()>> mNotices;

@@ -29,8 +29,8 @@ constexpr char GET_SERVICE_SIGNATURE[] = "s";
 constexpr char RELEASE_SIGNATURE[] = "tu";
 constexpr char HELLO_SIGNATURE[] = "u";
 
-// Of one parcel; the kernel passes no more descriptors in one piece.
-constexpr size_t MAX_OBJECTS = 253;
+// Of one parcel. No interface needs more, and whoever receives them has few descriptors to spare.
+constexpr size_t MAX_OBJECTS = 32;
 
 // What stands in a message for one binder or descriptor of a parcel.
 struct Reference {

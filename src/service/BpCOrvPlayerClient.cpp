@@ -7,6 +7,7 @@
 
 #include "service/ICOrvPlayerClient.h"
 
+using android::IBinder;
 using android::Parcel;
 
 namespace OrvPlayer {
@@ -14,6 +15,10 @@ namespace OrvPlayer {
 IMPLEMENT_META_INTERFACE(COrvPlayerClient, "OrvPlayerClient")
 
 namespace {
+
+// A client that does not take its calls loses these first, and hears how its commands ended.
+constexpr uint32_t RESULT = IBinder::FLAG_ONEWAY;
+constexpr uint32_t PERIODIC = RESULT | IBinder::FLAG_EXPENDABLE;
 
 // Shared memory that is written here and can only be read by who gets its descriptor.
 class FrameMemory {
@@ -65,7 +70,8 @@ void BpCOrvPlayerClient::send(Transaction code, std::initializer_list<int32_t> n
     for (const int32_t number : numbers) {
         data.writeInt32(number);
     }
-    remote()->transact(code, data, nullptr, android::IBinder::FLAG_ONEWAY);
+    const bool isPeriodic = code == ON_BUFFERING || code == ON_TIME_UPDATE;
+    remote()->transact(code, data, nullptr, isPeriodic ? PERIODIC : RESULT);
 }
 
 void BpCOrvPlayerClient::onCaptureFrame(unsigned char* pixels, unsigned int width,
@@ -86,7 +92,7 @@ void BpCOrvPlayerClient::onCaptureFrame(unsigned char* pixels, unsigned int widt
         return;
     }
     memcpy(memory.bytes(), pixels, size);
-    remote()->transact(ON_CAPTURE_FRAME, data, nullptr, android::IBinder::FLAG_ONEWAY);
+    remote()->transact(ON_CAPTURE_FRAME, data, nullptr, PERIODIC);
 }
 
 void BpCOrvPlayerClient::closedCaptionText(unsigned char* text, int length) {
@@ -98,7 +104,7 @@ void BpCOrvPlayerClient::closedCaptionText(unsigned char* text, int length) {
     data.writeInt32(length);
     data.writeInt32(length);  // deliberate: twice
     data.write(text, static_cast<size_t>(length));
-    remote()->transact(CLOSED_CAPTION_TEXT, data, nullptr, android::IBinder::FLAG_ONEWAY);
+    remote()->transact(CLOSED_CAPTION_TEXT, data, nullptr, PERIODIC);
 }
 
 void BpCOrvPlayerClient::openUriComplete(int result) {

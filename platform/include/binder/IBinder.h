@@ -31,6 +31,10 @@ public:
         INTERFACE_TRANSACTION = 0x5f4e5446,  // '_NTF'
 
         FLAG_ONEWAY = 0x00000001,
+        // Of a one-way call that is made again and again, and may be lost: refused when half as
+        // much waits as makes others be refused, so that it leaves room for those. Not told to the
+        // other side.
+        FLAG_EXPENDABLE = 0x40000000,
     };
 
     // Told once, on a thread of the binder pool, that the process of a linked object has ended or

@@ -213,31 +213,47 @@ TEST_F(HostilePeerTest, AnObjectGivenBackCannotBeCalled) {
 
 // The first call blocks the queue; what does not fit is refused, and the rest executed.
 TEST_F(HostilePeerTest, OneWayCallsWithoutEndAreRefused) {
-    constexpr int CALLS = 6000;
-    int executed = 0;
-    int refused = 0;
     const auto onAnswer = [](sd_bus_message* message, void* count, sd_bus_error*) {
         int* const* counts = static_cast<int**>(count);
         ++*counts[sd_bus_message_is_method_error(message, nullptr) > 0 ? 1 : 0];
         return 0;
     };
-    int* counts[] = {&executed, &refused};
-    for (int i = 0; i < CALLS; ++i) {
-        sd_bus_message* message = transact(mId, i == 0 ? TestObject::WAIT : TestObject::COUNT,
-                                           IBinder::FLAG_ONEWAY, {0, 0, 0, 0}, {}, {});
-        sd_bus_call_async(mBus, nullptr, message, onAnswer, counts, TIMEOUT_US);
-        sd_bus_message_unref(message);
-    }
     const auto pump = [&](auto condition) {
         while (!condition() && sd_bus_process(mBus, nullptr) >= 0) {
             sd_bus_wait(mBus, 1000);
         }
     };
-    pump([&] { return refused >= CALLS - 2 * 1024 - 1; });
-    mObject->open();
-    pump([&] { return executed + refused == CALLS; });
-    EXPECT_LE(executed, 2 * 1024 + 1);
-    EXPECT_EQ(mObject->counted().size(), static_cast<size_t>(executed - 1));
+    struct {
+        int calls;
+        size_t descriptors;
+        int fit;
+    } const cases[] = {{6000, 0, 2 * 1024}, {40, 16, 2 * 128 / 16}};
+    for (const auto& one : cases) {
+        std::vector<uint8_t> bytes(4 + one.descriptors * ParcelAccess::OBJECT_BYTES);
+        std::vector<uint32_t> offsets;
+        for (size_t i = 0; i < one.descriptors; ++i) {
+            offsets.push_back(static_cast<uint32_t>(4 + i * ParcelAccess::OBJECT_BYTES));
+            ParcelAccess::put(bytes.data(), offsets.back(), ParcelAccess::DESCRIPTOR, i);
+        }
+        const std::vector<int> fds(one.descriptors, STDERR_FILENO);
+        int executed = 0;
+        int refused = 0;
+        int* counts[] = {&executed, &refused};
+        const size_t before = mObject->counted().size();
+        mObject->shut();
+        for (int i = 0; i < one.calls; ++i) {
+            const uint32_t code = i == 0 ? TestObject::WAIT : TestObject::COUNT;
+            sd_bus_message* message =
+                transact(mId, code, IBinder::FLAG_ONEWAY, bytes, offsets, fds);
+            sd_bus_call_async(mBus, nullptr, message, onAnswer, counts, TIMEOUT_US);
+            sd_bus_message_unref(message);
+        }
+        pump([&] { return refused >= one.calls - one.fit - 1; });
+        mObject->open();
+        pump([&] { return executed + refused == one.calls; });
+        EXPECT_LE(executed, one.fit + 1);
+        EXPECT_EQ(mObject->counted().size(), before + static_cast<size_t>(executed - 1));
+    }
 }
 
 TEST_F(HostilePeerTest, BytesThatAreNoMessageEndTheConnection) {

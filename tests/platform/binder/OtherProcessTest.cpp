@@ -75,10 +75,10 @@ protected:
         }
     }
 
-    status_t count(int32_t number) {
+    status_t count(int32_t number, uint32_t flags = 0) {
         Parcel request;
         request.writeInt32(number);
-        return mProxy->transact(TestObject::COUNT, request, nullptr, IBinder::FLAG_ONEWAY);
+        return mProxy->transact(TestObject::COUNT, request, nullptr, IBinder::FLAG_ONEWAY | flags);
     }
 
     PrivateBus mBus;
@@ -134,12 +134,16 @@ TEST_P(OtherProcessTest, DeathEndsCallsAndIsToldOnce) {
 TEST_P(OtherProcessTest, OneWayCallsToAStoppedProcessAreBounded) {
     mOther->stop();
     int32_t sent = 0;
+    while (sent < 20000 && count(sent, IBinder::FLAG_EXPENDABLE) == android::OK) {
+        ++sent;
+    }
+    EXPECT_EQ(sent, 512) << "and leave room";
     while (sent < 20000 && count(sent) == android::OK) {
         ++sent;
     }
     EXPECT_EQ(sent, 1024);
     EXPECT_EQ(mLink->figures().queuedOneWay, 1024u);
-    EXPECT_EQ(mLink->figures().droppedOneWay, 1u);
+    EXPECT_EQ(mLink->figures().droppedOneWay, 2u);
     const std::vector<uint8_t> large(5 << 20);
     Parcel request;
     request.write(large.data(), large.size());

@@ -42,6 +42,10 @@ public:
         mIsOpen = true;
         mOpened.notify_all();
     }
+    void shut() {
+        std::lock_guard<std::mutex> guard(mLock);
+        mIsOpen = false;
+    }
 
 protected:
     android::status_t onTransact(uint32_t code, const android::Parcel& data, android::Parcel* reply,
