@@ -275,10 +275,8 @@ status_t BinderTransport::callAndWait(Guard& guard, sd_bus_message* message, Wai
     return waiter->status;
 }
 
+// Nobody watches: the pool does only while nobody waits.
 void BinderTransport::watchAsWaiter(Guard& guard, Waiter* waiter) {
-    if (mWatcher == POOL) {
-        mPool.stopWatchingReading();
-    }
     if (!hasBuffered()) {
         mWatcher = WAITER;
         waiter->isWatching = true;

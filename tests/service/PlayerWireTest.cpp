@@ -4,11 +4,9 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 
 #include <atomic>
 #include <cerrno>
-#include <future>
 #include <memory>
 #include <string>
 #include <vector>
@@ -16,7 +14,7 @@
 #include "PlayerWire.h"
 #include "ScriptedController.h"
 #include "binder/BinderConnection.h"
-#include "platform/binder/PrivateBus.h"
+#include "platform/binder/ConnectedEnds.h"
 #include "support/Await.h"
 #include "support/FakeAudio.h"
 #include "support/ProcessUsage.h"
@@ -54,7 +52,7 @@ using orvtest::RecordingService;
 enum Way { LOCAL, SOCKET, BUS };
 
 // Gives the application's end a binder of the service, on one of the ways.
-class PlayerWireTest : public testing::TestWithParam<Way> {
+class PlayerWireTest : public testing::TestWithParam<Way>, protected orvtest::ConnectedEnds {
 protected:
     static inline const String16 NAME{"OrvPlayer"};
 
@@ -63,7 +61,7 @@ protected:
             return service;
         }
         android::defaultServiceManager()->addService(NAME, service);
-        GetParam() == SOCKET ? connectOverSocket() : connectToBus();
+        GetParam() == SOCKET ? connectOverSocket() : connectToBus(NAME);
         if (mApplication == nullptr) {
             ADD_FAILURE() << mError;
             return nullptr;
@@ -74,33 +72,7 @@ protected:
         return remote;
     }
 
-    void connectOverSocket() {
-        int ends[2];
-        ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
-        auto service = std::async(std::launch::async, [&] {
-            std::string error;
-            return BinderConnection::overSocket(ends[0], BinderConnection::SERVICE, &error);
-        });
-        mApplication =
-            BinderConnection::overSocket(ends[1], BinderConnection::APPLICATION, &mError);
-        mService = service.get();
-    }
-
-    void connectToBus() {
-        mBus = std::make_unique<PrivateBus>();
-        ASSERT_NE(mBus->address(), "") << "dbus-daemon is needed";
-        const auto kind = BinderConnection::SESSION_BUS;
-        mService = BinderConnection::toBus(kind, mBus->address(), &mError);
-        ASSERT_NE(mService, nullptr) << mError;
-        ASSERT_TRUE(mService->claimName(NAME, &mError)) << mError;
-        mApplication = BinderConnection::toBus(kind, mBus->address(), &mError);
-    }
-
     orvtest::TraceCapture mTrace;
-    std::string mError;
-    std::unique_ptr<PrivateBus> mBus;
-    sp<BinderConnection> mService;
-    sp<BinderConnection> mApplication;
 };
 
 TEST_P(PlayerWireTest, RequestsAndCallbacks) {

@@ -3,21 +3,19 @@
 #include <binder/IServiceManager.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "binder/BinderConnection.h"
 #include "binder/CallTimeout.h"
 
-#include "platform/binder/PrivateBus.h"
+#include "platform/binder/ConnectedEnds.h"
 #include "platform/binder/TestObject.h"
 #include "support/Await.h"
 
 #include <algorithm>
 #include <atomic>
 #include <filesystem>
-#include <future>
 #include <memory>
 #include <numeric>
 #include <string>
@@ -36,14 +34,14 @@ namespace {
 
 enum Kind { SOCKET, BUS };
 
-class TransportTest : public testing::TestWithParam<Kind> {
+class TransportTest : public testing::TestWithParam<Kind>, protected orvtest::ConnectedEnds {
 protected:
     void SetUp() override {
         android::defaultServiceManager()->addService(String16("OrvTest"), mObject);
         if (GetParam() == SOCKET) {
             connectOverSocket();
         } else {
-            connectToBus();
+            connectToBus(String16("OrvTest"));
         }
         ASSERT_TRUE(mApplication != nullptr && mService != nullptr) << mError;
         mProxy = mApplication->getService(String16("OrvTest"), &mError);
@@ -51,33 +49,7 @@ protected:
         ASSERT_EQ(mProxy->localBinder(), nullptr);
     }
 
-    void connectOverSocket() {
-        int ends[2];
-        ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
-        auto service = std::async(std::launch::async, [&] {
-            std::string error;
-            return BinderConnection::overSocket(ends[0], BinderConnection::SERVICE, &error);
-        });
-        mApplication =
-            BinderConnection::overSocket(ends[1], BinderConnection::APPLICATION, &mError);
-        mService = service.get();
-    }
-
-    void connectToBus() {
-        mBus = std::make_unique<PrivateBus>();
-        ASSERT_NE(mBus->address(), "") << "dbus-daemon is needed";
-        const auto kind = BinderConnection::SESSION_BUS;
-        mService = BinderConnection::toBus(kind, mBus->address(), &mError);
-        ASSERT_NE(mService, nullptr) << mError;
-        ASSERT_TRUE(mService->claimName(String16("OrvTest"), &mError)) << mError;
-        mApplication = BinderConnection::toBus(kind, mBus->address(), &mError);
-    }
-
-    std::unique_ptr<PrivateBus> mBus;
-    std::string mError;
     sp<TestObject> mObject = new TestObject;
-    sp<BinderConnection> mService;
-    sp<BinderConnection> mApplication;
     sp<IBinder> mProxy;
 };
 
