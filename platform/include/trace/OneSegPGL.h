@@ -32,4 +32,15 @@ void OneSegPGL_TraceOut(uint32_t mask, const char* format, ...)
 
 // Writes out what is queued; at most a second. For the end of a program.
 void OneSegPGL_Flush();
+
+// Small files that the machine's setup leaves for the player; regular files only.
+
+// 1 when the file exists, else 0.
+int OneSegPGL_CheckFile(const char* path);
+
+// Its size in bytes, -1 when there is none.
+long OneSegPGL_GetFileSize(const char* path);
+
+// Reads its first bytes, at most `size`. Returns how many there were, -1 when it cannot be read.
+long OneSegPGL_ReadFile(const char* path, void* buffer, long size);
 }
