@@ -1,5 +1,6 @@
 #include "ClientEvents.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "CaptionText.h"
@@ -14,6 +15,21 @@ using Kind = CallbackQueue::Kind;
 constexpr int SEEK_REFUSED = 1;
 // The results of commands wait behind a caption meanwhile.
 constexpr std::chrono::milliseconds TIME_QUERY{500};
+
+std::optional<RecordingFailure> recordingFailureOf(int code) {
+    switch (code) {
+        case wire::RECORDER_NOT_BEGUN:
+            return RecordingFailure::NOT_BEGUN;
+        case wire::RECORDER_NOT_WRITTEN:
+            return RecordingFailure::NOT_WRITTEN;
+        case wire::RECORDER_STORAGE_FULL:
+            return RecordingFailure::STORAGE_FULL;
+        case wire::RECORDER_NO_INPUT:
+            return RecordingFailure::NO_INPUT;
+        default:
+            return std::nullopt;
+    }
+}
 
 }  // namespace
 
@@ -95,7 +111,8 @@ void ClientEvents::settle(Result result, int code) {
     mChanged.notify_all();
 }
 
-void ClientEvents::onSeeked(int32_t /*positionMs*/) {
+void ClientEvents::onSeeked(int32_t positionMs) {
+    mElapsedMs = positionMs;
     bool wasEnd = false;
     {
         std::lock_guard<std::mutex> guard(mLock);
@@ -145,6 +162,7 @@ void ClientEvents::tell(Kind kind, Function Callbacks::*member, Arguments... arg
 }
 
 void ClientEvents::openUriComplete(int32_t result) {
+    mElapsedMs = 0;
     tell(Kind::EVENT, &Callbacks::onOpened, result);
     settle(Result::OPEN, result);
 }
@@ -192,6 +210,12 @@ void ClientEvents::onSignalStatusChanged(uint32_t previous, uint32_t current) {
 
 void ClientEvents::onError(int32_t code) {
     tell(Kind::EVENT, &Callbacks::onError, code);
+    if (const auto failure = recordingFailureOf(code); failure.has_value()) {
+        tell(Kind::EVENT, &Callbacks::onRecordingFailed, *failure);
+        if (*failure == RecordingFailure::NOT_BEGUN) {
+            settle(Result::RECORD, NOT_RECORDED);
+        }
+    }
 }
 
 void ClientEvents::onBufferingBegin() {
@@ -215,15 +239,20 @@ void ClientEvents::onStartVideoTask(int32_t width, int32_t height) {
 }
 
 void ClientEvents::onTimeUpdate(int32_t seconds) {
+    mElapsedMs = int64_t{seconds} * 1000;
     tell(Kind::FREQUENT, &Callbacks::onTime, seconds);
 }
 
-void ClientEvents::onRecorderStarted(int32_t result) {
-    tell(Kind::EVENT, &Callbacks::onRecordingStarted, result);
+void ClientEvents::onRecorderStarted(int32_t number) {
+    mIsRecording = true;
+    tell(Kind::EVENT, &Callbacks::onRecordingStarted, number);
+    settle(Result::RECORD, std::max(number, 0));
 }
 
 void ClientEvents::onRecorderStopped(int32_t result) {
-    tell(Kind::EVENT, &Callbacks::onRecordingStopped, result);
+    mIsRecording = false;
+    tell(Kind::EVENT, &Callbacks::onRecordingStopped, result == 1);
+    settle(Result::RECORD_STOP, result);
 }
 
 }  // namespace orvclient

@@ -3,6 +3,8 @@
 #include <orvclient/Player.h>
 
 #include <array>
+#include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
@@ -27,7 +29,8 @@ namespace orvclient {
 // Any thread; one command at a time.
 class ClientEvents : public BnCOrvPlayerClient {
 public:
-    enum class Result { OPEN, START, PAUSE, RESUME, SEEK };
+    enum class Result { OPEN, START, PAUSE, RESUME, SEEK, RECORD, RECORD_STOP };
+    static constexpr int NOT_RECORDED = -1;  // as the result of RECORD, else a number
     using Clock = std::chrono::steady_clock;
 
     // The queue must live as long as calls can come. `player` is asked for the time of captions.
@@ -47,6 +50,10 @@ public:
     bool end();
     bool isEnded() const;
 
+    bool isRecording() const { return mIsRecording; }
+    // How far the content was played.
+    std::chrono::milliseconds elapsed() const { return std::chrono::milliseconds(mElapsedMs); }
+
     // Stills are told together with the picture of this queue that they show; may be null.
     void setPictures(const PictureQueue* pictures);
 
@@ -54,7 +61,7 @@ protected:
     ~ClientEvents() override = default;
 
 private:
-    static constexpr size_t RESULTS = 5;
+    static constexpr size_t RESULTS = 7;
 
     void openUriComplete(int32_t result) override;
     void startComplete(int32_t result) override;
@@ -70,7 +77,7 @@ private:
     void onStartVideoTask(int32_t width, int32_t height) override;
     void onTimeUpdate(int32_t seconds) override;
     void onEndOfContent() override;
-    void onRecorderStarted(int32_t result) override;
+    void onRecorderStarted(int32_t number) override;
     void onRecorderStopped(int32_t result) override;
     void onPaused(int32_t result) override { settle(Result::PAUSE, result); }
     void onResumed(int32_t result) override { settle(Result::RESUME, result); }
@@ -94,6 +101,8 @@ private:
     bool mIsSeekRefused = false;     // the last seek, by what sounded like an end
     std::array<unsigned, RESULTS> mAbandoned{};
     bool mEnded = false;
+    std::atomic<bool> mIsRecording{false};
+    std::atomic<int64_t> mElapsedMs{0};
     const PictureQueue* mPictures = nullptr;
 };
 

@@ -7,6 +7,20 @@
 
 namespace orvclient {
 
+const char* describe(RecordingFailure failure) {
+    switch (failure) {
+        case RecordingFailure::NOT_BEGUN:
+            return "the recording cannot be written; check its folder, and the room there";
+        case RecordingFailure::NOT_WRITTEN:
+            return "the storage of the recording does not take it any more; check its folder";
+        case RecordingFailure::STORAGE_FULL:
+            return "the storage is full; remove recordings (orvplay record rm N)";
+        case RecordingFailure::NO_INPUT:
+            return "nothing of the recorded service came any more";
+    }
+    return "the recording failed";
+}
+
 Player::Player(std::unique_ptr<Impl> impl) : mImpl(std::move(impl)) {}
 
 Player::~Player() = default;
@@ -72,6 +86,11 @@ Status Player::seek(std::chrono::milliseconds position) {
     return mImpl->seek(position);
 }
 
+std::chrono::milliseconds Player::elapsed() const {
+    const auto session = mImpl->present();
+    return session != nullptr ? session->events().elapsed() : std::chrono::milliseconds(0);
+}
+
 State Player::state() {
     return mImpl->state();
 }
@@ -116,15 +135,20 @@ Status Player::cancelStills() {
     return mImpl->cancelStills();
 }
 
-Status Player::startRecording(const std::map<std::string, std::string>& properties) {
+Status Player::startRecording(const RecordingLabels& labels, int* number) {
     std::string uri;
     std::string error;
-    return recorderUri(properties, &uri, &error) ? mImpl->startRecording(uri)
-                                                 : Status{Status::REFUSED, error};
+    return recorderUri(labels, &uri, &error) ? mImpl->startRecording(uri, number)
+                                             : Status{Status::REFUSED, error};
 }
 
 Status Player::stopRecording(bool keep) {
     return mImpl->stopRecording(keep);
+}
+
+bool Player::isRecording() const {
+    const auto session = mImpl->present();
+    return session != nullptr && session->events().isRecording();
 }
 
 int Player::frameRate() {

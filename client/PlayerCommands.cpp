@@ -24,12 +24,20 @@ int32_t wireMs(std::chrono::milliseconds time) {
         std::clamp<std::chrono::milliseconds>(time, -LONGEST, LONGEST).count());
 }
 
+Status nothingPlays() {
+    return {Status::REFUSED, "nothing plays"};
+}
+
 }  // namespace
 
 Status Player::Impl::openUri(wire::OpenType type, const std::string& uri) {
     mQueue.dropCaptions();
     return command(
-        Result::OPEN, [&](BpCOrvPlayer& player) { return player.openUri(type, uri); },
+        Result::OPEN,
+        [&](BpCOrvPlayer& player) {
+            keepRecording(*present());
+            return player.openUri(type, uri);
+        },
         "the player cannot set up these streams");
 }
 
@@ -42,7 +50,8 @@ Status Player::Impl::start() {
 // A service that is told to stop while nothing is open takes it for a fault and ends.
 Status Player::Impl::stop() {
     mQueue.dropCaptions();
-    return tell([](BpCOrvPlayer& player) {
+    return tell([this](BpCOrvPlayer& player) {
+        keepRecording(*present());
         int32_t state = 0;
         const status_t status = player.getState(&state);
         const bool isIdle = state != static_cast<int32_t>(State::OPEN) &&
@@ -54,22 +63,40 @@ Status Player::Impl::stop() {
 
 Status Player::Impl::close() {
     mQueue.dropCaptions();
-    return tell([](BpCOrvPlayer& player) { return player.close(); });
+    return tell([this](BpCOrvPlayer& player) {
+        keepRecording(*present());
+        return player.close();
+    });
 }
 
 Status Player::Impl::pause() {
-    return command(
-        Result::PAUSE, [](BpCOrvPlayer& player) { return player.pause(); },
-        "the player cannot pause: nothing plays");
+    const State now = state();
+    if (now == State::PAUSED) {
+        return {};
+    }
+    return now == State::PLAYING
+               ? command(
+                     Result::PAUSE, [](BpCOrvPlayer& player) { return player.pause(); },
+                     "the player cannot pause")
+               : nothingPlays();
 }
 
 Status Player::Impl::resume() {
-    return command(
-        Result::RESUME, [](BpCOrvPlayer& player) { return player.resume(); },
-        "the player cannot resume: nothing is paused");
+    const State now = state();
+    if (now == State::PLAYING) {
+        return {};
+    }
+    return now == State::PAUSED
+               ? command(
+                     Result::RESUME, [](BpCOrvPlayer& player) { return player.resume(); },
+                     "the player cannot go on")
+               : nothingPlays();
 }
 
 Status Player::Impl::seek(std::chrono::milliseconds position) {
+    if (const State now = state(); now != State::PLAYING && now != State::PAUSED) {
+        return nothingPlays();
+    }
     const Status status = command(
         Result::SEEK, [&](BpCOrvPlayer& player) { return player.seek(wireMs(position)); },
         "the player cannot go there");
@@ -161,15 +188,46 @@ Status Player::Impl::cancelStills() {
     return tell([](BpCOrvPlayer& player) { return player.cancelCaptureFrame(); });
 }
 
-Status Player::Impl::startRecording(const std::string& uri) {
-    return ask([&](BpCOrvPlayer& player, int32_t* code) { return player.startRecorder(uri, code); },
-               "the player cannot record");
+// The service answers the call before it knows; what became of it comes as an event.
+Status Player::Impl::startRecording(const std::string& uri, int* number) {
+    const char* const failure = "the player cannot record";
+    int begun = 0;
+    const Status status = await(
+        Result::RECORD,
+        [&](BpCOrvPlayer& player) {
+            int32_t code = 0;
+            const status_t called = player.startRecorder(uri, &code);
+            return called != android::OK ? called : code;
+        },
+        failure, &begun);
+    if (!status.ok()) {
+        return status;
+    }
+    if (begun == ClientEvents::NOT_RECORDED) {
+        return {Status::REFUSED, describe(RecordingFailure::NOT_BEGUN)};
+    }
+    if (number != nullptr) {
+        *number = begun;
+    }
+    return {};
 }
 
 Status Player::Impl::stopRecording(bool keep) {
-    return ask([&](BpCOrvPlayer& player,
-                   int32_t* code) { return player.stopRecorder(keep ? 1 : 0, code); },
-               "the player cannot end the recording");
+    const auto session = present();
+    if (session == nullptr || !session->events().isRecording()) {
+        return {Status::REFUSED, "nothing is being recorded"};
+    }
+    int cleanly = 0;
+    const Status status = await(
+        Result::RECORD_STOP,
+        [&](BpCOrvPlayer& player) {
+            int32_t unused = 0;
+            return player.stopRecorder(keep ? 1 : 0, &unused);
+        },
+        "the player cannot end the recording", &cleanly);
+    return !status.ok() || cleanly == 1
+               ? status
+               : Status{Status::REFUSED, "the recording was not ended as it should be"};
 }
 
 int Player::Impl::frameRate() {

@@ -43,6 +43,7 @@ Player::Impl::~Impl() {
     const std::shared_ptr<Session> last = present();
     if (last != nullptr && last->isAlive() && mOptions.registerForEvents) {
         const CallTimeout bound(CLOSING);
+        keepRecording(*last);
         last->player().close();
         if (settings().surface != nullptr) {
             int32_t unused = 0;
@@ -158,12 +159,26 @@ Status Player::Impl::failed(status_t status, Session& session) const {
     }
 }
 
+void Player::Impl::keepRecording(Session& session) {
+    if (session.events().isRecording()) {
+        int32_t unused = 0;
+        session.player().stopRecorder(1, &unused);
+    }
+}
+
 Status Player::Impl::toStatus(int code, const char* failure) {
     return code == 0 ? Status()
                      : Status{code, std::string(failure) + " (code " + std::to_string(code) + ")"};
 }
 
 Status Player::Impl::command(ClientEvents::Result result, const Call& call, const char* failure) {
+    int code = 0;
+    const Status status = await(result, call, failure, &code);
+    return status.ok() ? toStatus(code, failure) : status;
+}
+
+Status Player::Impl::await(ClientEvents::Result result, const Call& call, const char* failure,
+                           int* code) {
     if (!mOptions.registerForEvents) {
         return {Status::REFUSED, "this player only looks on: it takes no events"};
     }
@@ -183,10 +198,11 @@ Status Player::Impl::command(ClientEvents::Result result, const Call& call, cons
     }
     if (status != android::OK) {
         status == android::TIMED_OUT ? events.abandon(result) : events.cancel();
-        return failed(status, *session);
+        return status > 0 ? toStatus(status, failure) : failed(status, *session);
     }
-    if (const auto code = events.await(result, deadline); code.has_value()) {
-        return toStatus(*code, failure);
+    if (const auto told = events.await(result, deadline); told.has_value()) {
+        *code = *told;
+        return {};
     }
     return failed(session->isAlive() ? android::TIMED_OUT : android::DEAD_OBJECT, *session);
 }

@@ -57,7 +57,7 @@ public:
 
     Status requestStills(int count, std::chrono::milliseconds every);
     Status cancelStills();
-    Status startRecording(const std::string& uri);
+    Status startRecording(const std::string& uri, int* number);
     Status stopRecording(bool keep);
 
     int frameRate();
@@ -80,11 +80,16 @@ private:
     void listen(const std::shared_ptr<Session>& session);
     android::status_t apply(const Settings& settings, Session& session);
 
-    // Gives a command and waits for its result.
+    // Gives a command and waits for its result: 0 is success.
     Status command(ClientEvents::Result result, const Call& call, const char* failure);
+    // The same for a result that says more. A positive status of the call: the service refused,
+    // by that code, and no result comes.
+    Status await(ClientEvents::Result result, const Call& call, const char* failure, int* code);
     // Gives one that has none.
     Status tell(const Call& call);
     Status ask(const Question& question, const char* failure);
+    // What the service would throw away with the end of playback.
+    static void keepRecording(Session& session);
     Status failed(android::status_t status, Session& session) const;
     static Status toStatus(int code, const char* failure);
     Settings settings() const;

@@ -75,17 +75,13 @@ bool mediaFile(const std::string& path, std::string* absolute, std::string* erro
     return isFree(*absolute, "", error);
 }
 
-bool recorderUri(const std::map<std::string, std::string>& properties, std::string* uri,
-                 std::string* error) {
-    std::string parameters;
-    for (const auto& [key, value] : properties) {
-        // Blanks before a key are skipped by the player, and an '=' would end it.
-        if (!isFree(key, ";#= ", error) || !isFree(value, ";#", error)) {
-            return false;
-        }
-        parameters += parameter(key, value);
+bool recorderUri(const RecordingLabels& labels, std::string* uri, std::string* error) {
+    if (!isFree(labels.channel, ";#", error) || !isFree(labels.programme, ";#", error)) {
+        return false;
     }
-    *uri = "MTV://recorder/live?" + parameters;
+    *uri = "MTV://recorder/live?" + parameter("channelName", labels.channel) +
+           parameter("programName", labels.programme) +
+           parameter("storageType", std::to_string(labels.storage));
     return true;
 }
 

@@ -2,7 +2,6 @@
 
 #include <orvclient/Player.h>
 
-#include <map>
 #include <string>
 
 // What the player opens and records to, as it wants to be told: every parameter ends with ';'.
@@ -19,7 +18,6 @@ bool recordingUri(const std::string& path, const LiveSource& source, std::string
 // A media file is opened by its path alone, which the service's own folder must not change.
 bool mediaFile(const std::string& path, std::string* absolute, std::string* error);
 
-bool recorderUri(const std::map<std::string, std::string>& properties, std::string* uri,
-                 std::string* error);
+bool recorderUri(const RecordingLabels& labels, std::string* uri, std::string* error);
 
 }  // namespace orvclient

@@ -70,11 +70,19 @@ enum Callback : uint32_t {
     ON_START_VIDEO_TASK = 12,      // int32 width, int32 height
     ON_TIME_UPDATE = 13,           // int32 seconds
     ON_END_OF_CONTENT = 14,        //
-    ON_RECORDER_STARTED = 15,      // int32 result
-    ON_RECORDER_STOPPED = 16,      // int32 result
+    ON_RECORDER_STARTED = 15,      // int32 number of the recording
+    ON_RECORDER_STOPPED = 16,      // int32 1: as it should
     ON_PAUSED = 17,                // int32 result
     ON_RESUMED = 18,               // int32 result
     ON_SEEKED = 19,                // int32 ms
+};
+
+// Codes of ON_ERROR that tell of the recorder.
+enum RecorderError : int32_t {
+    RECORDER_STORAGE_FULL = 0x60001,
+    RECORDER_NOT_WRITTEN = 0x60002,
+    RECORDER_NOT_BEGUN = 0x60003,
+    RECORDER_NO_INPUT = 0x60004,
 };
 
 }  // namespace orvclient::wire

@@ -77,11 +77,14 @@ protected:
         callbacks.onAudioSession = [this](int id) { note("session " + std::to_string(id)); };
         callbacks.onTime = [this](int seconds) { note("time " + std::to_string(seconds)); };
         callbacks.onEnd = [this] { note("end"); };
-        callbacks.onRecordingStarted = [this](int result) {
-            note("recording " + std::to_string(result));
+        callbacks.onRecordingStarted = [this](int number) {
+            note("recording " + std::to_string(number));
         };
-        callbacks.onRecordingStopped = [this](int result) {
-            note("recorded " + std::to_string(result));
+        callbacks.onRecordingStopped = [this](bool cleanly) {
+            note(cleanly ? "recorded" : "recorded badly");
+        };
+        callbacks.onRecordingFailed = [this](orvclient::RecordingFailure failure) {
+            note("not recorded " + std::to_string(static_cast<int>(failure)));
         };
         callbacks.onError = [this](int code) { note("error " + std::to_string(code)); };
         callbacks.onLost = [this](const std::string& reason) { note("lost: " + reason); };

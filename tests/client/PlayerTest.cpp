@@ -46,11 +46,10 @@ TEST_F(PlayerTest, ResultsAreThoseOfTheService) {
     answer(5, 18, 1);
     EXPECT_EQ(mPlayer->open({}).code, 65'537);
     EXPECT_EQ(mPlayer->start().code, 17);
+    service().setState(3);
     EXPECT_EQ(mPlayer->pause().code, 1);
+    service().setState(4);
     EXPECT_EQ(mPlayer->resume().code, 1);
-    EXPECT_NE(mPlayer->resume().message.find("nothing is paused"), std::string::npos);
-    service().script(13, [](const Parcel&, Parcel* reply) { reply->writeInt32(393'219); });
-    EXPECT_EQ(mPlayer->startRecording({}).code, 393'219);
     EXPECT_EQ(mPlayer->streamTime90k(), 900'000);
 }
 
@@ -81,10 +80,83 @@ TEST_F(PlayerTest, NamesThatWouldBreakTheUriAreRefused) {
     }
     EXPECT_EQ(mPlayer->openRecording(std::string("a\0b", 3), {}).code, Status::REFUSED);
     EXPECT_EQ(mPlayer->openFile("").code, Status::REFUSED);
-    EXPECT_EQ(mPlayer->startRecording({{"channelName", "a;b"}}).code, Status::REFUSED);
-    EXPECT_EQ(mPlayer->startRecording({{"a=b", "c"}}).code, Status::REFUSED);
+    EXPECT_EQ(mPlayer->startRecording({"a;b", ""}).code, Status::REFUSED);
+    EXPECT_NE(mPlayer->startRecording({"", "#1"}).message.find("'#'"), std::string::npos);
     EXPECT_EQ(mPlayer->requestStills(0, {}).code, Status::REFUSED);
     EXPECT_EQ(service().requests().size(), before);
+}
+
+// Asked for what is so already, or cannot be, the service is not asked.
+TEST_F(PlayerTest, PauseResumeAndSeekGoByTheState) {
+    struct Row {
+        int state;
+        bool pauses, resumes, seeks;  // without a failure
+        size_t asked;                 // the service, by the three
+    };
+    create();
+    size_t before = 0;
+    for (const Row& row : {Row{1, false, false, false, 0}, Row{2, false, false, false, 0},
+                           Row{3, true, true, true, 2}, Row{4, true, true, true, 2}}) {
+        service().setState(row.state);
+        EXPECT_EQ(mPlayer->seek(milliseconds(12'500)).ok(), row.seeks) << row.state;
+        EXPECT_EQ(mPlayer->pause().ok(), row.pauses) << row.state;
+        service().setState(row.state);
+        EXPECT_EQ(mPlayer->resume().ok(), row.resumes) << row.state;
+        const size_t asked = service().count(4) + service().count(5) + service().count(6);
+        EXPECT_EQ(asked - before, row.asked) << row.state;
+        before = asked;
+    }
+    EXPECT_EQ(mPlayer->elapsed(), milliseconds(12'500));
+    service().tellNumber(13, 14);
+    toldAll();
+    EXPECT_EQ(mPlayer->elapsed(), milliseconds(14'000));
+}
+
+// The call is answered before the recorder is: what became of it comes as an event.
+TEST_F(PlayerTest, ARecordingHasBegunWhenItsEventSaysSo) {
+    create();
+    int number = 0;
+    EXPECT_EQ(mPlayer->stopRecording(true).code, Status::REFUSED);
+    EXPECT_TRUE(mPlayer->startRecording({"TV 1", ""}, &number).ok());
+    EXPECT_EQ(number, 7);
+    EXPECT_TRUE(mPlayer->isRecording());
+    EXPECT_TRUE(mPlayer->stopRecording(true).ok());
+    EXPECT_FALSE(mPlayer->isRecording());
+    const auto fails = [this](int32_t answer, int32_t event) {
+        service().script(13, [this, answer, event](const Parcel&, Parcel* reply) {
+            if (event != 0) {
+                service().tellNumber(7, event);
+            }
+            reply->writeInt32(answer);
+        });
+        return mPlayer->startRecording({}).code;
+    };
+    EXPECT_EQ(fails(393'219, 0), 393'219);
+    EXPECT_EQ(fails(0, 0x60003), Status::REFUSED);
+    EXPECT_FALSE(mPlayer->isRecording());
+    EXPECT_EQ(toldAll(), (Strings{"recording 7", "recorded", "error 393219", "not recorded 0"}));
+}
+
+// The service throws away what is recorded when playback ends.
+TEST_F(PlayerTest, WhateverEndsPlaybackKeepsTheRecording) {
+    create();
+    const std::function<void()> ends[] = {
+        [this] { mPlayer->open({}); },
+        [this] { mPlayer->stop(); },
+        [this] { mPlayer->close(); },
+        [this] { mPlayer = nullptr; },
+    };
+    const auto seen = mService->player;
+    for (size_t i = 0; i < std::size(ends); ++i) {
+        ASSERT_TRUE(mPlayer->startRecording({}).ok());
+        ends[i]();
+        ASSERT_EQ(seen->count(14), i + 1);
+    }
+    for (const auto& request : seen->requests()) {
+        if (request.code == 14) {
+            EXPECT_EQ(request.bytes, Bytes::request("OrvPlayer").i32(1).get());
+        }
+    }
 }
 
 // The service tells a refused seek and the end of the content by the same callback.
@@ -102,6 +174,7 @@ TEST_F(PlayerTest, ARefusedSeekIsNoEnd) {
         {"refused at the end", {14, 14}, Status::REFUSED, {"end"}},
     };
     create();
+    service().setState(3);
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
         service().script(6, [&](const Parcel&, Parcel*) {

@@ -68,9 +68,9 @@ TEST_F(PlayerWireTest, CommandsAreWhatTheTablesSay) {
         {"cancelStills", [](Player& p) { p.cancelStills(); }, 29, Bytes()},
         {"startRecording",
          [](Player& p) {
-             p.startRecording({{"channelName", "TV 1"}, {"programName", "a=b"}});
+             p.startRecording({"TV 1", "a=b", 2});
          },
-         13, Bytes().text("MTV://recorder/live?channelName=TV 1;programName=a=b;")},
+         13, Bytes().text("MTV://recorder/live?channelName=TV 1;programName=a=b;storageType=2;")},
         {"stopRecording", [](Player& p) { p.stopRecording(false); }, 14, Bytes().i32(0)},
         {"frameRate", [](Player& p) { p.frameRate(); }, 24, Bytes()},
         {"streamTime90k", [](Player& p) { p.streamTime90k(); }, 28, Bytes()},
@@ -161,11 +161,28 @@ TEST_F(PlayerWireTest, EveryCallbackIsTold) {
     from.tell(14);
     number(15, 3);
     number(16, 1);
-    EXPECT_EQ(toldAll(),
-              (Strings{"opened 5", "started 6", "caption \u00E9! 900000", "caption  900000",
-                       "still 307200 171", "still 153600 171", "signal 0 2", "error 135171",
-                       "buffering", "buffered", "40 %", "session 77", "video 1920x1080", "time 12",
-                       "end", "recording 3", "recorded 1"}));
+    number(16, 0);
+    number(7, 0x60001);
+    EXPECT_EQ(toldAll(), (Strings{"opened 5",
+                                  "started 6",
+                                  "caption \u00E9! 900000",
+                                  "caption  900000",
+                                  "still 307200 171",
+                                  "still 153600 171",
+                                  "signal 0 2",
+                                  "error 135171",
+                                  "buffering",
+                                  "buffered",
+                                  "40 %",
+                                  "session 77",
+                                  "video 1920x1080",
+                                  "time 12",
+                                  "end",
+                                  "recording 3",
+                                  "recorded",
+                                  "recorded badly",
+                                  "error 393217",
+                                  "not recorded 2"}));
 }
 
 // Parcels that are cut or contradict themselves change nothing, and the next one is told.

@@ -142,6 +142,9 @@ private:
             tellNumber(result->second.first, 0);
         } else if (code == 3 || code == 8) {
             setState(code == 3 ? 2 : 1);
+        } else if (code == 13 || code == 14) {
+            tellNumber(code + 2, code == 13 ? 7 : 1);
+            reply->writeInt32(0);
         } else if (code == 6) {
             tellNumber(19, data.readInt32());
         } else if (code == 25) {

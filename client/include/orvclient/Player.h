@@ -7,7 +7,6 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
-#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -41,6 +40,22 @@ struct StillView {
     Picture source;              // the picture that it shows, without its pixels
 };
 
+// What a recording is called in lists; either may be empty, and neither may hold ';' or '#'.
+struct RecordingLabels {
+    std::string channel;
+    std::string programme;
+    int storage = 0;  // which of the service's storages, by its number
+};
+
+// Why a recording ended before it was stopped. What was written until then is kept.
+enum class RecordingFailure {
+    NOT_BEGUN,     // nothing could be written
+    NOT_WRITTEN,   // the storage refuses, or is gone
+    STORAGE_FULL,  //
+    NO_INPUT,      // the source brings nothing of the service any more
+};
+ORVCLIENT_API const char* describe(RecordingFailure failure);  // one line for people
+
 // What the player tells. Every function may be empty. All are called by the executor (see
 // Player::Options), one at a time and in the order in which the service sent them.
 struct Callbacks {
@@ -57,11 +72,16 @@ struct Callbacks {
     std::function<void(const std::string& text, int64_t pcr90k)> onCaption;
     std::function<void(const StillView& still)> onStill;
     std::function<void(int id)> onAudioSession;
+    // Of a recording or a media file: how far it was played.
     std::function<void(int seconds)> onTime;
     // The content came to its end; never for a seek that was refused.
     std::function<void()> onEnd;
-    std::function<void(int result)> onRecordingStarted;
-    std::function<void(int result)> onRecordingStopped;
+    // The number by which the recording is found again, 0 when the service cannot tell it.
+    std::function<void(int number)> onRecordingStarted;
+    // Whoever stopped it. `cleanly`: the service ended it as it should.
+    std::function<void(bool cleanly)> onRecordingStopped;
+    // Comes besides onError; stopRecording() is due all the same.
+    std::function<void(RecordingFailure failure)> onRecordingFailed;
     std::function<void(int code)> onError;
     // The service is gone; once, and nothing after it unless another one is started (see
     // Player::Options::restart).
@@ -149,16 +169,21 @@ public:
     Status open(const LiveSource& source);
     // A recording of the tuned source by its path. Refused when the path holds ';', '#' or '?'.
     Status openRecording(const std::string& path, const LiveSource& source);
-    // A media file, by the platform's player.
+    // A media file, by the platform's player. One that it cannot play ends the service.
     Status openFile(const std::string& path);
     Status start();
-    // Also when nothing plays.
+    // Also when nothing plays. Whatever ends playback, close() and opening too, ends a recording
+    // under way and keeps it.
     Status stop();
     Status close();
+    // Nothing happens where it is paused, or plays, already. REFUSED when nothing plays.
     Status pause();
     Status resume();
-    // Recordings and files only. REFUSED when the service reports it as beyond the content.
+    // Recordings and files only, playing or paused. REFUSED, and nothing has changed, where the
+    // service cannot go there; the last 1.5 s of a recording, and what lies beyond, are its end.
     Status seek(std::chrono::milliseconds position);
+    // How far a recording or a media file was played, in whole seconds after a seek.
+    std::chrono::milliseconds elapsed() const;
 
     State state();
     // The queue must live until another one, or null, was set.
@@ -180,9 +205,12 @@ public:
     Status requestStills(int count, std::chrono::milliseconds every);
     Status cancelStills();
 
-    // Records what plays. The name may not hold ';' or '#'.
-    Status startRecording(const std::map<std::string, std::string>& properties);
+    // Records what plays, one recording at a time. The service has begun to write when this
+    // returns 0; `number`, if any, is then as in Callbacks::onRecordingStarted.
+    Status startRecording(const RecordingLabels& labels, int* number = nullptr);
+    // Else it is thrown away.
     Status stopRecording(bool keep);
+    bool isRecording() const;
 
     // Pictures in the last second, -1: unknown. The stream time, 33 bits at 90 kHz, 0: none.
     int frameRate();
