@@ -7,6 +7,7 @@
 #include <new>
 #include <utility>
 
+#include "dtv/PacketTap.h"
 #include "dtv/Services.h"
 
 namespace orvhost {
@@ -21,6 +22,10 @@ constexpr size_t PCR_DEPTH = 512;
 constexpr size_t PES_DEPTH = 4096;
 constexpr size_t VIDEO_DEPTH = 24576;
 constexpr size_t LOSSLESS_DEPTH = 2048;
+
+// Bits of mWanted: one byte decides of a packet that nobody wants.
+constexpr uint8_t BY_FILTERS = 1;
+constexpr uint8_t BY_TAP = 2;
 
 size_t depthOf(int kind) {
     switch (kind) {
@@ -212,16 +217,14 @@ int Demultiplexer::startFiltering(uint16_t pid, int kind) {
         }
         filter->handle = handle;
         filter->next = std::exchange(mByPid[pid], filter.get());
-        mFiltered[pid] = 1;
+        mWanted[pid] |= BY_FILTERS;
         mFilters[static_cast<size_t>(handle)] = std::move(filter);
         if (mFilterCount.load(std::memory_order_relaxed) == 0) {
             mReaderArrived.store(false, std::memory_order_release);
         }
         mFilterCount.fetch_add(1, std::memory_order_release);
     }
-    if (mFilterCallback) {
-        mFilterCallback();
-    }
+    callBack();
     return handle;
 }
 
@@ -243,17 +246,79 @@ int Demultiplexer::stopFiltering(int handle) {
             link = &(*link)->next;
         }
         *link = filter->next;
-        mFiltered[filter->pid] = mByPid[filter->pid] != nullptr ? 1 : 0;
+        if (mByPid[filter->pid] == nullptr) {
+            mWanted[filter->pid] &= static_cast<uint8_t>(~BY_FILTERS);
+        }
         gone = std::move(mFilters[static_cast<size_t>(handle)]);
         mFilterCount.fetch_sub(1, std::memory_order_release);
         mRoom = true;
     }
     noteRoom();
+    callBack();
+    return 0;
+}
+
+void Demultiplexer::callBack() const {
     if (mFilterCallback) {
         mFilterCallback();
     }
-    return 0;
 }
+
+// ---- the tap ---------------------------------------------------------------------------------
+
+bool Demultiplexer::startTap(PacketTap& tap) {
+    {
+        std::lock_guard lock(mMutex);
+        if (mTap != nullptr) {
+            return false;
+        }
+        mTap = &tap;
+        markTapped();
+        mIsTapped.store(true, std::memory_order_release);
+    }
+    callBack();
+    return true;
+}
+
+void Demultiplexer::stopTap(const PacketTap& tap) {
+    {
+        std::lock_guard lock(mMutex);
+        if (mTap != &tap) {
+            return;
+        }
+        mTap = nullptr;
+        markTapped();
+        mIsTapped.store(false, std::memory_order_release);
+    }
+    callBack();
+}
+
+// The PIDs that the tap wants by now, and no others.
+void Demultiplexer::markTapped() {
+    for (uint16_t pid : mTappedPids) {
+        mWanted[pid] &= static_cast<uint8_t>(~BY_TAP);
+    }
+    mTappedPids = mTap != nullptr ? mTap->pids() : std::vector<uint16_t>();
+    std::erase_if(mTappedPids, [](uint16_t pid) { return pid >= PID_COUNT; });
+    for (uint16_t pid : mTappedPids) {
+        mWanted[pid] |= BY_TAP;
+    }
+}
+
+void Demultiplexer::leaveSource() {
+    std::lock_guard lock(mMutex);
+    if (mTap != nullptr) {
+        mTap->onSourceLeft();
+    }
+}
+
+void Demultiplexer::callTap(const uint8_t* packet) {
+    if (mTap->onPacket(packet)) {
+        markTapped();
+    }
+}
+
+// ---- reading ---------------------------------------------------------------------------------
 
 int Demultiplexer::keepReady(DemuxBinder_HandleSet* set) const {
     int ready = 0;
@@ -362,8 +427,18 @@ void Demultiplexer::wakeReaders() {
     }
 }
 
+// ---- feeding ---------------------------------------------------------------------------------
+
 void Demultiplexer::deliver(const uint8_t* packet) {
-    for (Filter* f = mByPid[pidOf(packet)]; f != nullptr; f = f->next) {
+    const uint16_t pid = pidOf(packet);
+    const uint8_t wanted = mWanted[pid];
+    if (wanted == 0) {
+        return;
+    }
+    if ((wanted & BY_TAP) != 0) {
+        callTap(packet);
+    }
+    for (Filter* f = mByPid[pid]; f != nullptr; f = f->next) {
         if (!f->takes(packet)) {
             continue;
         }
@@ -376,41 +451,43 @@ void Demultiplexer::deliver(const uint8_t* packet) {
 }
 
 void Demultiplexer::feedLive(const uint8_t* packets, size_t count) {
-    bool wake = false;
-    {
-        std::lock_guard lock(mMutex);
-        for (size_t i = 0; i < count; ++i) {
-            deliver(packets + i * TS_PACKET_BYTES);
-        }
-        ++mWakeUps;
-        wake = mWaitingReaders > 0;
+    std::unique_lock lock(mMutex);
+    for (size_t i = 0; i < count; ++i) {
+        deliver(packets + i * TS_PACKET_BYTES);
     }
+    endBatch(lock);
+}
+
+void Demultiplexer::endBatch(std::unique_lock<std::mutex>& lock) {
+    if (mTap != nullptr) {
+        mTap->onBatchEnd();
+    }
+    ++mWakeUps;
+    const bool wake = mWaitingReaders > 0;
+    lock.unlock();
     if (wake) {
         mDataWake.notify_all();
     }
 }
 
 void Demultiplexer::lend(const uint8_t* packets, size_t count) {
-    bool wake = false;
-    {
-        std::lock_guard lock(mMutex);
-        for (size_t i = 0; i < count; ++i) {
-            const uint8_t* packet = packets + i * TS_PACKET_BYTES;
-            const uint16_t pid = pidOf(packet);
-            if (mFiltered[pid] != 0) {
-                lendOne(mByPid[pid], packet);
-            }
-        }
-        ++mWakeUps;
-        wake = mWaitingReaders > 0;
+    std::unique_lock lock(mMutex);
+    for (size_t i = 0; i < count; ++i) {
+        lendOne(packets + i * TS_PACKET_BYTES);
     }
-    if (wake) {
-        mDataWake.notify_all();
-    }
+    endBatch(lock);
 }
 
-void Demultiplexer::lendOne(Filter* chain, const uint8_t* packet) {
-    for (Filter* f = chain; f != nullptr; f = f->next) {
+void Demultiplexer::lendOne(const uint8_t* packet) {
+    const uint16_t pid = pidOf(packet);
+    const uint8_t wanted = mWanted[pid];
+    if (wanted == 0) {
+        return;
+    }
+    if ((wanted & BY_TAP) != 0) {
+        callTap(packet);
+    }
+    for (Filter* f = mByPid[pid]; f != nullptr; f = f->next) {
         if (!f->takes(packet)) {
             continue;
         }

@@ -16,6 +16,8 @@
 
 namespace orvhost {
 
+class PacketTap;
+
 // The table of PID filters with their queues, between one feeding thread and any number of readers.
 //
 //   feed() -- PID table --> [queue of filter 3] -- read() -->
@@ -67,8 +69,16 @@ public:
     // Has readers that wait return without data: there is no more for now.
     void releaseReaders();
 
-    // `callback` runs after a filter was started or stopped, and when readerArrived() turns true,
-    // on the thread that did it. Set it before use.
+    // One tap at a time, beside the filters; false when there is one. After stopTap() has returned
+    // no call to it runs and none comes. A tap without filters keeps the feed going.
+    bool startTap(PacketTap& tap);
+    void stopTap(const PacketTap& tap);
+    bool isTapped() const { return mIsTapped.load(std::memory_order_acquire); }
+    // Tells the tap that the source was left.
+    void leaveSource();
+
+    // `callback` runs after a filter or the tap was started or stopped, and when readerArrived()
+    // turns true, on the thread that did it. Set it before use.
     void setFilterCallback(std::function<void()> callback);
 
     size_t filterCount() const { return mFilterCount.load(std::memory_order_acquire); }
@@ -90,7 +100,11 @@ private:
     Filter* find(int handle) const;
     int freeHandle();
     void deliver(const uint8_t* packet);
-    void lendOne(Filter* chain, const uint8_t* packet);
+    void lendOne(const uint8_t* packet);
+    void callTap(const uint8_t* packet);
+    void markTapped();
+    void endBatch(std::unique_lock<std::mutex>& lock);
+    void callBack() const;
     int keepReady(DemuxBinder_HandleSet* set) const;
     void noteReader();
     void noteRoom();
@@ -99,13 +113,16 @@ private:
     std::condition_variable mDataWake;  // select()
     std::condition_variable mRoomWake;  // waitForRoom()
     std::array<std::unique_ptr<Filter>, DEMUX_HANDLE_COUNT> mFilters;
-    std::array<Filter*, PID_COUNT> mByPid{};     // filters of one PID are chained
-    std::array<uint8_t, PID_COUNT> mFiltered{};  // whether there are any
+    std::array<Filter*, PID_COUNT> mByPid{};   // filters of one PID are chained
+    std::array<uint8_t, PID_COUNT> mWanted{};  // who wants the PID, see Demultiplexer.cpp
+    PacketTap* mTap = nullptr;
+    std::vector<uint16_t> mTappedPids;
     int mNextHandle = 0;
     int mWaitingReaders = 0;
     bool mRoom = false;  // for waitForRoom(): something was taken out, or the feeder is wanted
     std::atomic<size_t> mFilterCount{0};
     std::atomic<bool> mReaderArrived{false};
+    std::atomic<bool> mIsTapped{false};
     std::atomic<uint64_t> mDropped{0};
     std::atomic<uint64_t> mRepeated{0};
     uint64_t mReleases = 0;

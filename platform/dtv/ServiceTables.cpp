@@ -147,6 +147,38 @@ std::string latinText(const std::vector<uint8_t>& raw) {
     return text;
 }
 
+Service readPmt(uint16_t serviceId, uint16_t pmtPid, const uint8_t* body, size_t size) {
+    Cursor cursor(body, size);
+    Service service;
+    service.serviceId = serviceId;
+    service.pmtPid = pmtPid;
+    service.pcrPid = cursor.pid();
+    cursor.loop();  // the programme's own descriptors
+    while (cursor.left() >= 5) {
+        ElementaryStream& stream = service.streams.emplace_back();
+        stream.streamType = cursor.u8();
+        stream.kind = streamKindOf(stream.streamType);
+        stream.pid = cursor.pid();
+        stream.descriptors = descriptorsOf(cursor.loop());
+        for (const Descriptor& d : stream.descriptors) {
+            interpret(d, stream);
+        }
+    }
+    return service;
+}
+
+uint16_t pmtPidIn(const Section& pat, uint16_t serviceId) {
+    Cursor cursor(pat.body, pat.size);
+    while (cursor.left() >= 4) {
+        const uint16_t id = cursor.u16();
+        const uint16_t pid = cursor.pid();
+        if (id == serviceId && pid > LAST_RESERVED_PID) {
+            return pid;
+        }
+    }
+    return PID_NONE;
+}
+
 // ---- which PIDs ------------------------------------------------------------------------------
 
 ServiceTables::ServiceTables() {
@@ -183,6 +215,7 @@ void ServiceTables::followPat() {
         const auto named = mPmtPids.find(entry.first);
         return named == mPmtPids.end() || named->second != entry.second.pmtPid;
     });
+    std::erase_if(mPmts, [this](const auto& entry) { return !mProgrammes.contains(entry.first); });
 }
 
 void ServiceTables::push(const uint8_t* packet) {
@@ -231,6 +264,7 @@ void ServiceTables::takePat(const Section& section) {
         return;
     }
     mPat.note(section);
+    mTransportStreamId = section.extension;
     Cursor cursor(section.body, section.size);
     while (cursor.left() >= 4) {
         const uint16_t serviceId = cursor.u16();
@@ -251,23 +285,9 @@ void ServiceTables::takePmt(const Section& section) {
     if (!expected || section.size < 4) {
         return;
     }
-    Cursor cursor(section.body, section.size);
-    Service service;
-    service.serviceId = section.extension;
-    service.pmtPid = section.pid;
-    service.pcrPid = cursor.pid();
-    cursor.loop();  // the programme's own descriptors
-    while (cursor.left() >= 5) {
-        ElementaryStream& stream = service.streams.emplace_back();
-        stream.streamType = cursor.u8();
-        stream.kind = streamKindOf(stream.streamType);
-        stream.pid = cursor.pid();
-        stream.descriptors = descriptorsOf(cursor.loop());
-        for (const Descriptor& d : stream.descriptors) {
-            interpret(d, stream);
-        }
-    }
-    mProgrammes[service.serviceId] = std::move(service);
+    mProgrammes[section.extension] =
+        readPmt(section.extension, section.pid, section.body, section.size);
+    mPmts[section.extension].assign(section.body, section.body + section.size);
 }
 
 void ServiceTables::takeSdt(const Section& section) {
@@ -305,6 +325,25 @@ bool ServiceTables::isComplete() const {
     return mPat.isWhole() && mSdt.isWhole() &&
            std::all_of(mPmtPids.begin(), mPmtPids.end(),
                        [this](const auto& entry) { return mProgrammes.contains(entry.first); });
+}
+
+std::optional<TunedProgramme> ServiceTables::findProgramme(int videoPid, int audioPid,
+                                                           uint16_t preferredId) const {
+    std::optional<TunedProgramme> best;
+    int bestScore = 0;
+    for (const Service& service : services()) {
+        const auto has = [&service](int pid) {
+            return std::any_of(service.streams.begin(), service.streams.end(),
+                               [pid](const ElementaryStream& s) { return s.pid == pid; });
+        };
+        int score = (has(videoPid) ? 4 : 0) + (has(audioPid) ? 2 : 0);
+        score += score > 0 && service.serviceId == preferredId ? 1 : 0;
+        if (score > bestScore) {
+            bestScore = score;
+            best = {mTransportStreamId, service, mPmts.at(service.serviceId)};
+        }
+    }
+    return best;
 }
 
 std::vector<Service> ServiceTables::services() const {

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -13,6 +14,19 @@
 #include "dtv/TsPacket.h"
 
 namespace orvhost {
+
+// A programme as its tables have it: what they say, and the PMT itself.
+struct TunedProgramme {
+    uint16_t transportStreamId = 0;  // of the PAT; 0 without one
+    Service service;
+    std::vector<uint8_t> pmt;  // the section's body, see Section
+};
+
+// What the body of a PMT says. A body that contradicts itself gives what fits into it.
+Service readPmt(uint16_t serviceId, uint16_t pmtPid, const uint8_t* body, size_t size);
+
+// Where the PAT has the PMT of a programme, as far as this section of it tells; else PID_NONE.
+uint16_t pmtPidIn(const Section& pat, uint16_t serviceId);
 
 // Collects the services of a transport stream from its tables: PAT, PMT (ISO/IEC 13818-1), SDT and
 // NIT (ETSI EN 300 468, ARIB STD-B10). Without a PAT, as in a stream of one-segment services alone,
@@ -35,6 +49,12 @@ public:
 
     // Those whose PMT was read, in the order of their service ids.
     std::vector<Service> services() const;
+
+    // The programme with streams on these PIDs: on both, else on one; among equals `preferredId`,
+    // else the lowest id. Nothing when none has either.
+    std::optional<TunedProgramme> findProgramme(int videoPid, int audioPid,
+                                                uint16_t preferredId) const;
+
     const std::string& networkName() const { return mNetworkName; }
 
 private:
@@ -67,9 +87,11 @@ private:
     std::map<uint16_t, std::unique_ptr<SectionCollector>> mCollectors;  // by PID
     Progress mPat;
     Progress mSdt;
-    std::map<uint16_t, uint16_t> mPmtPids;    // by service id, from the PAT
-    std::map<uint16_t, Service> mProgrammes;  // by service id, from the PMTs
-    std::map<uint16_t, Label> mLabels;        // by service id, from the SDT
+    std::map<uint16_t, uint16_t> mPmtPids;  // by service id, from the PAT
+    uint16_t mTransportStreamId = 0;
+    std::map<uint16_t, Service> mProgrammes;         // by service id, from the PMTs
+    std::map<uint16_t, std::vector<uint8_t>> mPmts;  // their bodies
+    std::map<uint16_t, Label> mLabels;               // by service id, from the SDT
     std::string mNetworkName;
     bool mPatChanged = false;  // collectors follow after the packet, not inside their own call
 };

@@ -70,6 +70,7 @@ TuneResult Tuner::begin(std::unique_ptr<ByteSource> source, const std::string& n
                                               options, std::move(endCallback));
         if (const auto old = replaceSession(mine)) {
             old->close();  // two never feed at once
+            mDemultiplexer.leaveSource();
         }
         mine->start();
     }
@@ -88,6 +89,7 @@ void Tuner::untune() {
     std::lock_guard changing(mChangeMutex);
     if (const auto old = replaceSession(nullptr)) {
         old->close();
+        mDemultiplexer.leaveSource();
     }
 }
 
@@ -104,6 +106,11 @@ ServiceList Tuner::services(int timeoutMs) {
         return none;
     }
     return present->services(timeoutMs);
+}
+
+std::optional<TunedProgramme> Tuner::findProgramme(int videoPid, int audioPid) const {
+    const auto present = session();
+    return present == nullptr ? std::nullopt : present->findProgramme(videoPid, audioPid);
 }
 
 TunerStatistics Tuner::statistics() const {

@@ -5,10 +5,12 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 
 #include "dtv/Demultiplexer.h"
 #include "dtv/HostClock.h"
+#include "dtv/ServiceTables.h"
 #include "dtv/Services.h"
 
 namespace orvhost {
@@ -59,6 +61,10 @@ public:
     // timeoutMs; after that returns what is known, NoTables when that is nothing. A source without
     // an SDT costs the whole time-out only if it never ends.
     ServiceList services(int timeoutMs);
+
+    // The service of the source with streams on these PIDs, as far as its tables are known, see
+    // ServiceTables. Nothing when none has them, or nothing is tuned.
+    std::optional<TunedProgramme> findProgramme(int videoPid, int audioPid) const;
 
     TunerStatistics statistics() const;
 

@@ -191,6 +191,11 @@ ServiceList TunerSession::services(int timeoutMs) {
     return list;
 }
 
+std::optional<TunedProgramme> TunerSession::findProgramme(int videoPid, int audioPid) const {
+    std::lock_guard lock(mMutex);
+    return mTables.findProgramme(videoPid, audioPid, mOptions.serviceId);
+}
+
 // ---- reading ---------------------------------------------------------------------------------
 
 // Reads once; what is new is counted and its tables are read.
@@ -238,9 +243,9 @@ void TunerSession::readFresh() {
 
 // ---- feeding ---------------------------------------------------------------------------------
 
-// Whether filters want data now. With mMutex held.
+// Whether filters or a tap want data now. With mMutex held.
 bool TunerSession::mayFeed() const {
-    return mOptions.freeRunning ||
+    return mOptions.freeRunning || mDemultiplexer.isTapped() ||
            (mDemultiplexer.filterCount() > 0 && (mDemultiplexer.readerArrived() || mSettled));
 }
 

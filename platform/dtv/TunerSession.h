@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 
@@ -52,6 +53,7 @@ public:
 
     TuneResult waitForPackets();
     ServiceList services(int timeoutMs);
+    std::optional<TunedProgramme> findProgramme(int videoPid, int audioPid) const;
     TunerStatistics statistics() const;
     bool atEnd() const;
     bool rewind();

@@ -7,6 +7,7 @@
 #include <future>
 #include <thread>
 
+#include "dtv/PacketTap.h"
 #include "support/TsBuilder.h"
 
 namespace {
@@ -177,6 +178,60 @@ TEST_F(DemultiplexerTest, APacketThatIsSentTwiceIsDeliveredOnce) {
     mDemux.flush();  // a jump: the same packet again is a new one
     feedLive(first);
     EXPECT_EQ(readAll(video), first);
+}
+
+// Wants the tables, and the video once it has seen one.
+struct TestTap : orvhost::PacketTap {
+    const std::vector<uint16_t>& pids() const override { return mPids; }
+    bool onPacket(const uint8_t* packet) override {
+        mGot.insert(mGot.end(), packet, packet + 188);
+        const bool changes = mPids.size() < 2;
+        mPids = {TABLE, VIDEO};
+        return changes;
+    }
+    void onBatchEnd() override { ++mBatches; }
+    void onSourceLeft() override { ++mLeft; }
+
+    static constexpr uint16_t TABLE = 0x100;
+    std::vector<uint16_t> mPids{TABLE};
+    Bytes mGot;
+    int mBatches = 0;
+    int mLeft = 0;
+};
+
+TEST_F(DemultiplexerTest, ATapGetsSeveralPidsInTheirOrderAndWhatIsSentTwice) {
+    TestTap tap;
+    TestTap second;
+    ASSERT_TRUE(mDemux.startTap(tap));
+    EXPECT_FALSE(mDemux.startTap(second));
+    const int audio = mDemux.startFiltering(AUDIO, DEMUX_FILTER_PES);
+    TsBuilder builder;
+    const auto next = [&builder](unsigned pid, uint8_t mark) {
+        const size_t before = builder.size();
+        builder.packet(pid, Bytes(184, mark));
+        const Bytes& all = builder.build();
+        return Bytes(all.begin() + static_cast<std::ptrdiff_t>(before), all.end());
+    };
+    const Bytes early = next(VIDEO, 1);
+    const Bytes table = next(TestTap::TABLE, 2);
+    const Bytes video = next(VIDEO, 3);
+    const Bytes sound = next(AUDIO, 4);
+    feedLive(early + table + video + sound + video + table);  // the video twice
+    mDemux.lend(early.data(), 1);
+    EXPECT_TRUE(mDemux.takeBack());
+    EXPECT_EQ(tap.mGot, table + video + video + table + early);
+    EXPECT_EQ(readAll(audio), sound);
+    EXPECT_EQ(tap.mBatches, 2);
+    mDemux.leaveSource();
+    EXPECT_EQ(tap.mLeft, 1);
+
+    mDemux.stopTap(second);  // not the one that runs
+    EXPECT_TRUE(mDemux.isTapped());
+    mDemux.stopTap(tap);
+    feedLive(table + video);
+    mDemux.leaveSource();
+    EXPECT_EQ(tap.mGot.size(), 5 * 188u);
+    EXPECT_EQ(tap.mLeft, 1);
 }
 
 TEST_F(DemultiplexerTest, FullLiveQueueLosesItsOldestPackets) {

@@ -73,6 +73,38 @@ TEST(ServiceTablesTest, CollectsProgrammesStreamsAndNames) {
     EXPECT_EQ(tv.streams[3].descriptors[1].data, (std::vector<uint8_t>{0x00, 0x08, 0x3D}));
 }
 
+TEST(ServiceTablesTest, FindsTheProgrammeOfAPair) {
+    const auto streams = [](unsigned video, unsigned audio) {
+        return std::vector<PmtStream>{{0x1B, video, {}}, {0x11, audio, {}}};
+    };
+    ServiceTables tables;
+    push(tables, TsBuilder()
+                     .section(0, pat({{1, 0x100}, {2, 0x101}, {3, 0x102}}))
+                     .section(0x100, pmt(1, 0x1FF, streams(0x111, 0x112), descriptor(0xC1, {0x84})))
+                     .section(0x101, pmt(2, 0x1FF, streams(0x111, 0x113)))
+                     .section(0x102, pmt(3, 0x1FF, streams(0x121, 0x113)))
+                     .build());
+    const struct {
+        int video;
+        int audio;
+        uint16_t preferred;
+        int found;  // -1: none
+    } cases[] = {
+        {0x111, 0x112, 0, 1},  {0x111, 0x113, 1, 2}, {0x111, 0x1FFF, 0, 1}, {0x111, -1, 2, 2},
+        {0x1FFF, 0x113, 3, 3}, {0x121, 0x112, 1, 3}, {0x130, 0x131, 1, -1}, {0x1FFF, 0x1FFF, 0, -1},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.video << " " << c.audio << " " << c.preferred);
+        const auto found = tables.findProgramme(c.video, c.audio, c.preferred);
+        EXPECT_EQ(found ? found->service.serviceId : -1, c.found);
+    }
+    const auto first = tables.findProgramme(0x111, 0x112, 0);
+    ASSERT_TRUE(first);
+    EXPECT_EQ(first->transportStreamId, 1);
+    const Bytes whole = pmt(1, 0x1FF, streams(0x111, 0x112), descriptor(0xC1, {0x84}));
+    EXPECT_EQ(first->pmt, Bytes(whole.begin() + 8, whole.end() - 4));
+}
+
 // Captions are told from superimposed text and other private data.
 TEST(ServiceTablesTest, NamesCaptionStreams) {
     const Bytes captionCoding = descriptor(0xFD, {0x00, 0x08, 0x3D});
