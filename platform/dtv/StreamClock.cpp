@@ -39,9 +39,8 @@ int64_t stampAt(const uint8_t* p) {
            int64_t{p[3]} << 7 | int64_t{p[4]} >> 1;
 }
 
-}  // namespace
-
-int64_t decodingTimeOf(const uint8_t* packet) {
+// The PTS, or the DTS where there is one and it is wanted; -1 without any.
+int64_t stampOfUnit(const uint8_t* packet, bool wantDts) {
     if (!startsUnit(packet) || !hasPayload(packet) || hasTransportError(packet) ||
         isScrambled(packet)) {
         return -1;
@@ -56,13 +55,23 @@ int64_t decodingTimeOf(const uint8_t* packet) {
         return -1;
     }
     const int flags = pes[7] >> 6;  // PTS_DTS_flags
-    const size_t at = flags == 3 ? STAMP_OFFSET + STAMP_BYTES : STAMP_OFFSET;
+    const size_t at = flags == 3 && wantDts ? STAMP_OFFSET + STAMP_BYTES : STAMP_OFFSET;
     const size_t end = at + STAMP_BYTES;
     if (flags < 2 || STAMP_OFFSET + pes[8] < end || start + end > TS_PACKET_BYTES) {
         return -1;
     }
     const int64_t stamp = stampAt(pes + at);
     return stamp < 0 ? -1 : stamp * 300;
+}
+
+}  // namespace
+
+int64_t decodingTimeOf(const uint8_t* packet) {
+    return stampOfUnit(packet, true);
+}
+
+int64_t presentationTimeOf(const uint8_t* packet) {
+    return stampOfUnit(packet, false);
 }
 
 bool StreamClock::setPcrPid(uint16_t pid) {

@@ -47,5 +47,7 @@ private:
 // The DTS of the PES packet that starts in this packet, else its PTS (ISO/IEC 13818-1 2.4.3.7), in
 // 27 MHz ticks; -1 without one.
 int64_t decodingTimeOf(const uint8_t* packet);
+// Likewise, but always the PTS.
+int64_t presentationTimeOf(const uint8_t* packet);
 
 }  // namespace orvhost

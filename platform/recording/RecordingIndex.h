@@ -19,7 +19,8 @@ namespace orvhost {
 struct RandomAccessPoint {
     uint64_t offset = 0;   // of the packet it begins with, in bytes from the start of the file
     int64_t time27M = 0;   // when its picture is shown (without video, sent); ascending
-    int64_t clock27M = 0;  // the programme's clock where it begins
+    int64_t clock27M = 0;  // the programme's clock at its last PCR before this point ...
+    int64_t pcr27M = -1;   // ... and that PCR as it was sent
     bool operator==(const RandomAccessPoint&) const = default;
 };
 
@@ -27,7 +28,7 @@ struct RandomAccessPoint {
 struct IndexedProgramme {
     uint16_t serviceId = 0;  // 0: unknown
     uint16_t pcrPid = PID_NONE;
-    uint16_t videoPid = PID_NONE;  // PID_NONE: sound alone, a point every half second
+    uint16_t videoPid = PID_NONE;  // PID_NONE: sound alone, two points a second
     uint8_t videoType = 0;         // stream_type
     bool operator==(const IndexedProgramme&) const = default;
 };
@@ -90,8 +91,11 @@ using IndexProgress = std::function<bool(uint64_t scannedBytes, uint64_t totalBy
 // till then is there.
 bool extendIndex(int recordingFd, RecordingIndex* index, const IndexProgress& progress);
 
-// The service with that id, else the first one with video, else the first with a clock, as the
-// tables at the head of the file say. All PIDs PID_NONE when they say nothing.
+// The service with that id, else the first one with video, else the first with a clock. All PIDs
+// are PID_NONE when there is none.
+IndexedProgramme programmeOf(const std::vector<Service>& services, uint16_t serviceId);
+
+// The same from the tables at the head of a file.
 IndexedProgramme findProgramme(int recordingFd, uint16_t serviceId);
 
 // Writes an index that was made by scanning, in one step: the file is the old one or the new one.
