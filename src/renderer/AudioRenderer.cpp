@@ -27,7 +27,7 @@ audio_channel_mask_t channelMask(int channels) {
 AudioRenderer::AudioRenderer(const sp<Synchronization>& synchronization)
     : Module("AudioRenderer"),
       mSynchronization(synchronization),
-      mResyncTimer(std::make_unique<OneShotTimer>(onResyncTimerCallback, this)) {
+      mResyncTimer(std::make_unique<CallbackTimer>(onResyncTimerCallback, this)) {
     if (const int error = mResyncTimer->creationError(); error != 0) {
         ORV_LOGE("%s: Error creating timer: %d (%s)\n", __func__, error, strerror(error));
         mResyncTimer = nullptr;

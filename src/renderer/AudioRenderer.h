@@ -8,9 +8,9 @@
 #include <memory>
 #include <mutex>
 
+#include "common/CallbackTimer.h"
 #include "common/Data.h"
 #include "common/Module.h"
-#include "common/OneShotTimer.h"
 #include "common/PCRListener.h"
 #include "common/Synchronization.h"
 #include "common/Uint33.h"
@@ -108,7 +108,7 @@ private:
     void consume(const AudioFragmentData& record) { mInput->readAdvance(record.mSize); }
 
     const android::sp<Synchronization> mSynchronization;
-    std::unique_ptr<OneShotTimer> mResyncTimer;
+    std::unique_ptr<CallbackTimer> mResyncTimer;
     AudioRenderedListener* mListener = nullptr;
 
     std::mutex mStartStopLock;  // start() against stop(), held across joins; before mLock

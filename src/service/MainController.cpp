@@ -47,7 +47,7 @@ MainController::MainController()
     mVideoDecoder->setDecoderInfoListenerListener(this);
     mVideoRenderer->setFrameRenderedListener(this);
     mAudioRenderer->setAudioRenderedListener(this);
-    mPlaybackTimer = std::make_unique<OneShotTimer>(playbackTimerCallback, this);
+    mPlaybackTimer = std::make_unique<CallbackTimer>(playbackTimerCallback, this);
     if (const int error = mPlaybackTimer->creationError(); error != 0) {
         ORV_LOGE("%s: Error creating timer (%d)\n", __func__, error);
         mPlaybackTimer = nullptr;

@@ -8,8 +8,8 @@
 #include <mutex>
 #include <string>
 
+#include "common/CallbackTimer.h"
 #include "common/Module.h"
-#include "common/OneShotTimer.h"
 #include "common/RingBuffer.h"
 #include "common/Synchronization.h"
 #include "decoder/ClosedCaptionDecoder.h"
@@ -185,7 +185,7 @@ private:
     int mRecType = 0;                  // of the last recording
     bool mRecording = false;
     std::list<ErrorListener*> mErrorListeners;  // for modules to come
-    std::unique_ptr<OneShotTimer> mPlaybackTimer;
+    std::unique_ptr<CallbackTimer> mPlaybackTimer;
     PlaybackFigures* mFigures = nullptr;
 
     // The gate. The lock is held while the outputs open and when stop() shuts them for good, never

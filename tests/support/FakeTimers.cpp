@@ -38,6 +38,11 @@ std::optional<long> FakeTimers::armedFor(size_t timer) const {
     return timer < mTimers.size() ? mTimers[timer].seconds : std::nullopt;
 }
 
+std::optional<long> FakeTimers::periodMs(size_t timer) const {
+    std::lock_guard<std::mutex> guard(mLock);
+    return timer < mTimers.size() ? mTimers[timer].periodMs : std::nullopt;
+}
+
 void FakeTimers::fire(size_t timer) {
     sigevent event;
     {
@@ -59,7 +64,7 @@ int FakeTimers::create(const sigevent& event, timer_t* id) {
     if (mCreationError != 0) {
         return mCreationError;
     }
-    mTimers.push_back({event, std::nullopt});
+    mTimers.push_back({event, std::nullopt, std::nullopt});
     *id = reinterpret_cast<timer_t>(static_cast<uintptr_t>(mTimers.size()));
     return 0;
 }
@@ -74,6 +79,12 @@ int FakeTimers::set(timer_t id, const itimerspec& time) {
     if (time.it_value.tv_sec != 0) {
         timer->seconds = time.it_value.tv_sec;
     }
+    timer->periodMs.reset();
+    // A first expiry that is not a period away is none that the player asks for.
+    if (time.it_interval.tv_sec == time.it_value.tv_sec &&
+        time.it_interval.tv_nsec == time.it_value.tv_nsec && time.it_value.tv_nsec != 0) {
+        timer->periodMs = time.it_value.tv_sec * 1000 + time.it_value.tv_nsec / 1'000'000;
+    }
     return 0;
 }
 
@@ -85,6 +96,7 @@ int FakeTimers::remove(timer_t id) {
     }
     timer->exists = false;
     timer->seconds.reset();
+    timer->periodMs.reset();
     return 0;
 }
 

@@ -24,6 +24,8 @@ public:
     size_t created() const;
     // The seconds that a timer is armed for; nothing when it is disarmed or gone.
     std::optional<long> armedFor(size_t timer) const;
+    // The same for one that goes on periodically.
+    std::optional<long> periodMs(size_t timer) const;
     // Runs the notification, armed or not, as a late one would come, on a thread of its own.
     void fire(size_t timer);
 
@@ -35,6 +37,7 @@ private:
     struct Timer {
         sigevent event;
         std::optional<long> seconds;
+        std::optional<long> periodMs;
         bool exists = true;
     };
 

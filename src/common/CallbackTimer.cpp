@@ -1,5 +1,6 @@
-#include "common/OneShotTimer.h"
+#include "common/CallbackTimer.h"
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
@@ -9,10 +10,24 @@
 namespace OrvPlayer {
 
 // What a callback needs; cleared when the owner goes.
-struct OneShotTimer::Record {
+struct CallbackTimer::Record {
     std::mutex lock;  // held while the callback runs
     Callback callback;
     void* owner;
+    std::atomic<bool> isPeriodic{false};
+
+    void call() {
+        std::unique_lock<std::mutex> running(lock, std::defer_lock);
+        // A callback that takes longer than its period must not let threads pile up here.
+        if (!isPeriodic) {
+            running.lock();
+        } else if (!running.try_lock()) {
+            return;
+        }
+        if (owner != nullptr) {
+            callback(owner);
+        }
+    }
 };
 
 namespace {
@@ -31,15 +46,13 @@ struct Registry {
     }
 };
 
-int armOnce(timer_t timer, unsigned int seconds) {
-    itimerspec time{};
-    time.it_value.tv_sec = static_cast<time_t>(seconds);
+int set(timer_t timer, const itimerspec& time) {
     return timer_settime(timer, 0, &time, nullptr) == 0 ? 0 : errno;
 }
 
 }  // namespace
 
-OneShotTimer::OneShotTimer(Callback callback, void* owner) : mRecord(new Record) {
+CallbackTimer::CallbackTimer(Callback callback, void* owner) : mRecord(new Record) {
     mRecord->callback = callback;
     mRecord->owner = owner;
     auto& registry = Registry<Record>::instance();
@@ -62,10 +75,7 @@ OneShotTimer::OneShotTimer(Callback callback, void* owner) : mRecord(new Record)
             }
         }
         if (record != nullptr) {
-            std::lock_guard<std::mutex> guard(record->lock);
-            if (record->owner != nullptr) {
-                record->callback(record->owner);
-            }
+            record->call();
         }
     };
     if (timer_create(CLOCK_MONOTONIC, &event, &mTimer) != 0) {
@@ -73,25 +83,43 @@ OneShotTimer::OneShotTimer(Callback callback, void* owner) : mRecord(new Record)
     }
 }
 
-OneShotTimer::~OneShotTimer() {
+CallbackTimer::~CallbackTimer() {
     remove();
 }
 
-int OneShotTimer::arm(unsigned int seconds) {
-    return mCreationError != 0 ? mCreationError : armOnce(mTimer, seconds);
+int CallbackTimer::arm(unsigned int seconds) {
+    if (mCreationError != 0) {
+        return mCreationError;
+    }
+    mRecord->isPeriodic = false;
+    itimerspec time{};
+    time.it_value.tv_sec = static_cast<time_t>(seconds);
+    return set(mTimer, time);
 }
 
-int OneShotTimer::disarm() {
-    return mCreationError != 0 ? mCreationError : armOnce(mTimer, 0);
+int CallbackTimer::armPeriodic(unsigned int periodMs) {
+    if (mCreationError != 0) {
+        return mCreationError;
+    }
+    mRecord->isPeriodic = true;
+    itimerspec time{};
+    time.it_value.tv_sec = static_cast<time_t>(periodMs / 1000);
+    time.it_value.tv_nsec = static_cast<long>(periodMs % 1000) * 1'000'000;
+    time.it_interval = time.it_value;
+    return set(mTimer, time);
 }
 
-void OneShotTimer::waitForCallback() {
+int CallbackTimer::disarm() {
+    return mCreationError != 0 ? mCreationError : set(mTimer, itimerspec{});
+}
+
+void CallbackTimer::waitForCallback() {
     if (mRecord != nullptr) {
         std::lock_guard<std::mutex> running(mRecord->lock);
     }
 }
 
-int OneShotTimer::remove() {
+int CallbackTimer::remove() {
     if (mRecord == nullptr) {
         return 0;
     }

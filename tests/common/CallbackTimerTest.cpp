@@ -1,4 +1,4 @@
-#include "common/OneShotTimer.h"
+#include "common/CallbackTimer.h"
 
 #include <gtest/gtest.h>
 
@@ -21,7 +21,10 @@ class Owner {
 public:
     static void onTimer(void* owner) { static_cast<Owner*>(owner)->run(); }
 
-    void holdCallbacks() { mHeld = true; }
+    void holdCallbacks() {
+        std::lock_guard<std::mutex> guard(mLock);
+        mHeld = true;
+    }
     void release() {
         std::lock_guard<std::mutex> guard(mLock);
         mHeld = false;
@@ -57,11 +60,11 @@ private:
 
 // The second timer, armed later for the same time, is the measure: when it has fired, the first
 // would have fired too.
-TEST(OneShotTimerTest, FiresOnceEachTimeItIsArmedUnlessDisarmed) {
+TEST(CallbackTimerTest, FiresOnceEachTimeItIsArmedUnlessDisarmed) {
     Owner owner, disarmed, measure;
-    OneShotTimer timer(Owner::onTimer, &owner);
-    OneShotTimer quiet(Owner::onTimer, &disarmed);
-    OneShotTimer last(Owner::onTimer, &measure);
+    CallbackTimer timer(Owner::onTimer, &owner);
+    CallbackTimer quiet(Owner::onTimer, &disarmed);
+    CallbackTimer last(Owner::onTimer, &measure);
     ASSERT_EQ(timer.creationError(), 0);
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(timer.arm(1), 0);
@@ -81,9 +84,33 @@ TEST(OneShotTimerTest, FiresOnceEachTimeItIsArmedUnlessDisarmed) {
     EXPECT_TRUE(disarmed.awaitBegun(1));
 }
 
-TEST(OneShotTimerTest, TheDestructorWaitsForARunningCallback) {
+// While a callback runs, expiries of its period neither run beside it nor wait behind it.
+TEST(CallbackTimerTest, APeriodGoesOnUntilDisarmedOneCallbackAtATime) {
+    Owner owner, measure;
+    CallbackTimer timer(Owner::onTimer, &owner);
+    CallbackTimer other(Owner::onTimer, &measure);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(timer.armPeriodic(20), 0);
+    EXPECT_TRUE(owner.awaitBegun(3));
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(60));
+
+    owner.holdCallbacks();
+    const int held = owner.begun() + 1;
+    EXPECT_TRUE(owner.awaitBegun(held));
+    EXPECT_EQ(other.armPeriodic(20), 0);
+    EXPECT_TRUE(measure.awaitBegun(10));
+    EXPECT_EQ(owner.begun(), held);
+    EXPECT_EQ(timer.disarm(), 0);
+    owner.release();
+    timer.waitForCallback();
+    const int begun = measure.begun();
+    EXPECT_TRUE(measure.awaitBegun(begun + 5));
+    EXPECT_EQ(owner.begun(), held);
+}
+
+TEST(CallbackTimerTest, TheDestructorWaitsForARunningCallback) {
     Owner owner;
-    auto timer = std::make_unique<OneShotTimer>(Owner::onTimer, &owner);
+    auto timer = std::make_unique<CallbackTimer>(Owner::onTimer, &owner);
     owner.holdCallbacks();
     ASSERT_EQ(timer->arm(1), 0);
     ASSERT_TRUE(owner.awaitBegun(1));
@@ -100,11 +127,12 @@ TEST(OneShotTimerTest, TheDestructorWaitsForARunningCallback) {
     releaser.join();
 }
 
-TEST(OneShotTimerTest, RefusesEverythingOnceItIsRemoved) {
+TEST(CallbackTimerTest, RefusesEverythingOnceItIsRemoved) {
     Owner owner;
-    OneShotTimer timer(Owner::onTimer, &owner);
+    CallbackTimer timer(Owner::onTimer, &owner);
     EXPECT_EQ(timer.remove(), 0);
     EXPECT_NE(timer.arm(1), 0);
+    EXPECT_NE(timer.armPeriodic(1), 0);
     EXPECT_NE(timer.disarm(), 0);
     EXPECT_EQ(timer.remove(), 0);
 }
