@@ -10,6 +10,8 @@
 namespace orvhost {
 
 class CatalogueDatabase;
+class CatalogueRows;
+struct CatalogueRow;
 class RecordingStorages;
 
 // What a recording begins with.
@@ -21,6 +23,7 @@ struct NewRecording {
     int32_t audioFraming = 0;
     std::string stationName;  // may come later: setLabels()
     std::string programmeName;
+    int64_t creationTimeS = 0;  // 0: the present
 };
 
 // A recording that has begun. The descriptor is of NAME.ts, empty, for reading and writing,
@@ -102,8 +105,14 @@ public:
     RecordingResult checkStorage(int storageType) const;
 
 private:
-    Catalogue(std::unique_ptr<CatalogueDatabase> database,
-              std::unique_ptr<RecordingStorages> storages);
+    Catalogue(std::unique_ptr<CatalogueDatabase> database, const RecordingStorages& storages);
+
+    RecordingResult beginNamed(CatalogueRows& rows, CatalogueRow* row, const std::string& folder,
+                               int* fd);
+    RecordingResult beginAs(int stage, const NewRecording& recording, BegunRecording* begun);
+    RecordingResult change(int number, const std::function<void(CatalogueRow& row)>& change);
+    void chooseNewName(CatalogueRows& rows, CatalogueRow* row) const;
+    RecordingResult removeRow(int number);
 
     const std::unique_ptr<CatalogueDatabase> mDatabase;
     const std::unique_ptr<RecordingStorages> mStorages;

@@ -1,7 +1,6 @@
 #include "recording/RecordingStorages.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
+#include <cutils/properties.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -9,6 +8,8 @@
 #include <cstring>
 #include <filesystem>
 #include <system_error>
+
+#include "trace/HostLog.h"
 
 namespace orvhost {
 
@@ -19,17 +20,33 @@ std::string variable(const char* name) {
     return value != nullptr ? value : "";
 }
 
+// Empty for a value that may have been cut.
+std::string property(const std::string& name) {
+    char value[PROPERTY_VALUE_MAX] = "";
+    if (property_get(name.c_str(), value, "") >= PROPERTY_VALUE_MAX - 1) {
+        HOST_LOGW("%s: %s is too long, passed over\n", __func__, name.c_str());
+        return "";
+    }
+    return value;
+}
+
 }  // namespace
 
 RecordingStorages RecordingStorages::ofHost() {
     RecordingStorages storages;
-    const std::string chosen = variable("ORV_RECORDING_DIR");
-    const std::string data = dataFolder();
-    if (!chosen.empty()) {
-        storages.set(0, chosen);
-    } else if (!data.empty()) {
+    if (const std::string data = dataFolder(); !data.empty()) {
         storages.set(0, data + "/recordings");
     }
+    for (int type = 0; type <= MAX_TYPE; ++type) {
+        const std::string folder = property("orv.recording.dir." + std::to_string(type));
+        if (!folder.empty() && folder[0] != '/') {
+            HOST_LOGW("%s: storage type %d is no absolute path, passed over: %s\n", __func__, type,
+                      folder.c_str());
+        } else if (!folder.empty()) {
+            storages.set(type, folder);
+        }
+    }
+    storages.nameTemplate = property("orv.recording.name");
     return storages;
 }
 
@@ -48,7 +65,7 @@ std::string RecordingStorages::folderOf(int type) const {
     return found != mFolders.end() ? found->second : "";
 }
 
-RecordingResult RecordingStorages::prepare(int type) const {
+RecordingResult RecordingStorages::prepare(int type, std::string* canonical) const {
     const std::string folder = folderOf(type);
     if (folder.empty()) {
         return {RecordingStatus::NoSuchStorage,
@@ -58,12 +75,17 @@ RecordingResult RecordingStorages::prepare(int type) const {
     std::error_code error;
     std::filesystem::create_directories(folder, error);
     if (error) {
-        return {error.value() == EROFS || error.value() == EACCES ? RecordingStatus::ReadOnly
-                                                                  : RecordingStatus::NoFolder,
-                folder + ": cannot be made: " + strerror(error.value())};
+        return error.value() == ENOENT || error.value() == EEXIST || error.value() == ENOTDIR
+                   ? RecordingResult{RecordingStatus::NoFolder,
+                                     folder + ": cannot be made a folder"}
+                   : storageFailure(error.value(), folder);
     }
-    if (access(folder.c_str(), W_OK | X_OK) != 0) {
-        return storageFailure(errno, folder);
+    const std::string whole = std::filesystem::canonical(folder, error).string();
+    if (error || access(whole.c_str(), W_OK | X_OK) != 0) {
+        return storageFailure(error ? error.value() : errno, folder);
+    }
+    if (canonical != nullptr) {
+        *canonical = whole;
     }
     return {};
 }

@@ -10,8 +10,7 @@ namespace orvhost {
 // Where recordings go: a folder for each storage type, and how their files are named.
 //
 // As the host is configured:
-//   ORV_RECORDING_DIR                    environment: the folder of storage type 0
-//   orv.recording.dir.N                  property: the folder of storage type N
+//   orv.recording.dir.N                  property: the folder of storage type N, 0 to 15
 //   orv.recording.name                   property: the template of names, see RecordingName.h
 //   $XDG_DATA_HOME/orvplayer/recordings  storage type 0 where nothing is set
 class RecordingStorages {
@@ -29,8 +28,9 @@ public:
     // Empty for a type that is not set.
     std::string folderOf(int type) const;
 
-    // Whether files can be made there; makes the folder where it is not.
-    RecordingResult prepare(int type) const;
+    // Whether files can be made there; makes the folder where it is not. `canonical` has it without
+    // symbolic links then; may be null.
+    RecordingResult prepare(int type, std::string* canonical = nullptr) const;
 
     std::string nameTemplate;  // empty: the default one
 
