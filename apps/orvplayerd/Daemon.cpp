@@ -20,6 +20,7 @@
 #include "MonitorService.h"
 #include "SoundCounter.h"
 #include "dtv/TunerService.h"
+#include "recording/RecordingsService.h"
 #include "service/PlayerLibrary.h"
 
 namespace orvplayerd {
@@ -45,6 +46,9 @@ void makeServices() {
     manager->addService(String16(orvhost::ITuner::SERVICE_NAME),
                         new orvhost::TunerService(orvhost::Tuner::instance()));
     manager->addService(String16(orvhost::IMonitor::SERVICE_NAME), new MonitorService(*sound));
+    manager->addService(String16(orvhost::IRecordings::SERVICE_NAME),
+                        new orvhost::RecordingsService(orvhost::Catalogue::instance));
+    orvhost::RecordingsService::repairAtStart();
     OrvPlayer_instantiate();
 }
 
@@ -116,8 +120,8 @@ bool Daemon::connect() {
 
 // The player's own name last: who waits for it finds the others.
 bool Daemon::claimNames() {
-    for (const char* name :
-         {orvhost::ITuner::SERVICE_NAME, orvhost::IMonitor::SERVICE_NAME, PLAYER_NAME}) {
+    for (const char* name : {orvhost::ITuner::SERVICE_NAME, orvhost::IMonitor::SERVICE_NAME,
+                             orvhost::IRecordings::SERVICE_NAME, PLAYER_NAME}) {
         std::string error;
         if (!mConnection->claimName(String16(name), &error)) {
             say(error);

@@ -75,7 +75,7 @@ TEST_F(InstallTest, ABusStartsTheServiceByItsNames) {
         text.replace(text.find(program), program.size(), "Exec=" + staged("").string());
         std::ofstream(folder / entry.path().filename()) << text;
     }
-    for (const char* name : {"OrvPlayer", "OrvTuner", "OrvMonitor"}) {
+    for (const char* name : {"OrvPlayer", "OrvTuner", "OrvMonitor", "OrvRecordings"}) {
         PrivateBus bus("<servicedir>" + folder.string() + "</servicedir><include>" +
                        staged("/share/dbus-1/system.d/org.orvplayer.conf").string() + "</include>");
         EXPECT_TRUE(fs::exists(staged("/share/dbus-1/system-services/org.orvplayer." +
