@@ -61,6 +61,16 @@ public:
         return true;
     }
 
+    bool seek(uint64_t offset) override {
+        if (offset > INT64_MAX) {
+            return false;
+        }
+        mAt = static_cast<off_t>(offset);
+        return true;
+    }
+
+    int duplicate() const override { return fcntl(mFd.get(), F_DUPFD_CLOEXEC, 0); }
+
     void interrupt() override { mInterrupted.store(true, std::memory_order_relaxed); }
 
 private:
@@ -99,6 +109,8 @@ public:
     }
 
     bool rewind() override { return false; }
+    bool seek(uint64_t) override { return false; }
+    int duplicate() const override { return -1; }
 
     void interrupt() override {
         const uint64_t one = 1;

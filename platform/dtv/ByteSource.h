@@ -25,6 +25,12 @@ public:
     // Back to the beginning; false where there is no way back.
     virtual bool rewind() = 0;
 
+    // To a place in the whole file, wherever reading of it began; false where there is none.
+    virtual bool seek(uint64_t offset) = 0;
+
+    // A descriptor of the file that the caller closes, -1 where there is no file. Any thread.
+    virtual int duplicate() const = 0;
+
     // Ends a waiting read() and every later one.
     virtual void interrupt() = 0;
 };

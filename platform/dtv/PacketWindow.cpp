@@ -33,12 +33,12 @@ void PacketWindow::makeRoom(size_t bytes) {
     }
 }
 
-ssize_t PacketWindow::fill(ByteSource& source, size_t most, int timeoutMs) {
+ssize_t PacketWindow::fill(ByteSource& source, size_t most, int timeoutMs, bool mayGrow) {
     mFresh = 0;
     makeRoom(most);
     uint8_t* raw = mBuffer.data() + mBegin + mCount * TS_PACKET_BYTES;
     const ssize_t got = source.read(raw + mRaw, most, timeoutMs);
-    if (got < 0) {
+    if (got < 0 || (got == 0 && mayGrow)) {
         return got;
     }
     mRaw += static_cast<size_t>(got);

@@ -22,8 +22,9 @@ namespace orvhost {
 class PacketWindow {
 public:
     // Reads once, at most `most` bytes, waiting up to timeoutMs. Returns what the source returned;
-    // the packets found are fresh().
-    ssize_t fill(ByteSource& source, size_t most, int timeoutMs);
+    // the packets found are fresh(). `mayGrow`: there may be more after an end; what is not a whole
+    // packet waits for it.
+    ssize_t fill(ByteSource& source, size_t most, int timeoutMs, bool mayGrow = false);
 
     const uint8_t* packets() const { return mBuffer.data() + mBegin; }
     size_t count() const { return mCount; }

@@ -154,7 +154,8 @@ bool PcrPacer::waitedLongEnough(int64_t nowNs) {
 }
 
 size_t PcrPacer::takeDue(int64_t nowNs) {
-    if (!mStarted) {
+    const bool begins = !mStarted;
+    if (begins) {
         if (mSegments.empty()) {
             if (!waitedLongEnough(nowNs)) {
                 return 0;  // the pace begins with the first packet whose time is known
@@ -164,14 +165,14 @@ size_t PcrPacer::takeDue(int64_t nowNs) {
         }
         mWaitingSinceNs = -1;
         mStarted = true;
-        mStartNs = nowNs - progressNs(mSegments.front());
+        mStartNs = nowNs - progressNs(mSegments.front()) - mLeadNs;
     }
     if (mSegments.empty() && mOpen + mUnrated > 0 && nowNs - mStartNs > STARVED_NS) {
         closeAtLastRate();
         mLastTicks = -1;
     }
     const int64_t lateNs = nowNs - nextDueNs(nowNs);
-    if (lateNs > MAX_LATE_NS) {
+    if (lateNs > MAX_LATE_NS && !begins) {
         mStartNs += lateNs;
     }
     size_t due = 0;
@@ -195,6 +196,10 @@ size_t PcrPacer::takeDue(int64_t nowNs) {
         mSegments.pop_front();
     }
     return due;
+}
+
+int64_t PcrPacer::endNs(int64_t unknown) const {
+    return mStarted ? mStartNs + mBufferedNs + mLeadNs : unknown;
 }
 
 int64_t PcrPacer::nextDueNs(int64_t unknown) const {

@@ -47,8 +47,19 @@ public:
     // When the next packet is due; `unknown` when that is not known yet.
     int64_t nextDueNs(int64_t unknown) const;
 
-    // After a pause: the next packet is due at the next takeDue().
-    void restart() { mStarted = false; }
+    // The next packet is due at the next takeDue(), and what the next leadNs of the stream bring
+    // with it: from then on the feed is so much ahead.
+    void restart(int64_t leadNs = 0) {
+        mStarted = false;
+        mLeadNs = leadNs;
+    }
+
+    // After a pause of that length.
+    void shift(int64_t pauseNs) { mStartNs += pauseNs; }
+
+    // When the stream time of the last packet that is known has come: when it was due, but for the
+    // lead. `unknown` before the first takeDue() that found a packet.
+    int64_t endNs(int64_t unknown) const;
 
     // After a jump in the source: forgets all packets, not the rate.
     void clear();
@@ -88,6 +99,7 @@ private:
     size_t mTaken = 0;     // packets of the first segment that are done with
     int64_t mStartNs = 0;  // when the first segment began
     int64_t mBufferedNs = 0;
+    int64_t mLeadNs = 0;
     bool mStarted = false;
     int64_t mWaitingSinceNs = -1;  // first asked while only packets of unknown time were there
 };

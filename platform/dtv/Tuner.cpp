@@ -18,6 +18,10 @@ Tuner::Tuner(HostClock& clock) : mClock(clock) {
         if (const auto present = session()) {
             present->wake();
         }
+        PlaybackListener* const listener = mPlaybackListener;
+        if (listener != nullptr && mDemultiplexer.filterCount() == 0) {
+            listener->onFiltersStopped();
+        }
     });
     mDemultiplexer.setPump([this](int timeoutMs) {
         const auto present = session();
@@ -66,8 +70,13 @@ TuneResult Tuner::begin(std::unique_ptr<ByteSource> source, const std::string& n
             std::lock_guard lock(mMutex);
             endCallback = mEndCallback;
         }
+        const auto tell = [this](int event) {
+            if (PlaybackListener* const listener = mPlaybackListener; listener != nullptr) {
+                listener->onPlaybackEvent(event);
+            }
+        };
         mine = std::make_shared<TunerSession>(mClock, mDemultiplexer, std::move(source), name,
-                                              options, std::move(endCallback));
+                                              options, std::move(endCallback), tell, ++mTunings);
         if (const auto old = replaceSession(mine)) {
             old->close();  // two never feed at once
             mDemultiplexer.leaveSource();
@@ -111,6 +120,30 @@ ServiceList Tuner::services(int timeoutMs) {
 std::optional<TunedProgramme> Tuner::findProgramme(int videoPid, int audioPid) const {
     const auto present = session();
     return present == nullptr ? std::nullopt : present->findProgramme(videoPid, audioPid);
+}
+
+std::optional<RecordedSource> Tuner::recording() const {
+    const auto present = session();
+    if (present == nullptr || !present->isRecorded()) {
+        return std::nullopt;
+    }
+    return RecordedSource{present->number(), present->name(), present->options(),
+                          present->wasFed()};
+}
+
+int Tuner::duplicateSource() const {
+    const auto present = session();
+    return present == nullptr ? -1 : present->duplicateSource();
+}
+
+bool Tuner::setPaused(bool paused) {
+    const auto present = session();
+    return present != nullptr && present->setPaused(paused);
+}
+
+bool Tuner::reposition(uint64_t tuning, uint64_t offset) {
+    const auto present = session();
+    return present != nullptr && present->number() == tuning && present->reposition(offset);
 }
 
 TunerStatistics Tuner::statistics() const {

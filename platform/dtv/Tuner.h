@@ -2,6 +2,7 @@
 
 #include <dtv/TunerTypes.h>
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -17,6 +18,26 @@ namespace orvhost {
 
 class ByteSource;
 class TunerSession;
+
+// A source that is played as a recording.
+struct RecordedSource {
+    uint64_t tuning = 0;  // another one with each tune()
+    std::string name;     // what it was tuned by: a path, or what the client called the descriptor
+    TuneOptions options;
+    bool wasFed = false;  // since it was tuned or repositioned
+};
+
+// Hears of a recording that is played, and when nobody listens to it any more.
+class PlaybackListener {
+public:
+    virtual ~PlaybackListener() = default;
+
+    // A RecPlayerBinder_PlayerEvent, on the feeding thread. It must not call the tuner.
+    virtual void onPlaybackEvent(int event) = 0;
+
+    // No filter runs; on the thread that stopped the last one, before that returns.
+    virtual void onFiltersStopped() = 0;
+};
 
 // The tuner of this process: one source, fed through the PID filters of the demultiplexer.
 //
@@ -66,6 +87,23 @@ public:
     // ServiceTables. Nothing when none has them, or nothing is tuned.
     std::optional<TunedProgramme> findProgramme(int videoPid, int audioPid) const;
 
+    // The source, when it is played as a recording.
+    std::optional<RecordedSource> recording() const;
+
+    // A descriptor of its file that the caller closes, -1 when nothing is tuned, or no file.
+    int duplicateSource() const;
+
+    // Stops the feed of a recording, before it returns, and goes on from there: what comes is as
+    // much later. False when no recording is tuned.
+    bool setPaused(bool paused);
+
+    // The feed of a recording goes on from the packet at this byte of its file, paused or not; what
+    // filters hold is dropped. False when another source is tuned than that.
+    bool reposition(uint64_t tuning, uint64_t offset);
+
+    // It stays the caller's, who takes it away while nothing is tuned and no filter runs.
+    void setPlaybackListener(PlaybackListener* listener) { mPlaybackListener = listener; }
+
     TunerStatistics statistics() const;
 
     // True once the last packet of the source went to the filters and, where nothing paces them,
@@ -90,6 +128,8 @@ private:
     mutable std::mutex mMutex;  // the two below
     std::shared_ptr<TunerSession> mSession;
     std::function<void()> mEndCallback;
+    uint64_t mTunings = 0;
+    std::atomic<PlaybackListener*> mPlaybackListener{nullptr};
 };
 
 }  // namespace orvhost

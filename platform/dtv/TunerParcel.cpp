@@ -26,7 +26,8 @@ enum OptionFlag : int32_t {
     LOOP = 1 << 2,
     FOLLOW = 1 << 3,
     FREE_RUNNING = 1 << 4,
-    ALL_FLAGS = (1 << 5) - 1,
+    RECORDED = 1 << 5,
+    ALL_FLAGS = (1 << 6) - 1,
 };
 
 // The next number, when it lies in [low, high].
@@ -153,7 +154,8 @@ bool readText(const Parcel& parcel, std::string* text) {
 void writeTuneOptions(Parcel* parcel, const TuneOptions& options) {
     const int32_t flags = (options.paced ? PACED : 0) | (options.keepGaps ? KEEP_GAPS : 0) |
                           (options.loop ? LOOP : 0) | (options.follow ? FOLLOW : 0) |
-                          (options.freeRunning ? FREE_RUNNING : 0);
+                          (options.freeRunning ? FREE_RUNNING : 0) |
+                          (options.recorded ? RECORDED : 0);
     parcel->writeInt32(flags);
     parcel->writeInt32(options.serviceId);
     parcel->writeInt32(options.pcrPid);
@@ -173,6 +175,7 @@ bool readTuneOptions(const Parcel& parcel, TuneOptions* options) {
     options->loop = (flags & LOOP) != 0;
     options->follow = (flags & FOLLOW) != 0;
     options->freeRunning = (flags & FREE_RUNNING) != 0;
+    options->recorded = (flags & RECORDED) != 0;
     options->timeoutMs = std::min(options->timeoutMs, ITuner::MAX_TIMEOUT_MS);
     return true;
 }

@@ -27,8 +27,14 @@ constexpr int64_t LONG_TICK_NS = 90 * MS;
 constexpr int64_t SHORT_TICKS_NS = 1000 * MS;  // of a feed that begins
 
 constexpr int64_t LOOK_AHEAD_NS = 200 * MS;
-constexpr int64_t LONGEST_SLEEP_NS = 100 * MS;
 constexpr int64_t SETTLE_NS = 100 * MS;  // for filters whose reader asks for nothing
+
+// A recording is read from the start of its file. What is no file cannot be one.
+TuneOptions settled(TuneOptions options, ByteSource& source) {
+    options.recorded = options.recorded && source.seek(0);
+    options.paced = options.paced || options.recorded;
+    return options;
+}
 
 uint16_t pcrPidIn(const Service& service) {
     return service.pcrPid;
@@ -46,13 +52,16 @@ uint16_t videoPidIn(const Service& service) {
 
 TunerSession::TunerSession(HostClock& clock, Demultiplexer& demultiplexer,
                            std::unique_ptr<ByteSource> source, std::string name,
-                           const TuneOptions& options, std::function<void()> endCallback)
+                           const TuneOptions& options, std::function<void()> endCallback,
+                           std::function<void(int)> playbackCallback, uint64_t number)
     : mClock(clock),
       mDemultiplexer(demultiplexer),
       mSource(std::move(source)),
       mName(std::move(name)),
-      mOptions(options),
-      mEndCallback(std::move(endCallback)) {}
+      mOptions(settled(options, *mSource)),
+      mEndCallback(std::move(endCallback)),
+      mPlaybackCallback(std::move(playbackCallback)),
+      mNumber(number) {}
 
 TunerSession::~TunerSession() {
     close();
@@ -122,9 +131,8 @@ void TunerSession::lookAtHead() {
         settleOpening(got);
         std::lock_guard lock(mMutex);
         mHeadCut = mayFeed() && mWindow.count() > 0;
-        wanted = !mHeadCut && !mSourceEnded && !(mOpened && !mOpening.ok()) &&
-                 !mTables.isComplete() && mWindow.count() * TS_PACKET_BYTES < HEAD_BYTES &&
-                 !mRewindWanted;
+        wanted = !mHeadCut && !mAllRead && !(mOpened && !mOpening.ok()) && !mTables.isComplete() &&
+                 mWindow.count() * TS_PACKET_BYTES < HEAD_BYTES && !mRewindWanted;
     }
     {
         std::lock_guard lock(mMutex);
@@ -145,9 +153,9 @@ void TunerSession::settleOpening(ssize_t lastRead) {
     } else if (failed) {
         mOpening = {TuneStatus::ReadError,
                     mName + ": read error: " + std::strerror(static_cast<int>(-lastRead))};
-    } else if (mSourceEnded && mBytes == 0) {
+    } else if (mAllRead && mBytes == 0) {
         mOpening = {TuneStatus::EmptySource, mName + ": is empty; nothing to play in it"};
-    } else if (mSourceEnded || mSkippedBytes >= SYNC_BYTES) {
+    } else if (mAllRead || mSkippedBytes >= SYNC_BYTES) {
         mOpening = {TuneStatus::NoSync,
                     mName + ": not an MPEG transport stream (no sync bytes found)"};
     } else {
@@ -200,7 +208,7 @@ std::optional<TunedProgramme> TunerSession::findProgramme(int videoPid, int audi
 
 // Reads once; what is new is counted and its tables are read.
 ssize_t TunerSession::fill(int timeoutMs) {
-    const ssize_t got = mWindow.fill(*mSource, READ_BYTES, timeoutMs);
+    const ssize_t got = mWindow.fill(*mSource, READ_BYTES, timeoutMs, mayGrow());
     if (got == -EAGAIN || got == -EINTR) {
         return got;
     }
@@ -208,7 +216,11 @@ ssize_t TunerSession::fill(int timeoutMs) {
         HOST_LOGE("%s: %s: read error: %s", __func__, mName.c_str(),
                   std::strerror(static_cast<int>(-got)));
     }
-    mSourceEnded = got <= 0;
+    if (mOptions.recorded) {
+        judgeRead(got);
+    } else {
+        mSourceEnded = got <= 0;
+    }
     bool answered = false;
     {
         std::lock_guard lock(mMutex);
@@ -221,8 +233,8 @@ ssize_t TunerSession::fill(int timeoutMs) {
         mBytes += got > 0 ? static_cast<uint64_t>(got) : 0;
         mSyncLosses = mWindow.synchronizer().syncLosses();
         mSkippedBytes = mWindow.synchronizer().skippedBytes();
-        mAllRead = mAllRead || mSourceEnded;
-        answered = mSourceEnded || (!wereDone && mTables.isComplete());
+        mAllRead = mAllRead || got <= 0;
+        answered = got <= 0 || (!wereDone && mTables.isComplete());
     }
     if (answered) {
         mCallerWake.notify_all();
@@ -267,8 +279,14 @@ bool TunerSession::waitForWork() {
         if (!mEnded && mayFeed() && !isPumped()) {
             if (!mFeeding) {
                 mFeeding = true;
+                mBurst = mOptions.recorded;
                 lock.unlock();
                 beginFeeding();
+                lock.lock();
+            }
+            if (isHeld()) {
+                mFeederWake.wait(lock);
+                continue;
             }
             return true;
         }
@@ -313,21 +331,22 @@ void TunerSession::beginFeeding() {
                                                      : choosePid(DEMUX_FILTER_PCR, pcrPidIn));
         mPacer.setStampPid(choosePid(DEMUX_FILTER_VIDEO, videoPidIn));
         mPacer.setKeepGaps(mOptions.keepGaps);
-        mPacer.restart();
+        mPacer.restart(mOptions.recorded ? LEAD_NS : 0);
         mNextTickNs = mClock.nowNs();
         mLongTicksNs = mNextTickNs + SHORT_TICKS_NS;
     }
 }
 
-void TunerSession::feedPaced() {
+void TunerSession::readAhead() {
     if (!mPacerKnowsWindow) {
         mPacer.add(mWindow.packets(), mWindow.count());
         mPacerKnowsWindow = true;
     }
-    while (!mSourceEnded && mPacer.bufferedNs() < LOOK_AHEAD_NS &&
+    const int64_t wantedNs = LOOK_AHEAD_NS + (isBurstDue() ? LEAD_NS : 0);
+    while (!mSourceEnded && mPacer.bufferedNs() < wantedNs &&
            mWindow.count() * TS_PACKET_BYTES < HEAD_BYTES) {
         const ssize_t got = fill(0);
-        if (got < 0 && !mSourceEnded) {
+        if (got <= 0 && !mSourceEnded) {
             break;
         }
         mPacer.add(mWindow.fresh(), mWindow.freshCount());
@@ -335,15 +354,27 @@ void TunerSession::feedPaced() {
     if (mSourceEnded) {
         mPacer.finish();
     }
+}
+
+void TunerSession::hand(size_t count) {
+    mDemultiplexer.feedLive(mWindow.packets(), count);
+    mWindow.release(count);
+    mFedThisLap += count;
+}
+
+void TunerSession::feedPaced() {
+    takePause();
+    readAhead();
     const int64_t nowNs = mClock.nowNs();
     const size_t due = mPacer.takeDue(nowNs);
     if (due > 0) {
-        mDemultiplexer.feedLive(mWindow.packets(), due);
-        mWindow.release(due);
-        mFedThisLap += due;
+        hand(due);
+        noteBegun(nowNs);
     }
-    if (mSourceEnded && mWindow.count() == 0) {
-        reachEnd();
+    if (mWindow.count() == 0 && (mSourceEnded || mAtPresentEnd)) {
+        if (!mOptions.recorded || !waitsForEnd(nowNs)) {
+            finishFeeding();
+        }
         return;
     }
     const bool isLong = nowNs >= mLongTicksNs && mPacer.bufferedNs() >= LONG_TICK_NS;
@@ -352,10 +383,11 @@ void TunerSession::feedPaced() {
     sleepUntil(std::min(wakeNs, nowNs + LONGEST_SLEEP_NS));
 }
 
-// Also ends when the session is closed or rewound, or the last filter stops.
+// Also ends when the session is closed, rewound or paused, or the last filter stops.
 void TunerSession::sleepUntil(int64_t deadlineNs) {
     std::unique_lock lock(mMutex);
-    while (!isCancelled() && !mRewindWanted && mayFeed() && mClock.nowNs() < deadlineNs) {
+    while (!isCancelled() && !mRewindWanted && !isHeld() && mayFeed() &&
+           mClock.nowNs() < deadlineNs) {
         mClock.waitUntil(lock, mFeederWake, deadlineNs);
     }
 }
@@ -421,13 +453,16 @@ bool TunerSession::reachEnd() {
     if (mEndCallback) {
         mEndCallback();
     }
+    if (mOptions.recorded && mPlaybackCallback) {
+        mPlaybackCallback(mEndEvent);
+    }
     return false;
 }
 
 // ---- going back ------------------------------------------------------------------------------
 
-bool TunerSession::startOver() {
-    if (!mSource->rewind()) {
+bool TunerSession::startOver(std::optional<uint64_t> offset) {
+    if (mOptions.recorded ? !mSource->seek(offset.value_or(0)) : !mSource->rewind()) {
         return false;
     }
     if (std::exchange(mLent, 0) > 0) {
@@ -437,6 +472,8 @@ bool TunerSession::startOver() {
     mPacer.clear();
     mPacerKnowsWindow = true;
     mSourceEnded = false;
+    mAtPresentEnd = false;
+    mJunkBytes = 0;
     mFedThisLap = 0;
     std::lock_guard lock(mMutex);
     mCounter.forgetContinuity();
@@ -445,7 +482,12 @@ bool TunerSession::startOver() {
 
 void TunerSession::doRewind() {
     std::lock_guard feeding(mFeedMutex);
-    const bool done = startOver();
+    std::optional<uint64_t> offset;
+    {
+        std::lock_guard lock(mMutex);
+        offset = mRewindTo;
+    }
+    const bool done = startOver(offset);
     if (done) {
         mDemultiplexer.flush();
     }
@@ -453,13 +495,27 @@ void TunerSession::doRewind() {
         std::lock_guard lock(mMutex);
         mRewindWanted = false;
         mRewindResult = done;
-        mEnded = mEnded && !done;
+        if (done) {
+            mEnded = false;
+            mFeeding = mFeeding && !mOptions.recorded;  // it begins again
+            mWasFed = false;
+            mPausedNs = 0;
+        }
     }
     mCallerWake.notify_all();
 }
 
 bool TunerSession::rewind() {
+    return goTo(std::nullopt);
+}
+
+bool TunerSession::reposition(uint64_t offset) {
+    return mOptions.recorded && goTo(offset);
+}
+
+bool TunerSession::goTo(std::optional<uint64_t> offset) {
     std::unique_lock lock(mMutex);
+    mRewindTo = offset;
     mRewindWanted = true;
     mDemultiplexer.wakeFeeder();
     mFeederWake.notify_all();

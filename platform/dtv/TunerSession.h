@@ -34,7 +34,8 @@ namespace orvhost {
 class TunerSession {
 public:
     TunerSession(HostClock& clock, Demultiplexer& demultiplexer, std::unique_ptr<ByteSource> source,
-                 std::string name, const TuneOptions& options, std::function<void()> endCallback);
+                 std::string name, const TuneOptions& options, std::function<void()> endCallback,
+                 std::function<void(int)> playbackCallback, uint64_t number);
     ~TunerSession();
     TunerSession(const TunerSession&) = delete;  // the thread knows us by address
     TunerSession& operator=(const TunerSession&) = delete;
@@ -58,6 +59,16 @@ public:
     bool atEnd() const;
     bool rewind();
 
+    // Of a recording, see Tuner. Pausing counts from the call on.
+    bool isRecorded() const { return mOptions.recorded; }
+    uint64_t number() const { return mNumber; }
+    const std::string& name() const { return mName; }
+    const TuneOptions& options() const { return mOptions; }
+    int duplicateSource() const { return mSource->duplicate(); }
+    bool setPaused(bool paused);
+    bool reposition(uint64_t offset);
+    bool wasFed() const;
+
 private:
     void run();
     void lookAtHead();
@@ -65,12 +76,23 @@ private:
     bool waitForWork();
     void beginFeeding();
     void feedPaced();
+    void readAhead();
+    void hand(size_t count);
+    void judgeRead(ssize_t got);
+    bool isBurstDue() const;
+    bool waitsForEnd(int64_t nowNs);
+    void finishFeeding();
+    void takePause();
+    void noteBegun(int64_t nowNs);
     void feedLossless();
     bool feedOnce(int timeoutMs);
     bool isPumped() const { return !mOptions.paced && !mOptions.freeRunning; }
+    bool isHeld() const { return mPausedAtNs >= 0 && !mBurst; }
+    bool mayGrow() const { return mOptions.recorded && !mFinishing; }
+    bool goTo(std::optional<uint64_t> offset);
     bool reachEnd();
     void doRewind();
-    bool startOver();
+    bool startOver(std::optional<uint64_t> offset = {});
     ssize_t fill(int timeoutMs);
     void readFresh();
     void sleepUntil(int64_t deadlineNs);
@@ -79,12 +101,19 @@ private:
     bool mayFeed() const;
     bool isWantedElsewhere() const;
 
+    // What a recording begins with at once. The player shows a picture 1.5 s after the clock
+    // reference that came with it: its clock begins with the last one of these.
+    static constexpr int64_t LEAD_NS = 1'600'000'000;
+    static constexpr int64_t LONGEST_SLEEP_NS = 100'000'000;
+
     HostClock& mClock;
     Demultiplexer& mDemultiplexer;
     const std::unique_ptr<ByteSource> mSource;
     const std::string mName;
     const TuneOptions mOptions;
     const std::function<void()> mEndCallback;
+    const std::function<void(int)> mPlaybackCallback;
+    const uint64_t mNumber;
 
     std::mutex mFeedMutex;  // whoever feeds; taken before all others. Down to mNextTickNs
     PacketWindow mWindow;
@@ -92,6 +121,11 @@ private:
     PcrPacer mPacer;
     bool mPacerKnowsWindow = false;  // the head is handed to the pacer when feeding begins
     bool mSourceEnded = false;
+    // Of a recording:
+    bool mAtPresentEnd = false;  // all of the file as it is was read
+    bool mFinishing = false;     // ... and that is taken for the end
+    int mEndEvent = 0;           // what the end is told as
+    size_t mJunkBytes = 0;       // in a row, without a packet
     uint64_t mFedThisLap = 0;
     int64_t mNextTickNs = 0;
     int64_t mLongTicksNs = 0;  // from when on
@@ -109,6 +143,11 @@ private:
     bool mSettled = false;  // filters run long enough to feed them unasked
     bool mEnded = false;
     bool mRewindWanted = false;
+    std::optional<uint64_t> mRewindTo;  // a place in the file; its beginning without one
+    int64_t mPausedAtNs = -1;           // -1: not paused
+    int64_t mPausedNs = 0;              // that the pacer has not been told of
+    bool mBurst = false;                // the begin of a recording's feed is to be handed over
+    bool mWasFed = false;               // since then
     bool mRewindResult = false;
     uint64_t mBytes = 0;
     uint64_t mPassed = 0;  // packets that nobody looked at

@@ -83,7 +83,12 @@ struct TuneOptions {
     // Count packets per PID and read the tables all the time, not just while looking at the head.
     bool follow = true;
     bool freeRunning = false;  // read on also while no filter runs (for statistics alone)
-    int timeoutMs = 5000;      // longest wait of tune() for the first packets
+    // A file that is played as a recording: paced, but for the first 1.6 s, which are handed over
+    // at once, as after each reposition; can be paused and repositioned; tells its end, and errors,
+    // as playback events (<dtv/RecPlayerBinder.h>). A file that grows is followed. Without effect
+    // on a source that is no file.
+    bool recorded = false;
+    int timeoutMs = 5000;  // longest wait of tune() for the first packets
 };
 
 struct ServiceList {
