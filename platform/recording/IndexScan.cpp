@@ -42,7 +42,7 @@ IndexedProgramme programmeOf(const std::vector<Service>& services, uint16_t serv
     return programme;
 }
 
-IndexedProgramme findProgramme(int recordingFd, uint16_t serviceId) {
+std::vector<Service> findServices(int recordingFd) {
     ServiceTables tables;
     PacketWalk walk(recordingFd, 0, 0);
     while (!tables.isComplete() && walk.offset() < TABLES_BYTES && walk.next()) {
@@ -52,7 +52,11 @@ IndexedProgramme findProgramme(int recordingFd, uint16_t serviceId) {
             }
         }
     }
-    return programmeOf(tables.services(), serviceId);
+    return tables.services();
+}
+
+IndexedProgramme findProgramme(int recordingFd, uint16_t serviceId) {
+    return programmeOf(findServices(recordingFd), serviceId);
 }
 
 bool extendIndex(int recordingFd, RecordingIndex* index, const IndexProgress& progress) {

@@ -95,7 +95,8 @@ bool extendIndex(int recordingFd, RecordingIndex* index, const IndexProgress& pr
 // are PID_NONE when there is none.
 IndexedProgramme programmeOf(const std::vector<Service>& services, uint16_t serviceId);
 
-// The same from the tables at the head of a file.
+// What the tables at the head of a file say.
+std::vector<Service> findServices(int recordingFd);
 IndexedProgramme findProgramme(int recordingFd, uint16_t serviceId);
 
 // Writes an index that was made by scanning, in one step: the file is the old one or the new one.

@@ -36,9 +36,9 @@ public:
     }
 
     // Waits until somebody sleeps on this clock: what it had to do before is done.
-    bool waitForSleeper() {
+    bool waitForSleeper(std::chrono::milliseconds most = std::chrono::seconds(5)) {
         std::unique_lock lock(mMutex);
-        return mChanged.wait_for(lock, std::chrono::seconds(5),
+        return mChanged.wait_for(lock, most,
                                  [this] { return mWake != nullptr && mDeadlineNs > mNowNs; });
     }
 
@@ -54,6 +54,24 @@ public:
         }
         std::lock_guard asleep(*sleeper);  // it waits once we have this
         wake->notify_all();
+    }
+
+    // Moves on whether somebody sleeps or not.
+    void advance(int64_t ns) {
+        std::mutex* sleeper = nullptr;
+        std::condition_variable* wake = nullptr;
+        {
+            std::lock_guard lock(mMutex);
+            mNowNs += ns;
+            if (mWake != nullptr && mNowNs >= mDeadlineNs) {
+                sleeper = mSleeper;
+                wake = std::exchange(mWake, nullptr);
+            }
+        }
+        if (wake != nullptr) {
+            std::lock_guard asleep(*sleeper);
+            wake->notify_all();
+        }
     }
 
 private:
