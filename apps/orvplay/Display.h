@@ -9,7 +9,19 @@ namespace orvplay {
 // Where pictures become visible: a window. Everything is called on the one thread that opened it.
 class Display {
 public:
-    enum class Request { NONE, QUIT, NEXT_AUDIO, NEXT_CAPTIONS };
+    enum class Request {
+        NONE,
+        QUIT,
+        NEXT_AUDIO,
+        NEXT_CAPTIONS,
+        PAUSE,  // or go on
+        BACK,   // a little; the next three likewise
+        FORWARD,
+        FAR_BACK,
+        FAR_FORWARD,
+        RECORD,  // or end that
+        COUNT,   // of all these
+    };
 
     virtual ~Display() = default;
 
@@ -21,6 +33,10 @@ public:
 
     // Puts a caption over the pictures, as UTF-8 rows, in place of the one before; empty: none.
     virtual void showCaption(const std::string& utf8) = 0;
+
+    // Puts a line in the corner of the pictures, as UTF-8, in place of the one before: for two
+    // seconds, or until the next one where it `stays`; empty: none.
+    virtual void showStatus(const std::string& utf8, bool stays) = 0;
 
     // Handles what came from the user and shows what is due; never waits. Called after each
     // picture, and when none came for as long as waitMs() said.

@@ -41,9 +41,17 @@ void FrameMeter::onFrame(int64_t ptsNs, int64_t arrivalNs, std::optional<uint32_
     }
 }
 
+void FrameMeter::onBreak() {
+    mAnchored = false;
+    mLastArrivalNs = 0;
+    mNumbersBroken = true;
+}
+
 void FrameMeter::countNumber(uint32_t number) {
     if (mNumbers.read == 0) {
         mNumbers.first = number;
+    } else if (mNumbersBroken) {
+        // no successor
     } else if (number == mNumbers.last) {
         ++mNumbers.repeated;
     } else if (number < mNumbers.last) {
@@ -51,6 +59,7 @@ void FrameMeter::countNumber(uint32_t number) {
     } else {
         mNumbers.missing += number - mNumbers.last - 1;
     }
+    mNumbersBroken = false;
     mNumbers.last = number;
     ++mNumbers.read;
 }

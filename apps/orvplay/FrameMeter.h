@@ -27,6 +27,9 @@ public:
     // ptsNs is on the stream's time line of 33 bits; it may wrap.
     void onFrame(int64_t ptsNs, int64_t arrivalNs, std::optional<uint32_t> frameNumber);
 
+    // The next picture is no successor of the last one: times, gaps and numbers count from it.
+    void onBreak();
+
     const Distribution& jitter() const { return mJitter; }
     const FrameNumbers& numbers() const { return mNumbers; }
     // Jitter of the last picture.
@@ -40,7 +43,8 @@ private:
     Distribution mJitter;
     FrameNumbers mNumbers;
     bool mAnchored = false;
-    int64_t mExpectedNs = 0;  // arrival of the previous picture by its PTS
+    bool mNumbersBroken = false;  // the next number follows none
+    int64_t mExpectedNs = 0;      // arrival of the previous picture by its PTS
     int64_t mLastArrivalNs = 0;
     int64_t mLongestGapNs = 0;
     uint64_t mLastPts90k = 0;

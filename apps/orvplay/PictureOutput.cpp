@@ -78,6 +78,9 @@ void PictureOutput::run(std::function<void(bool)> opened) {
     while (!mStopRequested) {
         takePicture(mDisplay->waitMs());
         passCaption();
+        if (const auto status = mStatus.take(); status != nullptr) {
+            mDisplay->showStatus(status->text, status->stays);
+        }
         onRequest(mDisplay->handleEvents());
         mConsumer->setDisplaySize(mDisplay->width(), mDisplay->height());
     }
@@ -104,18 +107,16 @@ void PictureOutput::passCaption() {
 }
 
 void PictureOutput::onRequest(Display::Request request) {
-    switch (request) {
-        case Display::Request::QUIT:
-            mQuitRequested = true;
-            break;
-        case Display::Request::NEXT_AUDIO:
-            ++mAudioRequests;
-            break;
-        case Display::Request::NEXT_CAPTIONS:
-            ++mCaptionRequests;
-            break;
-        case Display::Request::NONE:
-            break;
+    if (request == Display::Request::QUIT) {
+        mQuitRequested = true;
+    } else if (request < Display::Request::COUNT) {
+        ++mRequests[static_cast<size_t>(request)];
+    }
+}
+
+void PictureOutput::showStatus(std::string utf8, bool stays) {
+    if (mHasDisplay) {
+        mStatus.put(std::make_unique<Status>(Status{std::move(utf8), stays}));
     }
 }
 
@@ -130,6 +131,9 @@ void PictureOutput::onPicture(const orvhost::AcquiredBuffer& picture) {
     const Marks marks = readMarks(picture);
     {
         std::lock_guard<std::mutex> guard(mLock);
+        if (mBreakExpected.exchange(false)) {
+            mMeter.onBreak();
+        }
         mMeter.onFrame(picture.input.timestamp, now, marks.number);
         ++mFigures.frames;
         if (mFigures.frames == 1) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -58,14 +59,21 @@ public:
     // Hidden, none is shown, not even one that comes at this moment. Any thread.
     void setCaptionsVisible(bool visible) { mCaptionsVisible = visible; }
 
+    // A line in the corner, see Display::showStatus(). Any thread.
+    void showStatus(std::string utf8, bool stays);
+    // The next picture is no successor of the last one: playback was paused, or went elsewhere.
+    // Any thread.
+    void expectBreak() { mBreakExpected = true; }
+
     Figures figures() const;
     // Waits for the first picture, at most so long.
     void awaitFirst(std::chrono::milliseconds timeout) const;
     // The user closed the window or asked to quit.
     bool quitRequested() const { return mQuitRequested; }
-    // How often the user asked for the next sound, or captions, since the last call.
-    int takeAudioRequests() { return mAudioRequests.exchange(0); }
-    int takeCaptionRequests() { return mCaptionRequests.exchange(0); }
+    // How often the user asked for this since the last call.
+    int takeRequests(Display::Request request) {
+        return mRequests[static_cast<size_t>(request)].exchange(0);
+    }
 
 private:
     void run(std::function<void(bool)> opened);
@@ -82,10 +90,15 @@ private:
     std::thread mThread;
     std::atomic<bool> mStopRequested{false};
     std::atomic<bool> mQuitRequested{false};
-    std::atomic<int> mAudioRequests{0};
-    std::atomic<int> mCaptionRequests{0};
+    std::array<std::atomic<int>, static_cast<size_t>(Display::Request::COUNT)> mRequests{};
     std::atomic<bool> mCaptionsVisible{true};
+    std::atomic<bool> mBreakExpected{false};
+    struct Status {
+        std::string text;
+        bool stays;
+    };
     Mailbox<std::string> mCaption;
+    Mailbox<Status> mStatus;
 
     mutable std::mutex mLock;  // the three below
     mutable std::condition_variable mFirst;

@@ -15,6 +15,7 @@ namespace orvplay {
 
 namespace {
 
+constexpr int64_t STATUS_NS = 2'000'000'000;
 constexpr int POLL_MS = 20;  // how soon the user's events are looked at
 constexpr int WINDOW_WIDTH = 1280;
 constexpr int WINDOW_HEIGHT = 720;
@@ -104,7 +105,7 @@ bool WindowDisplay::open() {
         return false;
     }
     SDL_ShowWindow(mWindow);
-    mCaption = std::make_unique<CaptionOverlay>();
+    mOverlays = std::make_unique<Overlays>();
     updateSize();
     draw();
     return true;
@@ -131,7 +132,7 @@ bool WindowDisplay::createWindow(bool accelerated) {
 }
 
 void WindowDisplay::destroyWindow() {
-    mCaption = nullptr;
+    mOverlays = nullptr;
     if (mTexture != nullptr) {
         SDL_DestroyTexture(mTexture);
         mTexture = nullptr;
@@ -190,8 +191,8 @@ Display::Request WindowDisplay::handleEvents() {
         } else if (event.type == SDL_WINDOWEVENT) {
             damaged |= event.window.event == SDL_WINDOWEVENT_EXPOSED ||
                        event.window.event == SDL_WINDOWEVENT_SIZE_CHANGED;
-        } else if (event.type == SDL_KEYDOWN && event.key.repeat == 0) {
-            request = onKey(event.key.keysym.sym);
+        } else if (event.type == SDL_KEYDOWN) {
+            request = onKey(event.key.keysym.sym, event.key.repeat != 0);
         } else if (event.type == SDL_KEYUP) {
             mHashHeld = false;
         } else if (event.type == SDL_TEXTINPUT && strcmp(event.text.text, "#") == 0) {
@@ -202,8 +203,10 @@ Display::Request WindowDisplay::handleEvents() {
     if (damaged) {
         updateSize();
     }
-    mCaption->expire(monotonicNs());
-    damaged |= mCaption->takeChanged();
+    for (TextOverlay* overlay : {&mOverlays->caption, &mOverlays->status}) {
+        overlay->expire(monotonicNs());
+        damaged |= overlay->takeChanged();
+    }
     const bool fieldIsDue = mSecondFieldDueNs != 0 && monotonicNs() >= mSecondFieldDueNs;
     if (!(fieldIsDue && showSecondField()) && damaged) {
         draw();
@@ -211,13 +214,32 @@ Display::Request WindowDisplay::handleEvents() {
     return request;
 }
 
-Display::Request WindowDisplay::onKey(int key) {
+Display::Request WindowDisplay::onKey(int key, bool isRepeated) {
+    switch (key) {
+        case SDLK_LEFT:
+            return Request::BACK;
+        case SDLK_RIGHT:
+            return Request::FORWARD;
+        case SDLK_DOWN:
+            return Request::FAR_BACK;
+        case SDLK_UP:
+            return Request::FAR_FORWARD;
+        default:
+            break;
+    }
+    if (isRepeated) {
+        return Request::NONE;
+    }
     switch (key) {
         case SDLK_q:
         case SDLK_ESCAPE:
             return Request::QUIT;
         case SDLK_v:
             return Request::NEXT_CAPTIONS;
+        case SDLK_SPACE:
+            return Request::PAUSE;
+        case SDLK_r:
+            return Request::RECORD;
         case SDLK_f:
             toggleFullScreen();
             return Request::NONE;
@@ -271,8 +293,14 @@ void WindowDisplay::show(const orvhost::AcquiredBuffer& picture) {
 
 // Seen with the next picture, or when the user's events are handled, whichever comes first.
 void WindowDisplay::showCaption(const std::string& utf8) {
-    if (mCaption != nullptr) {
-        mCaption->setText(utf8, monotonicNs());
+    if (mOverlays != nullptr) {
+        mOverlays->caption.setText(utf8, monotonicNs() + TextOverlay::LONGEST_CAPTION_NS);
+    }
+}
+
+void WindowDisplay::showStatus(const std::string& utf8, bool stays) {
+    if (mOverlays != nullptr) {
+        mOverlays->status.setText(utf8, stays ? TextOverlay::FOR_EVER : monotonicNs() + STATUS_NS);
     }
 }
 
@@ -368,7 +396,8 @@ void WindowDisplay::draw() {
         const SDL_Rect from{mArea.insetX, mArea.insetY, mArea.cropWidth(), mArea.cropHeight()};
         SDL_RenderCopy(mRenderer, mTexture, &from, &to);
     }
-    mCaption->draw(mRenderer, to);
+    mOverlays->caption.draw(mRenderer, to);
+    mOverlays->status.draw(mRenderer, to);
     SDL_RenderPresent(mRenderer);
 }
 

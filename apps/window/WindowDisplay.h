@@ -4,11 +4,11 @@
 #include <memory>
 #include <string>
 
-#include "CaptionOverlay.h"
 #include "Deinterlacer.h"
 #include "Display.h"
 #include "LoadGuard.h"
 #include "PictureView.h"
+#include "TextOverlay.h"
 
 struct SDL_Renderer;
 struct SDL_Texture;
@@ -17,8 +17,9 @@ struct SDL_Window;
 namespace orvplay {
 
 // A window on the desktop, by SDL. Pictures keep their aspect ratio between black bars; q, Esc and
-// closing the window ask to quit, f switches full screen, # asks for the next sound and v for the
-// next captions. Captions lie over the picture as CaptionOverlay tells.
+// closing the window ask to quit, f switches full screen, # asks for the next sound, v for the next
+// captions, space for a pause, r for a recording, and the arrow keys, held or not, to go elsewhere.
+// Captions and the status lie over the picture as TextOverlay tells.
 //
 // Interlaced pictures are deinterlaced to one picture per field, as a television shows them. That
 // takes about a third of a core for 1080 lines without a graphics card, so the window watches
@@ -39,6 +40,7 @@ public:
     bool open() override;
     void show(const orvhost::AcquiredBuffer& picture) override;
     void showCaption(const std::string& utf8) override;
+    void showStatus(const std::string& utf8, bool stays) override;
     Request handleEvents() override;
     int waitMs() const override;
     int width() const override { return mWidth; }
@@ -58,7 +60,7 @@ private:
     bool drawsWithProcessor() const;
     void updateSize();
     void toggleFullScreen();
-    Request onKey(int key);
+    Request onKey(int key, bool isRepeated);
 
     // False when there is no result, and nothing was drawn.
     bool showDeinterlaced(const PictureView& picture);
@@ -82,8 +84,14 @@ private:
     EvenCrop mArea;  // of the picture in the texture
     double mAspectRatio = 1.0;
 
-    std::unique_ptr<CaptionOverlay> mCaption;  // from open() on
-    bool mHashHeld = false;                    // a key that repeats asks once
+    // From open() on.
+    struct Overlays {
+        TextRasterizer rasterizer;
+        TextOverlay caption{rasterizer, TextPlace::BOTTOM};
+        TextOverlay status{rasterizer, TextPlace::CORNER};
+    };
+    std::unique_ptr<Overlays> mOverlays;
+    bool mHashHeld = false;  // a key that repeats asks once
 
     LoadGuard mGuard;
     Deinterlacer mDeinterlacer;

@@ -258,6 +258,14 @@ TEST_F(WindowDisplayTest, ACaptionLiesOverThePictureUntilItIsCleared) {
 
     mDisplay->showCaption("");
     EXPECT_TRUE(waitFor([](const Shot& shot) { return Covered(shot, GREY).nothing(); }));
+
+    // The status, in the other half and with a caption or without, goes by itself.
+    mDisplay->showStatus("0:12 / 1:00", false);
+    EXPECT_TRUE(waitFor([](const Shot& shot) {
+        const Covered status(shot, GREY);
+        return !status.nothing() && status.bottom < SCREEN_HEIGHT / 4;
+    }));
+    EXPECT_TRUE(waitFor([](const Shot& shot) { return Covered(shot, GREY).nothing(); }));
 }
 
 TEST_F(WindowDisplayTest, TellsWhatTheUserAskedForAndTakesNoInterrupt) {
@@ -283,12 +291,23 @@ TEST_F(WindowDisplayTest, TellsWhatTheUserAskedForAndTakesNoInterrupt) {
         const char* text;
         Request request;
     } const cases[] = {
-        {SDL_KEYDOWN, SDLK_a, "", Request::NONE}, {SDL_KEYDOWN, SDLK_f, "", Request::NONE},
-        {SDL_KEYDOWN, SDLK_f, "", Request::NONE}, {SDL_KEYDOWN, SDLK_v, "", Request::NEXT_CAPTIONS},
-        {SDL_TEXTINPUT, 0, "3", Request::NONE},   {SDL_TEXTINPUT, 0, "#", Request::NEXT_AUDIO},
+        {SDL_KEYDOWN, SDLK_a, "", Request::NONE},
+        {SDL_KEYDOWN, SDLK_f, "", Request::NONE},
+        {SDL_KEYDOWN, SDLK_f, "", Request::NONE},
+        {SDL_KEYDOWN, SDLK_v, "", Request::NEXT_CAPTIONS},
+        {SDL_TEXTINPUT, 0, "3", Request::NONE},
+        {SDL_TEXTINPUT, 0, "#", Request::NEXT_AUDIO},
         {SDL_TEXTINPUT, 0, "#", Request::NONE},  // held down
-        {SDL_KEYUP, SDLK_3, "", Request::NONE},   {SDL_TEXTINPUT, 0, "#", Request::NEXT_AUDIO},
-        {SDL_KEYDOWN, SDLK_q, "", Request::QUIT}, {SDL_KEYDOWN, SDLK_ESCAPE, "", Request::QUIT},
+        {SDL_KEYUP, SDLK_3, "", Request::NONE},
+        {SDL_TEXTINPUT, 0, "#", Request::NEXT_AUDIO},
+        {SDL_KEYDOWN, SDLK_q, "", Request::QUIT},
+        {SDL_KEYDOWN, SDLK_ESCAPE, "", Request::QUIT},
+        {SDL_KEYDOWN, SDLK_SPACE, "", Request::PAUSE},
+        {SDL_KEYDOWN, SDLK_r, "", Request::RECORD},
+        {SDL_KEYDOWN, SDLK_LEFT, "", Request::BACK},
+        {SDL_KEYDOWN, SDLK_RIGHT, "", Request::FORWARD},
+        {SDL_KEYDOWN, SDLK_DOWN, "", Request::FAR_BACK},
+        {SDL_KEYDOWN, SDLK_UP, "", Request::FAR_FORWARD},
         {SDL_QUIT, 0, "", Request::QUIT},
     };
     for (const auto& test : cases) {

@@ -1,11 +1,11 @@
-#include "CaptionOverlay.h"
+#include "TextOverlay.h"
 
 #include <SDL.h>
 
 namespace orvplay {
 
-void CaptionOverlay::setText(const std::string& utf8, int64_t nowNs) {
-    mEndNs = nowNs + LONGEST_NS;
+void TextOverlay::setText(const std::string& utf8, int64_t endNs) {
+    mEndNs = endNs;
     if (utf8 == mText) {
         return;
     }
@@ -14,19 +14,19 @@ void CaptionOverlay::setText(const std::string& utf8, int64_t nowNs) {
     mChanged = true;
 }
 
-void CaptionOverlay::expire(int64_t nowNs) {
+void TextOverlay::expire(int64_t nowNs) {
     if (!mText.empty() && nowNs >= mEndNs) {
-        setText("", nowNs);
+        setText("", FOR_EVER);
     }
 }
 
-bool CaptionOverlay::takeChanged() {
+bool TextOverlay::takeChanged() {
     const bool changed = mChanged;
     mChanged = false;
     return changed;
 }
 
-void CaptionOverlay::draw(SDL_Renderer* renderer, const SDL_Rect& picture) {
+void TextOverlay::draw(SDL_Renderer* renderer, const SDL_Rect& picture) {
     if (mText.empty()) {
         releaseTexture();
         return;
@@ -40,13 +40,13 @@ void CaptionOverlay::draw(SDL_Renderer* renderer, const SDL_Rect& picture) {
     }
 }
 
-void CaptionOverlay::provideTexture(SDL_Renderer* renderer, int width, int height) {
+void TextOverlay::provideTexture(SDL_Renderer* renderer, int width, int height) {
     releaseTexture();
     mDrawn = true;
     mPictureWidth = width;
     mPictureHeight = height;
-    CaptionBitmap bitmap;
-    if (!mRasterizer.rasterize(mText, width, height, &bitmap)) {
+    TextBitmap bitmap;
+    if (!mRasterizer.rasterize(mText, mPlace, width, height, &bitmap)) {
         return;
     }
     mX = bitmap.x;
@@ -61,7 +61,7 @@ void CaptionOverlay::provideTexture(SDL_Renderer* renderer, int width, int heigh
     }
 }
 
-void CaptionOverlay::releaseTexture() {
+void TextOverlay::releaseTexture() {
     if (mTexture != nullptr) {
         SDL_DestroyTexture(mTexture);
         mTexture = nullptr;

@@ -1,8 +1,10 @@
-#include "CaptionRasterizer.h"
+#include "TextRasterizer.h"
 
 #include <ass/ass.h>
 
 #include <algorithm>
+#include <array>
+#include <climits>
 #include <cstdio>
 #include <utility>
 
@@ -14,7 +16,10 @@ constexpr int ROW_CHARACTERS = 32;
 
 // Sizes are given for a picture of 1080 rows and scaled by libass.
 constexpr int SCRIPT_HEIGHT = 1080;
-constexpr int FONT_SIZES[] = {60, 40, 24, 12};  // the largest that fits is taken
+constexpr std::array FONT_SIZES = {60, 40, 24, 12};  // the largest that fits is taken
+constexpr std::array SMALL_FONT_SIZES = {44, 32, 24, 12};
+constexpr int BOTTOM_CENTRE = 2;  // alignments of the format
+constexpr int TOP_LEFT = 7;
 constexpr uint32_t TEXT_COLOUR = 0xFFFFFF;
 constexpr int BOX_PADDING = 12;
 constexpr int SAFE_AREA_DIVISOR = 20;  // of width and height, on each side
@@ -23,7 +28,7 @@ struct TrackDeleter {
     void operator()(ASS_Track* track) const { ass_free_track(track); }
 };
 
-std::string headerFor(int pictureWidth, int pictureHeight, int fontSize) {
+std::string headerFor(TextPlace place, int pictureWidth, int pictureHeight, int fontSize) {
     const int64_t width = std::max<int64_t>(int64_t{SCRIPT_HEIGHT} * pictureWidth / pictureHeight,
                                             4 * SAFE_AREA_DIVISOR);
     const auto sideMargin = static_cast<int>(width / SAFE_AREA_DIVISOR + BOX_PADDING);
@@ -35,11 +40,12 @@ std::string headerFor(int pictureWidth, int pictureHeight, int fontSize) {
              "Format: Name, Fontname, Fontsize, PrimaryColour, OutlineColour, BackColour, "
              "BorderStyle, Outline, Shadow, Alignment, MarginL, MarginR, MarginV\n"
              // A box around the whole, three quarters opaque; its padding is the "shadow".
-             "Style: Default,sans-serif,%d,&H00%06X,&H00000000,&H40000000,4,2,%d,2,%d,%d,%d\n"
+             "Style: Default,sans-serif,%d,&H00%06X,&H00000000,&H40000000,4,2,%d,%d,%d,%d,%d\n"
              "[Events]\n"
              "Format: Layer, Start, End, Style, Name, MarginL, MarginR, MarginV, Effect, Text\n",
-             static_cast<int>(width), SCRIPT_HEIGHT, fontSize, TEXT_COLOUR, BOX_PADDING, sideMargin,
-             sideMargin, SCRIPT_HEIGHT / SAFE_AREA_DIVISOR + BOX_PADDING);
+             static_cast<int>(width), SCRIPT_HEIGHT, fontSize, TEXT_COLOUR, BOX_PADDING,
+             place == TextPlace::BOTTOM ? BOTTOM_CENTRE : TOP_LEFT, sideMargin, sideMargin,
+             SCRIPT_HEIGHT / SAFE_AREA_DIVISOR + BOX_PADDING);
     return text;
 }
 
@@ -63,7 +69,7 @@ uint32_t over(uint32_t below, uint32_t colour, uint32_t alpha) {
     return result;
 }
 
-void blend(const ASS_Image& image, CaptionBitmap* bitmap) {
+void blend(const ASS_Image& image, TextBitmap* bitmap) {
     const uint32_t colour = image.color >> 8;  // red, green, blue
     const uint32_t opacity = 255 - (image.color & 0xFF);
     for (int y = 0; y < image.h; ++y) {
@@ -78,7 +84,7 @@ void blend(const ASS_Image& image, CaptionBitmap* bitmap) {
 }
 
 // Makes the bitmap as large as all images together.
-void cover(const ASS_Image* images, CaptionBitmap* bitmap) {
+void cover(const ASS_Image* images, TextBitmap* bitmap) {
     int left = images->dst_x;
     int top = images->dst_y;
     int right = left;
@@ -108,7 +114,8 @@ bool hasCharacters(const ASS_Image* images) {
 
 }  // namespace
 
-std::string assTextOf(const std::string& utf8) {
+std::string assTextOf(const std::string& utf8, TextPlace place) {
+    const int rowCharacters = place == TextPlace::BOTTOM ? ROW_CHARACTERS : INT_MAX;
     std::string text;
     int column = 0;
     const size_t end = utf8.find_last_not_of('\n') + 1;  // 0 when there is nothing else
@@ -123,7 +130,7 @@ std::string assTextOf(const std::string& utf8) {
         if (value < 0x20 || value == 0x7F) {
             continue;
         }
-        if ((value & 0xC0) != 0x80 && column++ == ROW_CHARACTERS) {
+        if ((value & 0xC0) != 0x80 && column++ == rowCharacters) {
             text += "\\N";
             column = 1;
         }
@@ -138,15 +145,15 @@ std::string assTextOf(const std::string& utf8) {
     return text;
 }
 
-void CaptionRasterizer::LibraryDeleter::operator()(ass_library* library) const {
+void TextRasterizer::LibraryDeleter::operator()(ass_library* library) const {
     ass_library_done(library);
 }
 
-void CaptionRasterizer::RendererDeleter::operator()(ass_renderer* renderer) const {
+void TextRasterizer::RendererDeleter::operator()(ass_renderer* renderer) const {
     ass_renderer_done(renderer);
 }
 
-CaptionRasterizer::CaptionRasterizer() : mLibrary(ass_library_init()) {
+TextRasterizer::TextRasterizer() : mLibrary(ass_library_init()) {
     if (mLibrary == nullptr) {
         return;
     }
@@ -159,18 +166,18 @@ CaptionRasterizer::CaptionRasterizer() : mLibrary(ass_library_init()) {
     }
 }
 
-CaptionRasterizer::~CaptionRasterizer() = default;
+TextRasterizer::~TextRasterizer() = default;
 
-bool CaptionRasterizer::rasterize(const std::string& utf8, int pictureWidth, int pictureHeight,
-                                  CaptionBitmap* bitmap) {
+bool TextRasterizer::rasterize(const std::string& utf8, TextPlace place, int pictureWidth,
+                               int pictureHeight, TextBitmap* bitmap) {
     *bitmap = {};
     if (isBlank(utf8) || mRenderer == nullptr || pictureWidth < 1 || pictureHeight < 1) {
         return false;
     }
-    const std::string text = assTextOf(utf8);
+    const std::string text = assTextOf(utf8, place);
     ass_set_frame_size(mRenderer.get(), pictureWidth, pictureHeight);
-    for (const int fontSize : FONT_SIZES) {
-        if (!draw(headerFor(pictureWidth, pictureHeight, fontSize), text, bitmap)) {
+    for (const int fontSize : place == TextPlace::BOTTOM ? FONT_SIZES : SMALL_FONT_SIZES) {
+        if (!draw(headerFor(place, pictureWidth, pictureHeight, fontSize), text, bitmap)) {
             return false;
         }
         if (bitmap->width <= pictureWidth - 2 * (pictureWidth / SAFE_AREA_DIVISOR)) {
@@ -183,7 +190,7 @@ bool CaptionRasterizer::rasterize(const std::string& utf8, int pictureWidth, int
     return true;
 }
 
-bool CaptionRasterizer::draw(std::string header, const std::string& text, CaptionBitmap* bitmap) {
+bool TextRasterizer::draw(std::string header, const std::string& text, TextBitmap* bitmap) {
     const std::unique_ptr<ASS_Track, TrackDeleter> track(ass_new_track(mLibrary.get()));
     if (track == nullptr) {
         return false;
@@ -195,7 +202,7 @@ bool CaptionRasterizer::draw(std::string header, const std::string& text, Captio
     if (!hasCharacters(images)) {
         if (!std::exchange(mFontMissed, true)) {
             fprintf(stderr,
-                    "orvplay: captions cannot be shown: no font has their characters; "
+                    "orvplay: texts cannot be shown: no font has their characters; "
                     "install fonts-dejavu-core\n");
         }
         return false;

@@ -1,4 +1,4 @@
-#include "CaptionRasterizer.h"
+#include "TextRasterizer.h"
 
 #include <gtest/gtest.h>
 
@@ -13,7 +13,7 @@ namespace {
 
 const std::string FULL_ROW(32, 'x');
 
-TEST(CaptionRasterizerTest, TextHasNoCommandsAndFullRowsEnd) {
+TEST(TextRasterizerTest, TextHasNoCommandsAndFullRowsEnd) {
     struct {
         std::string text;
         std::string ass;
@@ -31,14 +31,14 @@ TEST(CaptionRasterizerTest, TextHasNoCommandsAndFullRowsEnd) {
         {std::string("a\0b\r\tc", 6), "abc"},
     };
     for (const auto& test : cases) {
-        EXPECT_EQ(assTextOf(test.text), test.ass);
+        EXPECT_EQ(assTextOf(test.text, TextPlace::BOTTOM), test.ass);
     }
 }
 
 // Whatever the text and the size of the picture, the drawing stays in the safe area; where the
 // text is blank there is none.
-TEST(CaptionRasterizerTest, StaysInTheSafeArea) {
-    CaptionRasterizer rasterizer;
+TEST(TextRasterizerTest, StaysInTheSafeArea) {
+    TextRasterizer rasterizer;
     const struct {
         int width;
         int height;
@@ -50,39 +50,43 @@ TEST(CaptionRasterizerTest, StaysInTheSafeArea) {
     for (const auto& size : sizes) {
         for (const std::string& text : texts) {
             SCOPED_TRACE(std::to_string(size.width) + " " + text);
-            CaptionBitmap bitmap;
-            const bool drawn = rasterizer.rasterize(text, size.width, size.height, &bitmap);
-            EXPECT_EQ(drawn, !bitmap.pixels.empty());
-            if (!drawn || size.width < 320) {
-                continue;
+            for (const TextPlace place : {TextPlace::BOTTOM, TextPlace::CORNER}) {
+                TextBitmap bitmap;
+                const bool drawn =
+                    rasterizer.rasterize(text, place, size.width, size.height, &bitmap);
+                EXPECT_EQ(drawn, !bitmap.pixels.empty());
+                if (!drawn || size.width < 320) {
+                    continue;
+                }
+                EXPECT_GE(bitmap.x + 2, size.width / 20);
+                EXPECT_LE(bitmap.x + bitmap.width, size.width * 19 / 20 + 2);
+                EXPECT_GE(bitmap.y, size.height / 20 - 2);
+                EXPECT_LE(bitmap.y + bitmap.height, size.height * 19 / 20 + 2);
+                EXPECT_EQ(bitmap.y < size.height / 2, place == TextPlace::CORNER);
             }
-            EXPECT_GE(bitmap.x + 2, size.width / 20);
-            EXPECT_LE(bitmap.x + bitmap.width, size.width * 19 / 20 + 2);
-            EXPECT_GE(bitmap.y, size.height / 20);
-            EXPECT_LE(bitmap.y + bitmap.height, size.height * 19 / 20 + 2);
         }
     }
-    CaptionBitmap bitmap;
+    TextBitmap bitmap;
     for (const char* blank : {"", " \n  \n"}) {
-        EXPECT_FALSE(rasterizer.rasterize(blank, 1920, 1080, &bitmap));
+        EXPECT_FALSE(rasterizer.rasterize(blank, TextPlace::BOTTOM, 1920, 1080, &bitmap));
     }
-    EXPECT_FALSE(rasterizer.rasterize("text", 0, 0, &bitmap));
-    ASSERT_TRUE(rasterizer.rasterize("text", 1920, 1080, &bitmap));
+    EXPECT_FALSE(rasterizer.rasterize("text", TextPlace::BOTTOM, 0, 0, &bitmap));
+    ASSERT_TRUE(rasterizer.rasterize("text", TextPlace::BOTTOM, 1920, 1080, &bitmap));
     EXPECT_EQ(bitmap.pixels.front() >> 24, 0xFFU - 0x40U) << "the box lets the picture through";
     EXPECT_EQ(bitmap.pixels.front() & 0xFFFFFF, 0U);
     EXPECT_NE(std::count(bitmap.pixels.begin(), bitmap.pixels.end(), 0xFFFFFFFF), 0);
 }
 
-TEST(CaptionRasterizerTest, WithoutAFontSaysSoOnce) {
+TEST(TextRasterizerTest, WithoutAFontSaysSoOnce) {
     const std::string nothing = "<?xml version=\"1.0\"?><fontconfig></fontconfig>";
     const orvtest::TempFile configuration({nothing.begin(), nothing.end()});
     setenv("FONTCONFIG_FILE", configuration.path().c_str(), 1);
-    CaptionRasterizer rasterizer;
+    TextRasterizer rasterizer;
     unsetenv("FONTCONFIG_FILE");
     testing::internal::CaptureStderr();
-    CaptionBitmap bitmap;
-    EXPECT_FALSE(rasterizer.rasterize("text", 1920, 1080, &bitmap));
-    EXPECT_FALSE(rasterizer.rasterize("more", 1920, 1080, &bitmap));
+    TextBitmap bitmap;
+    EXPECT_FALSE(rasterizer.rasterize("text", TextPlace::BOTTOM, 1920, 1080, &bitmap));
+    EXPECT_FALSE(rasterizer.rasterize("more", TextPlace::BOTTOM, 1920, 1080, &bitmap));
     const std::string said = testing::internal::GetCapturedStderr();
     EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 1) << said;
     EXPECT_NE(said.find("no font has"), std::string::npos) << said;
