@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace orvplay {
 
@@ -31,6 +32,34 @@ struct PlayOptions : StreamOptions, ServiceOptions {
     double durationS = 0.0;   // from the first picture; 0: to the end
     std::string captionsOut;  // file for the captions, its format by its name; empty: none
     std::string snapshot;     // PNG of the screen at the end; empty: none
+    std::string record;       // record what plays, called so, "-": by its channel; empty: not
+    int storage = 0;          // for the recording
+};
+
+struct RecordOptions : StreamOptions, ServiceOptions {
+    std::string name;        // what the recording is called besides its channel
+    int storage = 0;         // by the service's number
+    double durationS = 0.0;  // 0: to the end
+    bool json = false;
+};
+
+struct RecordSwitchOptions {
+    bool start = true;
+    std::string name;
+    std::optional<int> storage;  // else as that player was told
+    bool discard = false;        // at the stop
+    int player = 0;              // process number; 0: the one that runs
+};
+
+struct RecordingsOptions : ServiceOptions {
+    enum class Action { LIST, SHOW, REMOVE, IMPORT };
+    Action action = Action::LIST;
+    std::vector<int> numbers;
+    std::string file;  // to import
+    std::string channel;
+    std::string name;
+    int storage = 0;
+    bool json = false;
 };
 
 struct SnapshotOptions : StreamOptions, ServiceOptions {

@@ -163,7 +163,7 @@ void PictureOutput::keepLast(const orvhost::AcquiredBuffer& picture) {
     mLast = picture;
 }
 
-void PictureOutput::awaitFirst(std::chrono::milliseconds timeout) const {
+void PictureOutput::awaitFirst(std::chrono::nanoseconds timeout) const {
     std::unique_lock<std::mutex> guard(mLock);
     mFirst.wait_for(guard, timeout, [this] { return mFigures.frames > 0; });
 }

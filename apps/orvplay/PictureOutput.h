@@ -67,7 +67,7 @@ public:
 
     Figures figures() const;
     // Waits for the first picture, at most so long.
-    void awaitFirst(std::chrono::milliseconds timeout) const;
+    void awaitFirst(std::chrono::nanoseconds timeout) const;
     // The user closed the window or asked to quit.
     bool quitRequested() const { return mQuitRequested; }
     // How often the user asked for this since the last call.

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <thread>
 
+#include "HumanText.h"
 #include "Interrupt.h"
 #include "MonotonicTime.h"
 #include "ServiceChoice.h"
@@ -23,27 +24,36 @@ namespace orvplay {
 
 namespace {
 
-constexpr std::chrono::milliseconds LOOK{100};
+constexpr int64_t LOOK_NS = 100'000'000;
 constexpr double LONGEST_S = 1e9;
 constexpr std::chrono::seconds ANSWER_TOLD{2};  // it came already
 constexpr int64_t RESTART_NS = 10'000'000'000;
 // Outputs that open at all open sooner, even where sound was announced with the wrong framing.
 constexpr int64_t HINT_NS = 6'000'000'000;
 constexpr int SCRAMBLED = 0x21003;
+// The player tells the end of a recording itself; after so much more silence it is taken for
+// granted.
+constexpr int64_t LATE_END_NS = 5'000'000'000;
 
 }  // namespace
 
 PlayRun::PlayRun(const PlayOptions& options)
-    : mOptions(options), mEvents(options.json), mStill(options.snapshot) {}
+    : mOptions(options), mStreams(options), mEvents(options.json), mStill(options.snapshot) {}
 
 int PlayRun::run() {
     mSession = std::make_unique<PlayerSession>(mOptions, callbacks());
     std::string error;
     if (!mSession->connect(&error)) {
-        return fail(EXIT_SERVICE, error);
+        return mMessages.fail(EXIT_SERVICE, error);
+    }
+    if (const int code = findSource(); code != EXIT_OK) {
+        return code;
     }
     if (const int code = tune(); code != EXIT_OK) {
         return code;
+    }
+    if (!mServer.open(&error)) {
+        mMessages.say(error + "; other commands cannot reach this player");
     }
     if (!openCaptionFile() || !openOutputs()) {
         return EXIT_FAILED;  // what failed said why
@@ -51,7 +61,8 @@ int PlayRun::run() {
     if (const int code = play(); code != EXIT_OK) {
         return code;
     }
-    if (mSelection.videoPid == 0 || mSelection.audioPid == 0) {
+    if (mSource.kind != SourceKind::MEDIA &&
+        (mSelection.videoPid == 0 || mSelection.audioPid == 0)) {
         hint(missingStream());
     }
     watch();
@@ -62,6 +73,7 @@ orvclient::Callbacks PlayRun::callbacks() {
     orvclient::Callbacks callbacks;
     mService.subscribe(&callbacks);
     mStill.subscribe(&callbacks);
+    mRecording.subscribe(&callbacks);
     callbacks.onOpened = [this](int result) {
         mEvents.write("openUriComplete", {{"result", result}});
         mAnswers.release();
@@ -74,11 +86,26 @@ orvclient::Callbacks PlayRun::callbacks() {
         mEvents.write("onError", {{"code", code}});
         mError = code;
     };
+    callbacks.onTime = [this](int seconds) {
+        mEvents.write("onTimeUpdate", {{"seconds", seconds}});
+    };
+    callbacks.onEnd = [this] {
+        mEvents.write("onEndOfContent");
+        mEndOfContent = true;
+    };
     callbacks.onAudioSession = [this](int id) { mEvents.write("onAudioSessionId", {{"id", id}}); };
     callbacks.onCaption = [this](const std::string& utf8, int64_t pcr90k) {
         onCaption(utf8, pcr90k);
     };
     return callbacks;
+}
+
+int PlayRun::findSource() {
+    mSource.path = mOptions.source;
+    if (isMediaFile(mOptions.source)) {
+        mSource.kind = SourceKind::MEDIA;
+    }
+    return EXIT_OK;
 }
 
 orvhost::TuneOptions PlayRun::tuning() const {
@@ -88,16 +115,17 @@ orvhost::TuneOptions PlayRun::tuning() const {
 }
 
 int PlayRun::tune() {
-    const int code = tuneTo(mSession->tuner(), mOptions, tuning(), &mSelection);
-    mCaptionsShown = mSelection.captionPid != 0;
-    return code;
+    return mSource.kind == SourceKind::MEDIA
+               ? EXIT_OK
+               : tuneTo(mSession->tuner(), mStreams, tuning(), &mSelection);
 }
 
 bool PlayRun::openOutputs() {
     std::unique_ptr<Display> display;
     if (!mOptions.headless) {
-        const std::string name =
-            mSelection.serviceName.empty() ? mOptions.source : mSelection.serviceName;
+        const std::string name = !mSource.title.empty()            ? mSource.title
+                                 : !mSelection.serviceName.empty() ? mSelection.serviceName
+                                                                   : mOptions.source;
         std::string error;
         display = createWindow(name + " - OrvPlayer", &error);
         if (display == nullptr) {
@@ -107,25 +135,39 @@ bool PlayRun::openOutputs() {
     }
     mPictures =
         std::make_unique<PictureOutput>(mQueue.halves().consumer(), std::move(display), mSync);
+    const PlayParts parts{*mSession,
+                          *mPictures,
+                          mEvents,
+                          mSummary,
+                          mMessages,
+                          [this] { askService(true); },
+                          [this] { return playAgain(); }};
+    mControl.emplace(parts, mSource, mSelection, mRecording, mOptions.storage);
     return mPictures->start();
 }
 
 int PlayRun::play() {
     if (const Status status = open(); !status.ok()) {
-        return failed(status, "the player cannot set up these streams",
-                      "; ORV_TRACE=info shows why");
+        return mMessages.failed(*mSession, status, "the player cannot set up these streams",
+                                "; ORV_TRACE=info shows why");
     }
     mEvents.begin();
     mSummary.begin();
     if (const Status status = start(); !status.ok()) {
-        return failed(status, "the player cannot start");
+        return mMessages.failed(*mSession, status, "the player cannot start");
+    }
+    if (!mOptions.record.empty()) {
+        const std::string name = mOptions.record != "-" ? mOptions.record : "";
+        if (const Status status = mControl->startRecording(name, mOptions.storage); !status.ok()) {
+            mMessages.say("nothing is recorded: " + status.message);
+        }
     }
     return EXIT_OK;
 }
 
 Status PlayRun::open() {
     mIsOpen = true;
-    const Status status = mSession->open(mSelection, &mQueue, mOptions.audio);
+    const Status status = mSession->open(mSource, mSelection, &mQueue, mOptions.audio);
     awaitAnswer(status);
     return status;
 }
@@ -134,6 +176,11 @@ Status PlayRun::start() {
     const Status status = mSession->start();
     awaitAnswer(status);
     return status;
+}
+
+Status PlayRun::playAgain() {
+    const Status status = open();
+    return status.ok() ? start() : status;
 }
 
 // What the player answered is told as an event, in its place among the others, before anything is
@@ -148,29 +195,35 @@ void PlayRun::watch() {
     while ((mOutcome = look()) == Outcome::GO_ON) {
         awaitNextLook();
     }
-    mStatus.clear();
+    mMessages.line().clear();
 }
 
 // The first picture is told at once.
-void PlayRun::awaitNextLook() const {
+void PlayRun::awaitNextLook() {
+    int64_t leftNs = LOOK_NS;
     if (!mFirstPictureReported) {
-        mPictures->awaitFirst(LOOK);
-        return;
+        mPictures->awaitFirst(std::chrono::nanoseconds(LOOK_NS));
+        leftNs = 0;
+    } else if (mEndNs != 0) {
+        leftNs = std::clamp<int64_t>(mEndNs - monotonicNs(), 0, LOOK_NS);
     }
-    const std::chrono::nanoseconds left(mEndNs != 0 ? mEndNs - monotonicNs() : INT64_MAX);
-    std::this_thread::sleep_for(std::min<std::chrono::nanoseconds>(left, LOOK));
+    mServer.wait(leftNs, [this](int connection, const nlohmann::json& request) {
+        mServer.answer(connection, mControl->serve(request));
+    });
 }
 
 PlayRun::Outcome PlayRun::look() {
     askService(false);
     const PictureOutput::Figures figures = mPictures->figures();
     reportFirstPicture(figures);
+    mControl->look(figures);
     updateStatus(figures);
-    if (!mHinted && !outputsOpened(figures) && monotonicNs() - mEvents.beginNs() > HINT_NS) {
+    if (mSource.kind != SourceKind::MEDIA && !mHinted && !mControl->transport().isPaused() &&
+        !outputsOpened(figures) && monotonicNs() - mEvents.beginNs() > HINT_NS) {
         hint(missingStream());
     }
     if (Interrupt::takeDumpRequest()) {
-        mStatus.clear();
+        mMessages.line().clear();
         mSession->player().dump(STDERR_FILENO);
     }
     if (Interrupt::requested()) {
@@ -198,11 +251,25 @@ PlayRun::Outcome PlayRun::lookAtService() {
     if (const Outcome outcome = lookAtErrors(); outcome != Outcome::GO_ON) {
         return outcome;
     }
-    if (const Outcome outcome = lookAtKeys(); outcome != Outcome::GO_ON) {
+    if (const Outcome outcome = outcomeOf(mControl->lookAtKeys(), "the player cannot go on");
+        outcome != Outcome::GO_ON) {
         return outcome;
     }
+    mRecording.look(mSession->player());
+    return lookAtEnd();
+}
+
+// A broadcast ends with its source; a recording or a media file when the player says so.
+PlayRun::Outcome PlayRun::lookAtEnd() {
+    if (mEndOfContent) {
+        return Outcome::FINISHED;
+    }
+    if (mControl->transport().isPaused() || mSource.kind == SourceKind::MEDIA) {
+        return Outcome::GO_ON;
+    }
+    const bool isLive = mSource.kind == SourceKind::LIVE;
     if (mSourceEnd.drained(monotonicNs(), mSession->sourceEnded(),
-                           mSession->figures().lastFrameTimedNs)) {
+                           mSession->figures().lastFrameTimedNs, isLive ? 0 : LATE_END_NS)) {
         mEvents.write("onEndOfContent");
         return Outcome::FINISHED;
     }
@@ -217,20 +284,24 @@ PlayRun::Outcome PlayRun::lookAtService() {
 PlayRun::Outcome PlayRun::replaceService() {
     const uint64_t frames = mSession->figures().framesTimed;
     const std::string message = mSession->lostMessage();
+    if (mSource.kind == SourceKind::MEDIA) {
+        // The service ends when its media player cannot go on.
+        return giveUp(mMessages.fail(mPictures->figures().frames > 0 || mSession->figures().heard
+                                         ? EXIT_PLAYBACK
+                                         : EXIT_SOURCE,
+                                     mSource.path + ": the media player cannot play this; " +
+                                         "is it a media file, and whole?"));
+    }
     if (mFramesAtReplacement == frames || !mSession->replaceLost()) {
-        return giveUp(fail(EXIT_SERVICE, message));
+        return giveUp(mMessages.fail(EXIT_SERVICE, message));
     }
     mFramesAtReplacement = frames;
-    say("the player service ended by itself; another one goes on");
-    const orvhost::TuneResult tuned = mSession->tuner().tune(mOptions.source, tuning());
+    mMessages.say("the player service ended by itself; another one goes on");
+    const orvhost::TuneResult tuned = mSession->tuner().tune(mSource.path, tuning());
     if (!tuned.ok()) {
-        return giveUp(fail(exitCodeOf(tuned.status), tuned.message));
+        return giveUp(mMessages.fail(exitCodeOf(tuned.status), tuned.message));
     }
-    Status status = open();
-    if (status.ok()) {
-        status = start();
-    }
-    return outcomeOf(status, "the player cannot go on");
+    return outcomeOf(playAgain(), "the player cannot go on");
 }
 
 bool PlayRun::outputsOpened(const PictureOutput::Figures& figures) const {
@@ -253,12 +324,7 @@ std::string PlayRun::missingStream() const {
 
 void PlayRun::hint(const std::string& reason) {
     mHinted = true;
-    say(reason + "; playback begins 17 s after the start");
-}
-
-void PlayRun::say(const std::string& message) {
-    mStatus.clear();
-    fprintf(stderr, "orvplay: %s\n", message.c_str());
+    mMessages.say(reason + "; playback begins 17 s after the start");
 }
 
 // A scrambled picture stops the player's video. Bit errors look the same: after a stretch of good
@@ -272,69 +338,14 @@ PlayRun::Outcome PlayRun::lookAtErrors() {
     const int64_t now = monotonicNs();
     const uint64_t frames = mSession->figures().framesTimed;
     if (frames == mFramesAtRestart || (mLastRestartNs != 0 && now - mLastRestartNs < RESTART_NS)) {
-        return giveUp(
-            fail(EXIT_PLAYBACK, "the service is scrambled; choose a clear one (orvplay probe " +
-                                    mOptions.source + ")"));
+        return giveUp(mMessages.fail(
+            EXIT_PLAYBACK, "the service is scrambled; choose a clear one (orvplay probe " +
+                               mOptions.source + ")"));
     }
     mLastRestartNs = now;
     mFramesAtRestart = frames;
     mSession->player().stop();
     return outcomeOf(start(), "the player cannot start again");
-}
-
-PlayRun::Outcome PlayRun::lookAtKeys() {
-    Outcome outcome = Outcome::GO_ON;
-    for (int left = mPictures->takeAudioRequests(); left > 0 && outcome == Outcome::GO_ON; --left) {
-        outcome = changeSound();
-    }
-    for (int left = mPictures->takeCaptionRequests(); left > 0; --left) {
-        changeCaptions();
-    }
-    return outcome;
-}
-
-void PlayRun::changeCaptions() {
-    const Track* next = mSelection.nextCaptions(mCaptionsShown);
-    if (next != nullptr && next->pid != mSelection.captionPid) {
-        if (!mSession->player().setCaptionPid(next->pid).ok()) {
-            say("the captions cannot be changed to " + describe(*next));
-            return;
-        }
-        mSelection.captionPid = next->pid;
-        mPictures->showCaption("");
-    }
-    mCaptionsShown = next != nullptr;
-    mPictures->setCaptionsVisible(mCaptionsShown);
-    say(next != nullptr               ? "captions: " + describe(*next)
-        : mSelection.captions.empty() ? "the service has no captions"
-                                      : "captions: off");
-}
-
-// The decoder keeps the coding that it was made for: sound of another coding needs another player.
-PlayRun::Outcome PlayRun::changeSound() {
-    const Track* next = mSelection.nextSound();
-    if (next == nullptr) {
-        say("the service has no other sound");
-        return Outcome::GO_ON;
-    }
-    const bool sameCoding = mSelection.audioPid != 0 && next->kind == mSelection.audioKind;
-    const Track track = *next;
-    if (sameCoding && mSession->player().setAudioPid(track.pid).ok()) {
-        mSelection.audioPid = track.pid;
-    } else {
-        mSession->player().stop();
-        mSelection.audioPid = track.pid;
-        mSelection.audioKind = track.kind;
-        Status status = open();
-        if (status.ok()) {
-            status = start();
-        }
-        if (!status.ok()) {
-            return outcomeOf(status, "the player cannot change to the sound, " + describe(track));
-        }
-    }
-    say("sound: " + describe(track));
-    return Outcome::GO_ON;
 }
 
 void PlayRun::reportFirstPicture(const PictureOutput::Figures& figures) {
@@ -354,19 +365,24 @@ void PlayRun::reportFirstPicture(const PictureOutput::Figures& figures) {
 }
 
 void PlayRun::updateStatus(const PictureOutput::Figures& figures) {
-    const std::string state = mService.text();
-    if (figures.frames == 0) {
-        mStatus.show("waiting for the first picture ... " + state);
+    std::string state = mService.text();
+    if (mSession->player().isRecording()) {
+        state += (state.empty() ? "" : "  ") + ("recording " + mRecording.lengthText());
+    }
+    std::string time = mControl->transport().position();
+    if (figures.frames == 0 && (time.empty() || !mSession->figures().heard)) {
+        mMessages.line().show("waiting for the first picture ... " + state);
         return;
     }
-    const auto seconds =
-        static_cast<int>((figures.lastFrameNs - figures.firstFrameNs) / 1'000'000'000);
+    if (time.empty()) {
+        time = timeText((figures.lastFrameNs - figures.firstFrameNs) / 1'000'000);
+    }
     char text[160];
-    snprintf(text, sizeof text, "%02d:%02d:%02d  %dx%d%c  %llu pictures  skew %+.0f ms",
-             seconds / 3600, seconds / 60 % 60, seconds % 60, figures.width, figures.height,
+    snprintf(text, sizeof text, "%s%s  %dx%d%c  %llu pictures  skew %+.0f ms", time.c_str(),
+             mControl->transport().isPaused() ? "  paused" : "", figures.width, figures.height,
              figures.interlaced ? 'i' : 'p', static_cast<unsigned long long>(figures.frames),
              mSync.skew().meanMs());
-    mStatus.show(std::string(text) + (state.empty() ? "" : "  " + state));
+    mMessages.line().show(std::string(text) + (state.empty() ? "" : "  " + state));
 }
 
 int PlayRun::finish() {
@@ -375,13 +391,17 @@ int PlayRun::finish() {
     const bool canAsk = mPictures->figures().frames > 0 && mOutcome != Outcome::FAILED;
     mStill.take(canAsk ? &mSession->player() : nullptr);
     if (!mSession->isLost()) {
+        if (mSession->player().isRecording()) {
+            mControl->stopRecording(true);
+        }
         const Status status = mSession->player().stop();
         if (!status.ok() && mOutcome != Outcome::FAILED) {
-            mFailure = failed(status, "the player did not stop cleanly");
+            mFailure = mMessages.failed(*mSession, status, "the player did not stop cleanly");
         }
     }
     const bool nothingCame = mSourceEnd.seen() && !outputsOpened(mPictures->figures());
     const std::string missing = missingStream();
+    mControl.reset();
     mSession = nullptr;  // no event comes after this: the summary is the last line
     mPictures->stop();
     const PictureOutput::Figures figures = mPictures->figures();
@@ -391,19 +411,27 @@ int PlayRun::finish() {
     if (!mEvents.enabled()) {
         fputs(mSummary.toText(figures, mSync).c_str(), stdout);
     }
+    return exitCode(nothingCame, missing, filesSaved);
+}
+
+int PlayRun::exitCode(bool nothingCame, const std::string& missing, bool filesSaved) {
     if (mOutcome == Outcome::FAILED) {
         return mFailure;
+    }
+    if (mRecording.hasFailed()) {
+        return EXIT_RECORDING;
     }
     if (mOutcome == Outcome::INTERRUPTED) {
         return EXIT_INTERRUPTED;
     }
     if (nothingCame) {
-        return fail(EXIT_NO_DATA, mOptions.source + ": ended before playback began: " + missing +
-                                      "; see: orvplay probe " + mOptions.source);
+        return mMessages.fail(EXIT_NO_DATA, mOptions.source +
+                                                ": ended before playback began: " + missing +
+                                                "; see: orvplay probe " + mOptions.source);
     }
     if (const int error = mEvents.writeError(); error != 0 && error != EPIPE) {
-        return fail(EXIT_FAILED,
-                    std::string("standard output cannot be written: ") + strerror(error));
+        return mMessages.fail(EXIT_FAILED,
+                              std::string("standard output cannot be written: ") + strerror(error));
     }
     return mFailure != EXIT_OK ? mFailure : filesSaved ? EXIT_OK : EXIT_FAILED;
 }
@@ -415,7 +443,8 @@ bool PlayRun::openCaptionFile() {
     mCaptionFile = std::make_unique<CaptionFile>(*captionFormatOf(mOptions.captionsOut));
     const int error = mCaptionFile->open(mOptions.captionsOut);
     if (error != 0) {
-        fail(EXIT_FAILED, mOptions.captionsOut + ": cannot be written: " + strerror(error));
+        mMessages.fail(EXIT_FAILED,
+                       mOptions.captionsOut + ": cannot be written: " + strerror(error));
     }
     return error == 0;
 }
@@ -440,31 +469,17 @@ void PlayRun::onCaption(const std::string& utf8, int64_t pcr90k) {
 bool PlayRun::finishCaptionFile() {
     const int error = mCaptionFile != nullptr ? mCaptionFile->finish() : 0;
     if (error != 0) {
-        fail(EXIT_FAILED, mOptions.captionsOut + ": cannot be written: " + strerror(error));
+        mMessages.fail(EXIT_FAILED,
+                       mOptions.captionsOut + ": cannot be written: " + strerror(error));
     }
     return error == 0;
 }
 
-int PlayRun::fail(ExitCode code, const std::string& message) {
-    say(message);
-    return code;
-}
-
-// A command failed: the player refused it, or the service ended or does not answer.
-int PlayRun::failed(const Status& status, const std::string& what, const char* advice) {
-    if (status.code == Status::LOST) {
-        return fail(EXIT_SERVICE, mSession->lostMessage(status.message));
-    }
-    if (status.code == Status::TIMEOUT) {
-        return fail(EXIT_SERVICE, status.message);
-    }
-    return fail(EXIT_PLAYBACK, what + " (code " + std::to_string(status.code) + ")" + advice);
-}
-
-// The same while playing. That the service ended is for the next look.
+// A command while playing. That the service ended is for the next look.
 PlayRun::Outcome PlayRun::outcomeOf(const Status& status, const std::string& what) {
-    return status.ok() || status.code == Status::LOST ? Outcome::GO_ON
-                                                      : giveUp(failed(status, what));
+    return status.ok() || status.code == Status::LOST
+               ? Outcome::GO_ON
+               : giveUp(mMessages.failed(*mSession, status, what));
 }
 
 PlayRun::Outcome PlayRun::giveUp(int code) {

@@ -10,17 +10,21 @@
 #include <string>
 
 #include "CaptionFile.h"
+#include "ControlSocket.h"
 #include "EndStill.h"
 #include "EventLog.h"
 #include "ExitCode.h"
+#include "Messages.h"
 #include "Options.h"
 #include "PictureOutput.h"
+#include "PlayControl.h"
+#include "PlaySource.h"
 #include "PlayerSession.h"
+#include "RecordingControl.h"
 #include "RunSummary.h"
 #include "ServiceState.h"
 #include "SoundMeter.h"
 #include "SourceEnd.h"
-#include "StatusLine.h"
 #include "StreamSelection.h"
 #include "SyncMeter.h"
 
@@ -40,57 +44,59 @@ private:
     enum class Outcome { GO_ON, FINISHED, INTERRUPTED, FAILED };
 
     orvclient::Callbacks callbacks();
+    int findSource();
     orvhost::TuneOptions tuning() const;
     int tune();
     bool openOutputs();
     int play();
     orvclient::Status open();
     orvclient::Status start();
+    orvclient::Status playAgain();
     void awaitAnswer(const orvclient::Status& status);
     void watch();
-    void awaitNextLook() const;
+    void awaitNextLook();
     Outcome look();
     void askService(bool urgent);
     Outcome lookAtService();
     Outcome lookAtErrors();
-    Outcome lookAtKeys();
-    Outcome changeSound();
-    void changeCaptions();
+    Outcome lookAtEnd();
     Outcome replaceService();
     void reportFirstPicture(const PictureOutput::Figures& figures);
     void updateStatus(const PictureOutput::Figures& figures);
     bool outputsOpened(const PictureOutput::Figures& figures) const;
     std::string missingStream() const;
     void hint(const std::string& reason);
-    void say(const std::string& message);
     int finish();
+    int exitCode(bool nothingCame, const std::string& missing, bool filesSaved);
     bool openCaptionFile();
     void onCaption(const std::string& utf8, int64_t pcr90k);
     bool finishCaptionFile();
-    int fail(ExitCode code, const std::string& message);
-    int failed(const orvclient::Status& status, const std::string& what, const char* advice = "");
     Outcome outcomeOf(const orvclient::Status& status, const std::string& what);
     Outcome giveUp(int code);
 
     const PlayOptions mOptions;
+    StreamOptions mStreams;  // of the source as the tuner has it
+    PlaySource mSource;
     StreamSelection mSelection;  // what is played: keys change it
     EventLog mEvents;
+    Messages mMessages;
     ServiceState mService{mEvents};
     SyncMeter mSync;
     SoundMeter mSound{mSync};
     RunSummary mSummary;
-    StatusLine mStatus;
     orvclient::PictureQueue mQueue;
     std::unique_ptr<PictureOutput> mPictures;
     std::unique_ptr<CaptionFile> mCaptionFile;  // null when none was asked for
     EndStill mStill;
+    RecordingControl mRecording{mEvents, mMessages};
+    ControlServer mServer;
     std::unique_ptr<PlayerSession> mSession;
+    std::optional<PlayControl> mControl;  // while it plays
     SourceEnd mSourceEnd;
 
     Outcome mOutcome = Outcome::GO_ON;
     int mFailure = EXIT_OK;
     bool mFirstPictureReported = false;
-    bool mCaptionsShown = false;
     bool mHinted = false;        // the user was told why nothing is shown
     int64_t mEndNs = 0;          // of the duration asked for; 0: none, or no picture yet
     int64_t mLastRestartNs = 0;  // of the player, after it gave up on a scrambled stream
@@ -99,6 +105,7 @@ private:
     std::atomic<bool> mIsOpen{false};              // captions before that are none of ours
     std::counting_semaphore<> mAnswers{0};         // of open and start, told as events
     std::atomic<int> mError{0};                    // the last code reported; 0 once looked at
+    std::atomic<bool> mEndOfContent{false};
 };
 
 }  // namespace orvplay

@@ -30,7 +30,16 @@ PlayerSession::PlayerSession(ServiceOptions options, orvclient::Callbacks callba
 }
 
 bool PlayerSession::connect(std::string* error) {
+    return connect(true, error);
+}
+
+bool PlayerSession::connectAside(std::string* error) {
+    return connect(false, error);
+}
+
+bool PlayerSession::connect(bool forEvents, std::string* error) {
     Player::Options options;
+    options.registerForEvents = forEvents;
     options.service = serviceOf(mOptions.connect);
     options.restart = mOptions.restart;
     if (mOptions.silent && mOptions.connect.empty()) {
@@ -45,13 +54,23 @@ bool PlayerSession::connect(std::string* error) {
     return mPlayer != nullptr;
 }
 
-Status PlayerSession::open(const StreamSelection& selection, orvclient::PictureQueue* queue,
-                           bool audio) {
+Status PlayerSession::open(const PlaySource& source, const StreamSelection& selection,
+                           orvclient::PictureQueue* queue, bool audio) {
     Status status = mPlayer->setSurface(queue);
     if (status.ok()) {
         status = mPlayer->setAudioEnabled(audio);
     }
-    return status.ok() ? mPlayer->open(selection.liveSource()) : status;
+    if (!status.ok()) {
+        return status;
+    }
+    switch (source.kind) {
+        case SourceKind::RECORDING:
+            return mPlayer->openRecording(source.path, selection.liveSource());
+        case SourceKind::MEDIA:
+            return mPlayer->openFile(source.path);
+        default:
+            return mPlayer->open(selection.liveSource());
+    }
 }
 
 Status PlayerSession::start() {

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "Options.h"
+#include "PlaySource.h"
 #include "ServiceFigures.h"
 #include "StreamSelection.h"
 
@@ -35,13 +36,17 @@ public:
     // Starts the service, or finds it. False, and one line in *error, when that fails; only the
     // destructor may be called then.
     bool connect(std::string* error);
+    // The same without events: nothing can be played then, and whoever plays there is not
+    // disturbed.
+    bool connectAside(std::string* error);
 
     orvclient::Tuner& tuner() { return mPlayer->tuner(); }
     orvclient::Player& player() { return *mPlayer; }
 
-    // Builds the player for these streams; its pictures go to the queue.
-    orvclient::Status open(const StreamSelection& selection, orvclient::PictureQueue* queue,
-                           bool audio);
+    // Builds the player for these streams of the tuned source, or for a media file; its pictures go
+    // to the queue.
+    orvclient::Status open(const PlaySource& source, const StreamSelection& selection,
+                           orvclient::PictureQueue* queue, bool audio);
     // What is counted counts from the first one, unless the service was replaced.
     orvclient::Status start();
 
@@ -61,6 +66,7 @@ public:
     bool sourceEnded() const { return mSourceEnded; }
 
 private:
+    bool connect(bool forEvents, std::string* error);
     void onLost(const std::string& reason);
 
     const ServiceOptions mOptions;

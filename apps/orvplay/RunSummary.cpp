@@ -75,12 +75,30 @@ void RunSummary::begin() {
 void RunSummary::outputsOpened(const ServiceCounts& service) {
     if (!mOpened) {
         mDroppedAtOpening = thrownAway(service);
+        mThrownAwayInBreaks = 0;
+        if (mThrownAwayAtBreak.has_value()) {
+            mThrownAwayAtBreak = mDroppedAtOpening;
+        }
         mOpened = true;
     }
 }
 
+void RunSummary::beginBreak(const ServiceCounts& service) {
+    if (!mThrownAwayAtBreak.has_value()) {
+        mThrownAwayAtBreak = thrownAway(service);
+    }
+}
+
+void RunSummary::endBreak(const ServiceCounts& service) {
+    if (mThrownAwayAtBreak.has_value()) {
+        mThrownAwayInBreaks += thrownAway(service) - *mThrownAwayAtBreak;
+        mThrownAwayAtBreak.reset();
+    }
+}
+
 void RunSummary::end(const ServiceCounts& service) {
-    mDropped = mOpened ? thrownAway(service) - mDroppedAtOpening : 0;
+    endBreak(service);
+    mDropped = mOpened ? thrownAway(service) - mDroppedAtOpening - mThrownAwayInBreaks : 0;
     mAudioFrames = service.audioFrames;
     mFirstIdrMs = firstIdrMs(service);
     mCpuSeconds = cpuSeconds() - mCpuAtBegin + service.cpuSeconds;

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstdint>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 
 #include "PictureOutput.h"
@@ -22,6 +23,10 @@ public:
     void begin();
     // The outputs opened: pictures thrown away count from here.
     void outputsOpened(const ServiceCounts& service);
+    // Playback is paused or goes elsewhere, and shows pictures again: what is thrown away in
+    // between was not dropped. The first beginning of several counts.
+    void beginBreak(const ServiceCounts& service);
+    void endBreak(const ServiceCounts& service);
     // Any thread.
     void countCaption() { ++mCaptions; }
     // Playback is about to stop: what is thrown away later does not count.
@@ -46,6 +51,8 @@ private:
     uint64_t mDroppedAtOpening = 0;
     uint64_t mDropped = 0;
     bool mOpened = false;
+    std::optional<uint64_t> mThrownAwayAtBreak;  // while there is one
+    uint64_t mThrownAwayInBreaks = 0;
     std::atomic<uint64_t> mCaptions{0};
 };
 

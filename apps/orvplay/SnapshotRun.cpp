@@ -65,7 +65,7 @@ bool SnapshotRun::tune() {
 
 bool SnapshotRun::open() {
     mPictures.start();
-    Status status = mSession->open(mSelection, &mQueue, false);
+    Status status = mSession->open({}, mSelection, &mQueue, false);
     if (status.ok()) {
         status = mSession->start();
     }

@@ -12,8 +12,9 @@ public:
     bool seen() const { return mSeenNs != 0; }
 
     // To be asked now and then: whether the source is at its end, and when the player's last
-    // picture was due, 0 for none.
-    bool drained(int64_t nowNs, bool atEnd, int64_t lastFrameNs) {
+    // picture was due, 0 for none. `moreNs`: so much longer it must be quiet, where the player
+    // itself tells its end.
+    bool drained(int64_t nowNs, bool atEnd, int64_t lastFrameNs, int64_t moreNs = 0) {
         if (!atEnd) {
             mSeenNs = 0;
             return false;
@@ -22,7 +23,7 @@ public:
             mSeenNs = nowNs;
         }
         const int64_t quietSinceNs = std::max(mSeenNs, lastFrameNs);
-        return nowNs - quietSinceNs >= (lastFrameNs != 0 ? DRAIN_NS : NOTHING_NS);
+        return nowNs - quietSinceNs - moreNs >= (lastFrameNs != 0 ? DRAIN_NS : NOTHING_NS);
     }
 
 private:

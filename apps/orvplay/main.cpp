@@ -2,8 +2,8 @@
 #include <cstdlib>
 #include <string>
 
-#include "CaptionFile.h"
 #include "CaptionsCommand.h"
+#include "CommandLine.h"
 #include "ExitCode.h"
 #include "PlayCommand.h"
 #include "ProbeCommand.h"
@@ -17,79 +17,26 @@ using namespace orvplay;
 constexpr char EXIT_CODES[] =
     "Exit codes: 0 ok, 1 failure, 2 usage, 3 player service not reachable or lost, 4 source cannot "
     "be\n"
-    "opened, 5 no signal or no data, 6 playback error, 8 service or PID not found, 130 "
-    "interrupted.";
-
-void addPid(CLI::App* command, const std::string& name, std::optional<uint16_t>& pid,
-            const std::string& what) {
-    command->add_option(name, pid, "PID of the " + what + " (0: none)")
-        ->check(CLI::Range(0, 0x1FFF))
-        ->type_name("PID");
-}
-
-void addStreams(CLI::App* command, StreamOptions& options) {
-    command->add_option("--service", options.service, "Service to take, by name or number");
-    addPid(command, "--video-pid", options.videoPid, "picture");
-    addPid(command, "--audio-pid", options.audioPid, "sound");
-    addPid(command, "--caption-pid", options.captionPid, "captions");
-}
-
-void addService(CLI::App* command, ServiceOptions& options) {
-    command
-        ->add_flag("--connect{session}", options.connect,
-                   "Use a player service that runs already, on the session bus or the system bus. "
-                   "It serves one application, the one that connected last")
-        ->check([](const std::string& bus) {
-            return bus == "session" || bus == "system"
-                       ? std::string()
-                       : "--connect: no bus \"" + bus + "\": session or system";
-        })
-        ->type_name("[=session|system]");
-}
+    "opened, 5 no signal or no data, 6 playback error, 7 recording failed or disk full, 8 "
+    "service,\n"
+    "PID or recording not found, 130 interrupted.";
 
 void addPlay(CLI::App& app, PlayOptions& options) {
-    CLI::App* play = app.add_subcommand("play", "Play a transport stream as live television");
-    play->add_option("SOURCE", options.source, "A transport stream file, or - for standard input")
+    CLI::App* play = app.add_subcommand("play", "Play a broadcast, a recording or a media file");
+    play->add_option("SOURCE", options.source,
+                     "A transport stream file, which plays as live television, - for one on "
+                     "standard input, recording:N, or a media file")
         ->required();
     addStreams(play, options);
     addPid(play, "--pcr-pid", options.pcrPid, "clock");
-    addService(play, options);
-    play->add_flag("--restart", options.restart,
-                   "Start a player service of our own again when it ends by itself")
-        ->excludes("--connect");
-    play->add_flag("--headless", options.headless,
-                   "Open no window (the default without a display)");
-    play->add_flag("!--no-audio", options.audio, "Play no sound");
-    play->add_option("--duration", options.durationS, "Seconds to play, from the first picture")
-        ->check(CLI::PositiveNumber)
-        ->type_name("SECONDS");
-    play->add_option("--snapshot", options.snapshot,
-                     "Save a still of the screen at the end (never over another file)")
-        ->type_name("FILE.png");
-    play->add_option("--captions-out", options.captionsOut,
-                     "Write the captions there as they come; times count from the first picture")
-        ->check([](const std::string& path) {
-            return captionFormatOf(path).has_value()
-                       ? std::string()
-                       : path + ": the name must end in .srt, .vtt, .txt or .jsonl";
-        })
-        ->type_name("FILE.srt|.vtt");
-    play->add_flag("--keep-gaps", options.keepGaps,
-                   "Stay silent where 0.5 to 60 s of the source are missing, as it was on air");
-    play->add_flag("--json", options.json, "Print events and the summary as JSON, one a line");
-    play->footer(
-        "Keys in the window: q or Escape quits, f toggles full screen, # changes to the next\n"
-        "sound, v shows the captions, the next ones, or none. SIGUSR1 writes the player's state\n"
-        "to standard error.");
+    addPlayback(play, options);
 }
 
 void addSnapshot(CLI::App& app, SnapshotOptions& options) {
     constexpr int MOST = 1'000'000;
     constexpr int DAY_MS = 86'400'000;
     CLI::App* snapshot = app.add_subcommand("snapshot", "Save stills of a transport stream as PNG");
-    snapshot
-        ->add_option("SOURCE", options.source, "A transport stream file, or - for standard input")
-        ->required();
+    addSource(snapshot, options.source)->required();
     addStreams(snapshot, options);
     addPid(snapshot, "--pcr-pid", options.pcrPid, "clock");
     addService(snapshot, options);
@@ -112,8 +59,7 @@ void addSnapshot(CLI::App& app, SnapshotOptions& options) {
 
 void addProbe(CLI::App& app, ProbeOptions& options) {
     CLI::App* probe = app.add_subcommand("probe", "Show what is in a transport stream");
-    probe->add_option("SOURCE", options.source, "A transport stream file, or - for standard input")
-        ->required();
+    addSource(probe, options.source)->required();
     probe
         ->add_option("--duration", options.durationS,
                      "Seconds to read from standard input (a file is read to its end)")
@@ -125,8 +71,7 @@ void addProbe(CLI::App& app, ProbeOptions& options) {
 void addUnits(CLI::App& app, UnitsOptions& options) {
     CLI::App* units = app.add_subcommand(
         "units", "Print every access unit that the player cuts out of a stream, as JSON");
-    units->add_option("SOURCE", options.source, "A transport stream file, or - for standard input")
-        ->required();
+    addSource(units, options.source)->required();
     addStreams(units, options);
     units->add_option("--stream", options.stream, "Only the picture, the sound or the captions")
         ->check(CLI::IsMember({"video", "audio", "captions"}))
@@ -148,9 +93,7 @@ void addUnits(CLI::App& app, UnitsOptions& options) {
 void addCaptions(CLI::App& app, CaptionsOptions& options) {
     CLI::App* captions = app.add_subcommand(
         "captions", "Write the captions of a transport stream as text or subtitles");
-    captions
-        ->add_option("SOURCE", options.source, "A transport stream file, or - for standard input")
-        ->required();
+    addSource(captions, options.source)->required();
     captions->add_option("--service", options.service,
                          "Service to take, by name or number (the first one with captions)");
     addPid(captions, "--caption-pid", options.captionPid, "captions");

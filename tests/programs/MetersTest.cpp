@@ -7,6 +7,7 @@
 #include "FrameMeter.h"
 #include "LoadGuard.h"
 #include "MonotonicTime.h"
+#include "RunSummary.h"
 #include "ServiceFigures.h"
 #include "SoundMeter.h"
 #include "SyncMeter.h"
@@ -92,6 +93,45 @@ TEST_F(FrameMeterTest, TellsMissingRepeatedAndBackwardNumbers) {
     EXPECT_EQ(numbers.missing, 2u);
     EXPECT_EQ(numbers.repeated, 1u);
     EXPECT_EQ(numbers.backward, 1u);
+}
+
+// After a pause or a seek pictures are neither late nor missing, nor did one stand so long.
+TEST_F(FrameMeterTest, ABreakCountsForNothing) {
+    feed(2, 0.0, 10);
+    mMeter.onBreak();
+    mPts90k += 90'000 / 2;
+    mArrivalNs += 700 * MS;
+    feed(2, 0.0, 500);
+    mMeter.onBreak();
+    feed(1, 900.0, 20);
+    EXPECT_LT(mMeter.jitter().maxMs(), 0.05);
+    EXPECT_LT(mMeter.longestGapNs(), 34 * MS);
+    EXPECT_EQ(mMeter.numbers().missing + mMeter.numbers().backward, 0u);
+    EXPECT_EQ(mMeter.numbers().repeated, 2u);
+}
+
+// What is thrown away while playback is paused or goes elsewhere was not dropped; nor before the
+// outputs open.
+TEST(RunSummaryTest, BreaksDropNothing) {
+    RunSummary summary;
+    RunSummary::ServiceCounts counts;
+    const auto thrown = [&counts](uint64_t unseen, uint64_t atWindow) {
+        counts.picturesReleasedUnseen += unseen;
+        counts.picturesDroppedAtWindow += atWindow;
+        return counts;
+    };
+    summary.begin();
+    summary.beginBreak(thrown(5, 0));
+    summary.outputsOpened(thrown(4, 0));
+    summary.endBreak(thrown(3, 0));
+    thrown(1, 1);  // dropped
+    summary.beginBreak(thrown(0, 1));
+    summary.beginBreak(thrown(30, 0));  // a seek while paused
+    summary.endBreak(thrown(6, 2));
+    summary.beginBreak(thrown(2, 0));  // and dropped: five with the one before
+    summary.end(thrown(8, 0));
+    SyncMeter sync;
+    EXPECT_EQ(summary.toJson({}, sync)["framesDropped"], 5);
 }
 
 TEST(SyncMeterTest, MatchesFlashesAndBeepsAroundLostOnes) {

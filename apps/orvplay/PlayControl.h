@@ -1,0 +1,59 @@
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "PlayParts.h"
+#include "PlaySource.h"
+#include "RecordingControl.h"
+#include "StreamSelection.h"
+#include "StreamSwitch.h"
+#include "Transport.h"
+
+namespace orvplay {
+
+// What the user wants while it plays: by keys in the window, and by other commands, which send
+// requests (see ControlSocket.h). One thread.
+//
+//   request                                              answer, besides "ok"
+//   {"command":"record.start","name":...,"storage":...}  "number"
+//   {"command":"record.stop","keep":true}                "number"
+//   {"command":"play.pause"}                             -; or goes on
+//   {"command":"play.seek","by":-5000}                   -; milliseconds
+class PlayControl {
+public:
+    using Json = nlohmann::json;
+
+    // What plays may be changed in `selection`.
+    PlayControl(const PlayParts& parts, const PlaySource& source, StreamSelection& selection,
+                RecordingControl& recording, int storage);
+
+    // Does what the keys asked for. The status of a player that had to be made anew.
+    orvclient::Status lookAtKeys();
+    // Serves a request of another command: its answer.
+    Json serve(const Json& request);
+    // To be called now and then with what came out.
+    void look(const PictureOutput::Figures& figures) { mTransport.look(figures); }
+
+    // Of what plays, called so; empty: by its channel alone. Says that it begins.
+    orvclient::Status startRecording(const std::string& name, int storage);
+    // Says that it ends.
+    orvclient::Status stopRecording(bool keep);
+
+    const Transport& transport() const { return mTransport; }
+
+private:
+    void toggleRecording();
+    void tellFailure(const orvclient::Status& status);
+    void tell(const std::string& line);
+
+    const PlayParts mParts;
+    const PlaySource mSource;
+    const StreamSelection& mSelection;
+    RecordingControl& mRecording;
+    const int mStorage;
+    StreamSwitch mStreams;
+    Transport mTransport;
+};
+
+}  // namespace orvplay

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace orvplay {
+
+// What SOURCE of `orvplay play` stands for.
+enum class SourceKind {
+    LIVE,       // a transport stream, played like a broadcast
+    RECORDING,  // "recording:N"
+    MEDIA,      // a file that holds something else
+};
+
+struct PlaySource {
+    SourceKind kind = SourceKind::LIVE;
+    std::string path;        // the name for the tuner, or of the file
+    std::string title;       // for people; empty: the tables tell
+    int64_t durationMs = 0;  // 0: unknown
+};
+
+// N of "recording:N", 0 when that is no number; nothing for any other source.
+std::optional<int> recordingNumberOf(const std::string& source);
+
+// Whether a name is that of a file which holds something, and no transport stream: by its first
+// bytes, most of which are in packets where it is one. Pipes and files that cannot be read are
+// left to the tuner, which says why.
+bool isMediaFile(const std::string& path);
+
+}  // namespace orvplay

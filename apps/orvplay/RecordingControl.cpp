@@ -1,0 +1,69 @@
+#include "RecordingControl.h"
+
+#include "HumanText.h"
+#include "MonotonicTime.h"
+
+using orvclient::Player;
+using orvclient::RecordingFailure;
+using orvclient::RecordingLabels;
+using orvclient::Status;
+
+namespace orvplay {
+
+void RecordingControl::subscribe(orvclient::Callbacks* callbacks) {
+    callbacks->onRecordingStarted = [this](int number) {
+        mNumber = number;
+        mHasBegun = true;
+        mEvents.write("onRecorderStarted", {{"number", number}});
+    };
+    callbacks->onRecordingStopped = [this](bool cleanly) {
+        mHasBegun = false;
+        mEvents.write("onRecorderStopped", {{"result", cleanly ? 1 : 0}});
+    };
+    callbacks->onRecordingFailed = [this](RecordingFailure failure) {
+        if (mHasBegun) {  // else the command to begin tells it
+            mFailure = static_cast<int>(failure);
+        }
+    };
+}
+
+Status RecordingControl::start(Player& player, const RecordingLabels& labels) {
+    if (player.isRecording()) {
+        return {Status::REFUSED, "recording " + std::to_string(mNumber) + " is under way already"};
+    }
+    int number = 0;
+    const Status status = player.startRecording(labels, &number);
+    if (status.ok()) {
+        mBeginNs = monotonicNs();
+        mNumber = number;
+    } else {
+        mHasFailed = true;
+    }
+    return status;
+}
+
+void RecordingControl::look(Player& player) {
+    const int failure = mFailure.exchange(NO_FAILURE);
+    if (failure == NO_FAILURE) {
+        return;
+    }
+    mHasFailed = true;
+    const std::string number = std::to_string(mNumber);
+    player.stopRecording(true);
+    mMessages.say("recording " + number + " ended and is kept: " +
+                  orvclient::describe(static_cast<RecordingFailure>(failure)));
+}
+
+std::string RecordingControl::lengthText() const {
+    return timeText((monotonicNs() - mBeginNs) / 1'000'000);
+}
+
+std::string toLabel(const std::string& name) {
+    std::string label = printable(name);
+    for (char& byte : label) {
+        byte = byte == ';' || byte == '#' ? ',' : byte;
+    }
+    return label;
+}
+
+}  // namespace orvplay

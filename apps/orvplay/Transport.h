@@ -1,0 +1,40 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "PlayParts.h"
+#include "PlaySource.h"
+
+namespace orvplay {
+
+// Pause and seek of a run of playback, and where it is. From a pause or a seek to the first picture
+// after it playback is broken: pictures that are thrown away meanwhile are none that were dropped,
+// and times count from the next one on. One thread.
+class Transport {
+public:
+    Transport(PlayParts parts, PlaySource source)
+        : mParts(std::move(parts)), mSource(std::move(source)) {}
+
+    orvclient::Status togglePause();
+    orvclient::Status seekBy(int64_t ms);
+
+    // To be called now and then with what came out.
+    void look(const PictureOutput::Figures& figures);
+
+    bool isPaused() const { return mIsPaused; }
+    // "0:12 / 1:30", "0:12" where the length is unknown; nothing for what has no position.
+    std::string position() const;
+
+private:
+    void beginBreak();
+    void showPosition(const std::string& what);
+
+    const PlayParts mParts;
+    const PlaySource mSource;
+    bool mIsPaused = false;
+    bool mIsBroken = false;
+    uint64_t mFramesAtBreak = 0;
+};
+
+}  // namespace orvplay
