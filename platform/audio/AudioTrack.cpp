@@ -1,9 +1,9 @@
 #include <media/AudioTrack.h>
 
-#include <atomic>
 #include <bit>
 
 #include "audio/AudioOutput.h"
+#include "audio/AudioSession.h"
 #include "audio/PlaybackTrack.h"
 #include "audio/PulseServer.h"
 #include "audio/PulseStream.h"
@@ -22,11 +22,6 @@ bool isPlayable(uint32_t sampleRate, audio_format_t format, audio_channel_mask_t
     return isRate && isPcm16 && isMask;
 }
 
-audio_session_t newSession() {
-    static std::atomic<audio_session_t> sLast{0};
-    return sLast.fetch_add(1, std::memory_order_relaxed) + 1;
-}
-
 }  // namespace
 
 AudioTrack::AudioTrack(audio_stream_type_t /*streamType*/, uint32_t sampleRate,
@@ -36,7 +31,7 @@ AudioTrack::AudioTrack(audio_stream_type_t /*streamType*/, uint32_t sampleRate,
                        transfer_type /*transferType*/, const audio_offload_info_t* offloadInfo,
                        uid_t /*uid*/, pid_t /*pid*/, const audio_attributes_t* /*attributes*/,
                        bool /*doNotReconnect*/, float /*maxRequiredSpeed*/)
-    : mSessionId(sessionId == AUDIO_SESSION_ALLOCATE ? newSession() : sessionId) {
+    : mSessionId(sessionId == AUDIO_SESSION_ALLOCATE ? orvhost::newAudioSession() : sessionId) {
     if (callback != nullptr || offloadInfo != nullptr ||
         !isPlayable(sampleRate, format, channelMask)) {
         return;
