@@ -16,6 +16,7 @@
 #include <utility>
 
 #include "common/Trace.h"
+#include "service/MP4Controller.h"
 #include "service/MainController.h"
 #include "service/PlayerUse.h"
 
@@ -87,7 +88,7 @@ sp<ControllerInterface> COrvPlayer::createMainController() {
 }
 
 sp<ControllerInterface> COrvPlayer::createFileController() {
-    return nullptr;
+    return new MP4Controller;
 }
 
 int COrvPlayer::registerClient(const sp<ICOrvPlayerClient>& client) {
