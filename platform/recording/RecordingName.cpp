@@ -105,7 +105,7 @@ std::string fill(std::string_view text, const NameParts& parts) {
          next = findField(text, at, &field)) {
         const std::string value = valueOf(field, parts);
         if (!value.empty()) {
-            out += text.substr(at, next - at);
+            out += at == 0 || !out.empty() ? text.substr(at, next - at) : "";
             out += value;
         }
         at = next + field.size() + 2;

@@ -15,7 +15,7 @@ struct NameParts {
 };
 
 // {date} {time} {channel} {programme} stand for their values, anything else for itself. A text
-// before a value that is empty is left out with it.
+// between two values goes when the second is empty, or nothing stands before it.
 constexpr char DEFAULT_NAME_TEMPLATE[] = "{date} {time} {channel} - {programme}";
 
 // Leaves room for " (999)", an extension and a temporary one in the 255 bytes of a file name.

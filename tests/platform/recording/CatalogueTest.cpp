@@ -46,6 +46,7 @@ TEST(RecordingNameTest, TellsDateChannelAndProgrammeInWhatAFileNameHolds) {
         {"{programme}", "", "cut\xe6\x9d", "cut\uFFFD\uFFFD"},
         {"{programme}", "", std::string("a\0b", 3), "a"},
         {"{programme}", "", "", "recording"},
+        {"{channel} - {programme}", "", "a", "a"},
         {"{nothing}", "", "", "{nothing}"},
         {"/{channel}/{channel}", "a", "", "_a_a"},
     };
