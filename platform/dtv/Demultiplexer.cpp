@@ -458,6 +458,19 @@ void Demultiplexer::feedLive(const uint8_t* packets, size_t count) {
     endBatch(lock);
 }
 
+void Demultiplexer::feedClock(const uint8_t* packets, size_t count) {
+    std::unique_lock lock(mMutex);
+    for (size_t i = 0; i < count; ++i) {
+        const uint8_t* packet = packets + i * TS_PACKET_BYTES;
+        for (Filter* f = mByPid[pidOf(packet)]; f != nullptr; f = f->next) {
+            if (f->kind == DEMUX_FILTER_PCR && f->takes(packet)) {
+                f->push(packet);
+            }
+        }
+    }
+    endBatch(lock);
+}
+
 void Demultiplexer::endBatch(std::unique_lock<std::mutex>& lock) {
     if (mTap != nullptr) {
         mTap->onBatchEnd();

@@ -42,6 +42,8 @@ public:
     // Feeding side, one thread. Live: takes all `count` packets; a full queue loses its oldest
     // ones.
     void feedLive(const uint8_t* packets, size_t count);
+    // The same for PCR filters alone.
+    void feedClock(const uint8_t* packets, size_t count);
 
     // Lossless, and without a copy of its own: the filters refer to the packets until takeBack().
     void lend(const uint8_t* packets, size_t count);

@@ -198,6 +198,20 @@ size_t PcrPacer::takeDue(int64_t nowNs) {
     return due;
 }
 
+size_t PcrPacer::packetsWithin(int64_t streamNs) const {
+    size_t packets = 0;
+    for (const Segment& segment : mSegments) {
+        if (segment.durationNs > streamNs) {
+            const auto part =
+                static_cast<double>(streamNs) / static_cast<double>(segment.durationNs);
+            return packets + static_cast<size_t>(static_cast<double>(segment.packets) * part);
+        }
+        packets += segment.packets;
+        streamNs -= segment.durationNs;
+    }
+    return packets;
+}
+
 int64_t PcrPacer::endNs(int64_t unknown) const {
     return mStarted ? mStartNs + mBufferedNs + mLeadNs : unknown;
 }

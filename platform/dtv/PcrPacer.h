@@ -44,6 +44,10 @@ public:
     // bursting.
     size_t takeDue(int64_t nowNs);
 
+    // How many packets the next takeDue() takes of so much stream time, the first one after
+    // restart().
+    size_t packetsWithin(int64_t streamNs) const;
+
     // When the next packet is due; `unknown` when that is not known yet.
     int64_t nextDueNs(int64_t unknown) const;
 

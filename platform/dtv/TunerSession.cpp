@@ -356,19 +356,27 @@ void TunerSession::readAhead() {
     }
 }
 
-void TunerSession::hand(size_t count) {
-    mDemultiplexer.feedLive(mWindow.packets(), count);
-    mWindow.release(count);
-    mFedThisLap += count;
+void TunerSession::hand(size_t due) {
+    const size_t count = due + std::exchange(mHeldBack, 0);
+    if (count > 0) {
+        mDemultiplexer.feedLive(mWindow.packets(), count);
+        mWindow.release(count);
+        mFedThisLap += count;
+    }
 }
 
 void TunerSession::feedPaced() {
     takePause();
     readAhead();
     const int64_t nowNs = mClock.nowNs();
+    const size_t preview = isPreview() ? mPacer.packetsWithin(PREVIEW_NS) : SIZE_MAX;
     const size_t due = mPacer.takeDue(nowNs);
+    hand(std::min(due, preview));
+    if (due > preview) {
+        mHeldBack = due - preview;
+        mDemultiplexer.feedClock(mWindow.packets(), mHeldBack);
+    }
     if (due > 0) {
-        hand(due);
         noteBegun(nowNs);
     }
     if (mWindow.count() == 0 && (mSourceEnded || mAtPresentEnd)) {
@@ -474,6 +482,7 @@ bool TunerSession::startOver(std::optional<uint64_t> offset) {
     mSourceEnded = false;
     mAtPresentEnd = false;
     mJunkBytes = 0;
+    mHeldBack = 0;
     mFedThisLap = 0;
     std::lock_guard lock(mMutex);
     mCounter.forgetContinuity();

@@ -77,12 +77,13 @@ private:
     void beginFeeding();
     void feedPaced();
     void readAhead();
-    void hand(size_t count);
+    void hand(size_t due);
     void judgeRead(ssize_t got);
     bool isBurstDue() const;
     bool waitsForEnd(int64_t nowNs);
     void finishFeeding();
     void takePause();
+    bool isPreview() const;
     void noteBegun(int64_t nowNs);
     void feedLossless();
     bool feedOnce(int timeoutMs);
@@ -104,6 +105,8 @@ private:
     // What a recording begins with at once. The player shows a picture 1.5 s after the clock
     // reference that came with it: its clock begins with the last one of these.
     static constexpr int64_t LEAD_NS = 1'600'000'000;
+    // What of it comes while the feed is paused, for a picture that stands; the clock comes whole.
+    static constexpr int64_t PREVIEW_NS = 500'000'000;
     static constexpr int64_t LONGEST_SLEEP_NS = 100'000'000;
 
     HostClock& mClock;
@@ -125,6 +128,7 @@ private:
     bool mAtPresentEnd = false;  // all of the file as it is was read
     bool mFinishing = false;     // ... and that is taken for the end
     int mEndEvent = 0;           // what the end is told as
+    size_t mHeldBack = 0;        // packets that were due while it was paused
     size_t mJunkBytes = 0;       // in a row, without a packet
     uint64_t mFedThisLap = 0;
     int64_t mNextTickNs = 0;

@@ -31,6 +31,11 @@ bool TunerSession::isBurstDue() const {
     return mBurst;
 }
 
+bool TunerSession::isPreview() const {
+    std::lock_guard lock(mMutex);
+    return mBurst && mPausedAtNs >= 0;
+}
+
 // The begin of the feed was handed over. A pause lasts from then on, if there is one.
 void TunerSession::noteBegun(int64_t nowNs) {
     std::lock_guard lock(mMutex);
@@ -85,7 +90,9 @@ bool TunerSession::setPaused(bool paused) {
         }
     }
     mFeederWake.notify_all();
-    std::lock_guard feeding(mFeedMutex);  // a batch that is under way is the last one
+    if (paused) {
+        std::lock_guard feeding(mFeedMutex);  // a batch that is under way is the last one
+    }
     return true;
 }
 
