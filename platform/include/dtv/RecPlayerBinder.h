@@ -49,13 +49,20 @@ static_assert(offsetof(recDetails, playbackDuration) == 56);
 static_assert(offsetof(recDetails, fileNumName) == 80);
 static_assert(offsetof(recDetails, reserved84) == 84);
 
-// What a recording can tell while it is made. Only the first reason of an end is told; what was
-// written is kept as if it had been stopped, until StopTSRecorder or CancelTSRecorder decides.
+// What a recording can tell while it is made. One that ends by itself tells one reason for that and
+// nothing after it; what was written is kept as if it had been stopped, until StopTSRecorder or
+// CancelTSRecorder decides.
 enum RecPlayerBinder_RecorderEvent {
-    RECORDER_EVENT_START_FAILED = 0,  // nothing could be written
-    RECORDER_EVENT_WRITE_FAILED = 1,  // storage refuses or is gone
+    // It ended: the storage refused the first write.
+    RECORDER_EVENT_START_FAILED = 0,
+    // It ended: the storage refuses (an error of the device, or read-only by now), or the file was
+    // removed, perhaps with its folder.
+    RECORDER_EVENT_WRITE_FAILED = 1,
+    // It ended: no more may be written. Some space is left to the system.
     RECORDER_EVENT_STORAGE_FULL = 2,
-    RECORDER_EVENT_INPUT_LOST = 3,  // no packets of the recorded service any more
+    // Packets are missing. It goes on where the storage was too slow for them, told once a second
+    // at most; it ended where the tuner left the source.
+    RECORDER_EVENT_INPUT_LOST = 3,
 };
 
 // What a recording that is played can tell. Others than these have no meaning to the player.
@@ -83,8 +90,9 @@ unsigned char RecPlayerBinder_CreateTSRecorder(int mode, int storageType, int vi
 // 1 while the storage of the recorder has room for another recording.
 unsigned char RecPlayerBinder_AnyMoreRecordings();
 
-// Begins to write. Fails without a recorder, while it records already, without a tuned source,
-// and when the storage refuses the recording's files.
+// Begins to write the service of the tuned source that has these PIDs, all of it, from its next
+// picture with which a decoder can begin, or in two seconds. Fails without a recorder, while it
+// records already, without such a service, and when the storage refuses the recording's files.
 unsigned char RecPlayerBinder_StartTSRecorder();
 
 // A new record of the recording under way, to be released with free(); null when there is none.
@@ -95,7 +103,9 @@ recDetails* RecPlayerBinder_GetCurrTSRecDetails();
 // times stay the service's own to update while it records.
 unsigned char RecPlayerBinder_SetCurrTSRecDetails(const recDetails* details);
 
-// The recording is finished and kept. Waits, a bounded time, until it is on the storage.
+// The recording is finished and kept. Waits, a bounded time, until it is on the storage. Fails, and
+// the recorder is gone, when there is nothing to keep: no packet was written, or the file was
+// removed.
 unsigned char RecPlayerBinder_StopTSRecorder();
 
 // The recording is finished and thrown away.
