@@ -10,9 +10,9 @@
 
 namespace orvhost {
 
-// NAME.idx as bytes: a header of 64 and a record of 40 bytes for each point, in the machine's byte
-// order, each with a check sum at its end. Records are appended; the header is written again when
-// the recording is whole.
+// NAME.index as bytes: a header of 64 and a record of 40 bytes for each point, in the machine's
+// byte order, each with a check sum at its end. Records are appended; the header is written again
+// when the recording is whole.
 //
 // A reader believes the records up to the first one that is damaged, cut off or goes back.
 

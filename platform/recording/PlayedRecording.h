@@ -13,10 +13,10 @@ namespace orvhost {
 
 // A recording while it is played: its descriptor and its index.
 //
-// The index is read from NAME.idx. What that does not cover, of a file without one or one that has
-// grown, is scanned on a thread of its own ("RecIndex"), from the first question on that needs it;
-// a recording with a sidecar, that nobody writes, gets its NAME.idx by that. Questions wait for the
-// scan as long as they say and are then answered with what is known. Any thread.
+// The index is read from NAME.index. What that does not cover, of a file without one or one that
+// has grown, is scanned on a thread of its own ("RecIndex"), from the first question on that needs
+// it; a recording with a sidecar, that nobody writes, gets its NAME.index by that. Questions wait
+// for the scan as long as they say and are then answered with what is known. Any thread.
 class PlayedRecording {
 public:
     PlayedRecording(UniqueFd fd, const IndexedProgramme& programme);

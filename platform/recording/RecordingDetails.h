@@ -15,7 +15,7 @@ enum class RecordingState {
 };
 
 // One recording. On disk it is three files of one name: NAME.ts, a transport stream of one
-// programme in packets of 188 bytes; NAME.json, the sidecar; NAME.idx, where playback can begin.
+// programme in packets of 188 bytes; NAME.json, the sidecar; NAME.index, where playback can begin.
 struct RecordingDetails {
     int number = 0;    // 1 and up; never given to another recording; 0: none
     std::string path;  // of NAME.ts, absolute
@@ -36,7 +36,7 @@ struct RecordingDetails {
     int64_t positionMs = 0;    // where playback stopped last
 
     std::string sidecarPath() const { return pathWith(".json"); }
-    std::string indexPath() const { return pathWith(".idx"); }
+    std::string indexPath() const { return pathWith(".index"); }
 
 private:
     // A path always ends with ".ts".

@@ -18,7 +18,7 @@ namespace orvhost {
 
 namespace {
 
-constexpr const char* EXTENSIONS[] = {".ts", ".idx", ".json"};
+constexpr const char* EXTENSIONS[] = {".ts", ".index", ".json"};
 
 std::string withExtension(const std::string& path, const char* extension) {
     return path.substr(0, path.size() - 3) + extension;

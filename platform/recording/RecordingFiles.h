@@ -5,7 +5,7 @@
 #include "recording/FileBytes.h"
 #include "recording/RecordingDetails.h"
 
-// The three files of a recording: NAME.ts, and beside it NAME.json and NAME.idx. Paths are those
+// The three files of a recording: NAME.ts, and beside it NAME.json and NAME.index. Paths are those
 // of NAME.ts.
 namespace orvhost {
 

@@ -47,7 +47,7 @@ std::string indexPathOf(const std::string& recordingPath) {
     constexpr std::string_view EXTENSION = ".ts";
     const bool isTs = recordingPath.ends_with(EXTENSION);
     const size_t stem = recordingPath.size() - (isTs ? EXTENSION.size() : 0);
-    return recordingPath.substr(0, stem) + ".idx";
+    return recordingPath.substr(0, stem) + ".index";
 }
 
 std::optional<RecordingIndex> readIndex(const std::string& indexPath, int recordingFd,

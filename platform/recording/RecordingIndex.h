@@ -51,10 +51,10 @@ public:
     const RandomAccessPoint* pointBefore(int64_t positionMs) const;
 };
 
-// NAME.ts, or any other name: NAME.idx beside it.
+// NAME.ts, or any other name: NAME.index beside it.
 std::string indexPathOf(const std::string& recordingPath);
 
-// Makes the index of a recording while that is written: NAME.idx grows with it. After a crash the
+// Makes the index of a recording while that is written: NAME.index grows with it. After a crash the
 // file tells of all but the last seconds, and the reader goes on from there. One thread at a time.
 class RecordingIndexWriter {
 public:
@@ -76,10 +76,10 @@ public:
     virtual int64_t durationMs() const = 0;
 };
 
-// Reads NAME.idx of a recording. Nothing when there is none, when it is damaged, belongs to another
-// file or to another programme (PIDs that are not PID_NONE in `programme` must agree). What it has
-// scanned may end before the file does: extendIndex() goes on from there.
-// `recordingFd` is read with pread and stays where it is.
+// Reads NAME.index of a recording. Nothing when there is none, when it is damaged, belongs to
+// another file or to another programme (PIDs that are not PID_NONE in `programme` must agree). What
+// it has scanned may end before the file does: extendIndex() goes on from there. `recordingFd` is
+// read with pread and stays where it is.
 std::optional<RecordingIndex> readIndex(const std::string& indexPath, int recordingFd,
                                         const IndexedProgramme& programme);
 
@@ -103,8 +103,8 @@ IndexedProgramme findProgramme(int recordingFd, uint16_t serviceId);
 // Leaves errno on failure.
 bool saveIndex(const std::string& indexPath, const RecordingIndex& index, int recordingFd);
 
-// All of that for one recording: reads NAME.idx, scans what it does not cover (the whole file when
-// there is none), and writes it again when `save` and anything was missing.
+// All of that for one recording: reads NAME.index, scans what it does not cover (the whole file
+// when there is none), and writes it again when `save` and anything was missing.
 std::optional<RecordingIndex> loadOrRebuildIndex(const std::string& recordingPath, bool save,
                                                  const IndexProgress& progress);
 

@@ -134,7 +134,7 @@ TEST_F(CatalogueTest, AnotherConnectionSeesARecordingGrowAndEnd) {
 
 TEST_F(CatalogueTest, NeverWritesOverAFileNorGivesANumberTwice) {
     const int first = recordWhole("A", "B");
-    writeFile(mFolder.path("tv/A - B (2).idx"), "somebody's");
+    writeFile(mFolder.path("tv/A - B (2).index"), "somebody's");
     const int second = recordWhole("A", "B");
     EXPECT_EQ(found(second).path, mFolder.path("tv/A - B (3).ts"));
     writeFile(mFolder.path("tv/A - C.json"), "somebody's");
