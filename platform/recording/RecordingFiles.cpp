@@ -128,9 +128,12 @@ int64_t trimToPackets(int fd) {
             size -= found ? 0 : PACKET;
         }
     }
-    if (size != status.st_size && ftruncate(fd, size) != 0) {
+    // Also where the size stays: what a writer had reserved behind the end goes.
+    if (ftruncate(fd, size) != 0) {
         return -1;
     }
+    const timespec times[] = {status.st_atim, status.st_mtim};  // when the writer was there last
+    (void)futimens(fd, times);
     return size;
 }
 

@@ -30,7 +30,8 @@ RecordingResult moveRecordingFiles(const std::string& from, const std::string& t
 RecordingResult removeRecordingFiles(const std::string& path);
 
 // Cuts the file behind its last whole packet: what is no packet there (a piece, or blocks of zeros
-// after a power failure) goes. Bytes that are left, or -1 with errno set.
+// after a power failure) goes, and so does space that was reserved. The file keeps its times. Bytes
+// that are left, or -1 with errno set.
 int64_t trimToPackets(int fd);
 
 bool exists(const std::string& path);

@@ -9,6 +9,7 @@
 
 #include <csignal>
 
+#include "recording/RecordingFiles.h"
 #include "support/TempFile.h"
 #include "support/TsBuilder.h"
 
@@ -89,6 +90,18 @@ TEST_F(RecordingFileTest, AWriteThatGoesHalfwayLeavesWholePackets) {
     EXPECT_EQ(last, Status::Ok);
     EXPECT_EQ(file.sizeBytes(), 188 * 25);
     EXPECT_EQ(sizeOnDisk(), 188 * 25);
+}
+
+TEST_F(RecordingFileTest, WhatADeadWriterLeavesIsTrimmed) {
+    RecordingFile file(mFd, {8 << 20, 1});
+    ASSERT_EQ(write(file, 100), Status::Ok);
+    const timespec then[] = {{1000, 0}, {2000, 0}};
+    ASSERT_EQ(futimens(mFd, then), 0);
+    EXPECT_EQ(orvhost::trimToPackets(mFd), 18'800);
+    EXPECT_LT(backedBytes(), 256 << 10);
+    struct stat status {};
+    fstat(mFd, &status);
+    EXPECT_EQ(status.st_mtime, 2000);
 }
 
 TEST_F(RecordingFileTest, SaysWhenItIsGoneOrRefused) {
