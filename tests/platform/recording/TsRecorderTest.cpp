@@ -112,7 +112,7 @@ protected:
 
 TEST_F(TsRecorderTest, ARecordingEndsByItselfAndSaysWhy) {
     struct statvfs storage {};
-    ASSERT_EQ(statvfs("/tmp", &storage), 0);
+    ASSERT_EQ(statvfs(mFolder.path(".").c_str(), &storage), 0);
     const auto free = static_cast<int64_t>(storage.f_bavail * storage.f_frsize);
     RecordingWriter::Options nearlyFull;
     nearlyFull.space = {256 << 10, free - (4 << 20)};
