@@ -69,6 +69,14 @@ status_t takeNumbered(IRecordings& recordings, uint32_t code, const Parcel& data
         }
         case IRecordings::SET_LABELS:
             return takeLabels(recordings, number, data, answer);
+        case IRecordings::SET_POSITION: {
+            int64_t positionMs = 0;
+            if (data.readInt64(&positionMs) != android::OK || positionMs < 0) {
+                return android::BAD_VALUE;
+            }
+            writeRecordingResult(answer, recordings.setPosition(number, positionMs));
+            return android::OK;
+        }
         default:
             writeRecordingResult(answer, recordings.remove(number));
             return android::OK;
@@ -79,7 +87,7 @@ status_t takeNumbered(IRecordings& recordings, uint32_t code, const Parcel& data
 
 status_t BnRecordings::onTransact(uint32_t code, const Parcel& data, Parcel* reply,
                                   uint32_t flags) {
-    if (code < LIST || code > REPAIR) {
+    if (code < LIST || code > SET_POSITION) {
         return BBinder::onTransact(code, data, reply, flags);
     }
     if (!data.checkInterface(this)) {

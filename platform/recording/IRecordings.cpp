@@ -3,8 +3,6 @@
 #include <binder/Parcel.h>
 #include <fcntl.h>
 
-#include <algorithm>
-
 #include "dtv/TunerParcel.h"
 #include "recording/RecordingParcel.h"
 
@@ -129,6 +127,14 @@ public:
             report.result = failure(status);
         }
         return report;
+    }
+
+    RecordingResult setPosition(int number, int64_t positionMs) override {
+        Parcel data;
+        begin(&data, number);
+        data.writeInt64(positionMs);
+        Parcel reply;
+        return call(SET_POSITION, data, &reply, nullptr);
     }
 
 private:

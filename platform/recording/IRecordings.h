@@ -49,6 +49,7 @@ struct ImportLabels {
 //   6     importFile   listener, descriptor, text, two texts, int32 type    result
 //   7     cancelImport listener                                             -
 //   8     repair       -                                                    report
+//   9     setPosition  int32 number, int64 milliseconds                     result
 //
 // RecordingParcel.h tells how structures stand in a parcel.
 class IRecordings : public android::IInterface {
@@ -70,6 +71,7 @@ public:
         IMPORT_FILE,
         CANCEL_IMPORT,
         REPAIR,
+        SET_POSITION,
     };
 
     // A page: those with numbers above `afterNumber`, `count` at most. It may have fewer, so that
@@ -94,6 +96,8 @@ public:
     // See Catalogue::repair(); reads recordings that have no index, so it can last minutes. One at
     // a time: InUse.
     virtual RepairReport repair() = 0;
+    // Where playback stopped, for the next time.
+    virtual RecordingResult setPosition(int number, int64_t positionMs) = 0;
 };
 
 // The side that implements takes parcels apart here; whatever a hostile parcel holds, an operation

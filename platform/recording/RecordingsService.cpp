@@ -134,6 +134,12 @@ RepairReport RecordingsService::repair() {
     return report;
 }
 
+RecordingResult RecordingsService::setPosition(int number, int64_t positionMs) {
+    RecordingResult result;
+    Catalogue* const catalogue = mFindCatalogue(&result);
+    return catalogue != nullptr ? catalogue->setPosition(number, positionMs) : result;
+}
+
 RecordingResult RecordingsService::importFile(const sp<IBinder>& listener, int fd,
                                               const std::string& displayName,
                                               const ImportLabels& labels) {

@@ -34,6 +34,7 @@ public:
                                const std::string& displayName, const ImportLabels& labels) override;
     void cancelImport(const android::sp<android::IBinder>& listener) override;
     RepairReport repair() override;
+    RecordingResult setPosition(int number, int64_t positionMs) override;
 
 protected:
     ~RecordingsService() override;

@@ -135,6 +135,9 @@ TEST_F(RecordingsServiceTest, AClientListsFindsOpensNamesAndRemoves) {
     EXPECT_EQ(fcntl(fd, F_GETFD), FD_CLOEXEC);
     ASSERT_TRUE(mClient->setLabels(2, "Outro", "D", &details).ok());
     EXPECT_EQ(details.path, mFolder.path("tv/Outro - D.ts"));
+    ASSERT_TRUE(mClient->setPosition(2, 4321).ok());
+    ASSERT_TRUE(mClient->find(2, &details).ok());
+    EXPECT_EQ(details.positionMs, 4321);
     ASSERT_TRUE(mClient->remove(2).ok());
     EXPECT_EQ(mClient->find(2, &details).status, RecordingStatus::NoSuchRecording);
     EXPECT_EQ(mClient->open(2, &details, &fd).status, RecordingStatus::NoSuchRecording);
@@ -213,7 +216,7 @@ TEST_F(RecordingsServiceTest, HostileRequestsGetAnError) {
     EXPECT_EQ(binder->transact(IRecordings::REPAIR, wrongToken, &reply),
               android::PERMISSION_DENIED);
     std::mt19937 random(1);
-    for (uint32_t code = IRecordings::LIST; code <= IRecordings::REPAIR; ++code) {
+    for (uint32_t code = IRecordings::LIST; code <= IRecordings::SET_POSITION; ++code) {
         Parcel whole;
         whole.writeInterfaceToken(IRecordings::descriptor);
         const size_t tokenBytes = whole.dataSize();
