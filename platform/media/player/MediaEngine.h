@@ -21,6 +21,8 @@ struct MediaPicture {
     double sampleAspect = 0.0;                // width to height of a sample; 0 when unknown
     ColorMatrix matrix = ColorMatrix::BT709;  // that it was coded with
     bool isFullRange = false;
+    bool isInterlaced = false;  // both fields in one picture, line by line
+    bool isTopFieldFirst = false;
 };
 
 // Takes pictures, one at a time, on the engine's thread for pictures. No call waits longer than a

@@ -39,17 +39,17 @@ std::string absolutePath(const std::string& path) {
     return failure ? path : absolute.string();
 }
 
-// Why a path cannot be read, empty when it can: the player's engine would say less.
+// Why a path cannot be played, empty when it may: the engine would say less of it, and wait for a
+// pipe that nobody writes to.
 std::string whyUnreadable(const std::string& path) {
     const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    struct stat what = {};
-    const int error = file < 0 || fstat(file, &what) != 0 ? errno
-                      : S_ISDIR(what.st_mode)             ? EISDIR
-                                                          : 0;
-    if (file >= 0) {
-        close(file);
+    if (file < 0) {
+        return std::system_category().message(errno);
     }
-    return error != 0 ? std::system_category().message(error) : "";
+    struct stat what = {};
+    const bool isFile = fstat(file, &what) == 0 && (S_ISREG(what.st_mode) || S_ISBLK(what.st_mode));
+    close(file);
+    return isFile ? "" : "not a file";
 }
 
 int errorCodeOf(MediaFailure failure) {

@@ -46,7 +46,7 @@ constexpr Option OPTIONS[] = {
     {"demuxer-max-back-bytes", "8MiB"},
 };
 
-enum Observed : uint64_t { TIME = 1, END, BUFFERING };
+enum Observed : uint64_t { TIME = 1, END, BUFFERING, FRAME };
 
 std::string textOf(const mpv_node* node) {
     return node != nullptr && node->format == MPV_FORMAT_STRING ? node->u.string : "";
@@ -59,6 +59,10 @@ double numberOf(const mpv_node* node) {
     return node->format == MPV_FORMAT_INT64    ? static_cast<double>(node->u.int64)
            : node->format == MPV_FORMAT_DOUBLE ? node->u.double_
                                                : 0.0;
+}
+
+bool isSet(const mpv_node* node) {
+    return node != nullptr && node->format == MPV_FORMAT_FLAG && node->u.flag != 0;
 }
 
 const mpv_node* find(const mpv_node& map, const std::string& key) {
@@ -158,6 +162,7 @@ bool MpvEngine::setUp(const Source& source) {
     mpv_observe_property(mPlayer, TIME, "time-pos", MPV_FORMAT_DOUBLE);
     mpv_observe_property(mPlayer, END, "eof-reached", MPV_FORMAT_FLAG);
     mpv_observe_property(mPlayer, BUFFERING, "cache-buffering-state", MPV_FORMAT_INT64);
+    mpv_observe_property(mPlayer, FRAME, "video-frame-info", MPV_FORMAT_NODE);
     mPictures = std::make_unique<MpvPictures>(mPlayer, mSink);
     if (!mPictures->start()) {
         mReason = "this libmpv has no software renderer";
@@ -267,7 +272,7 @@ void MpvEngine::onEvent(const mpv_event& event) {
             onVideoReconfig();
             break;
         case MPV_EVENT_PROPERTY_CHANGE:
-            onProperty(*static_cast<mpv_event_property*>(event.data));
+            onProperty(event.reply_userdata, *static_cast<mpv_event_property*>(event.data));
             break;
         case MPV_EVENT_LOG_MESSAGE: {
             const auto& message = *static_cast<mpv_event_log_message*>(event.data);
@@ -299,7 +304,7 @@ void MpvEngine::onVideoReconfig() {
     if (mpv_get_property(mPlayer, "video-out-params", MPV_FORMAT_NODE, &parameters) < 0) {
         return;
     }
-    MpvPictures::Format format;
+    MediaPicture format;
     format.width = static_cast<int>(numberOf(find(parameters, "w")));
     format.height = static_cast<int>(numberOf(find(parameters, "h")));
     format.sampleAspect = numberOf(find(parameters, "par"));
@@ -312,21 +317,32 @@ void MpvEngine::onVideoReconfig() {
     }
 }
 
-void MpvEngine::onProperty(const mpv_event_property& property) {
-    if (property.data == nullptr) {
-        return;
+void MpvEngine::onProperty(uint64_t which, const mpv_event_property& property) {
+    if (property.format == MPV_FORMAT_NONE) {
+        return;  // there is none at the moment
     }
-    const std::string name = property.name;
-    if (name == "time-pos" && property.format == MPV_FORMAT_DOUBLE) {
-        const double seconds = std::clamp(*static_cast<double*>(property.data), -1e9, 1e9);
-        mPictures->setTime(std::llround(seconds * 1e6));
-        mClient.onPosition(std::max(std::llround(seconds * 1e3), 0LL));
-    } else if (name == "eof-reached" && property.format == MPV_FORMAT_FLAG) {
-        if (*static_cast<int*>(property.data) != 0) {
-            mClient.onEnd();
+    switch (which) {
+        case TIME: {
+            const double seconds = std::clamp(*static_cast<double*>(property.data), -1e9, 1e9);
+            mPictures->setTime(std::llround(seconds * 1e6));
+            mClient.onPosition(std::max(std::llround(seconds * 1e3), 0LL));
+            break;
         }
-    } else if (name == "cache-buffering-state" && property.format == MPV_FORMAT_INT64) {
-        mClient.onBuffering(static_cast<int>(*static_cast<int64_t*>(property.data)));
+        case END:
+            if (*static_cast<int*>(property.data) != 0) {
+                mClient.onEnd();
+            }
+            break;
+        case BUFFERING:
+            mClient.onBuffering(static_cast<int>(*static_cast<int64_t*>(property.data)));
+            break;
+        case FRAME: {
+            const auto& frame = *static_cast<mpv_node*>(property.data);
+            mPictures->setFields(isSet(find(frame, "interlaced")), isSet(find(frame, "tff")));
+            break;
+        }
+        default:
+            break;
     }
 }
 

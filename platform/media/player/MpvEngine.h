@@ -41,7 +41,7 @@ private:
 
     void run();
     void onEvent(const mpv_event& event);
-    void onProperty(const mpv_event_property& property);
+    void onProperty(uint64_t which, const mpv_event_property& property);
     void onVideoReconfig();
     void onFileEnd(const mpv_event_end_file& end);
     void fail(MediaFailure failure, const std::string& reason);

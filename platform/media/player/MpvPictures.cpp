@@ -50,9 +50,17 @@ bool MpvPictures::start() {
     return true;
 }
 
-void MpvPictures::setFormat(const Format& format) {
+void MpvPictures::setFields(bool isInterlaced, bool isTopFieldFirst) {
     const std::lock_guard guard(mLock);
-    mFormat = format;
+    mFormat.isInterlaced = isInterlaced;
+    mFormat.isTopFieldFirst = isTopFieldFirst;
+}
+
+void MpvPictures::setFormat(const MediaPicture& format) {
+    const std::lock_guard guard(mLock);
+    const MediaPicture former = std::exchange(mFormat, format);
+    mFormat.isInterlaced = former.isInterlaced;
+    mFormat.isTopFieldFirst = former.isTopFieldFirst;
     mRedraw = mRedraw || std::exchange(mAwaitsFormat, false);
     mChanged.notify_all();
 }
@@ -106,7 +114,7 @@ void MpvPictures::takePicture(bool isAskedFor) {
                        (info.flags & MPV_RENDER_FRAME_INFO_REDRAW) == 0;
     mHasPicture = mHasPicture || isNew;
     const int64_t timeUs = timeOf(info.target_time);
-    const Format format = formatOfPicture();
+    const MediaPicture format = formatOfPicture();
     if ((!isNew && !(isAskedFor && mHasPicture)) || format.width <= 0 || format.height <= 0 ||
         !mSink.reserve(format.width, format.height)) {
         skip();
@@ -120,7 +128,7 @@ void MpvPictures::takePicture(bool isAskedFor) {
 }
 
 // The first picture comes about when its format is told: sometimes before, then it is drawn again.
-MpvPictures::Format MpvPictures::formatOfPicture() {
+MediaPicture MpvPictures::formatOfPicture() {
     const std::lock_guard guard(mLock);
     mAwaitsFormat = mFormat.width <= 0;
     return mFormat;
@@ -146,7 +154,7 @@ int64_t MpvPictures::timeOf(int64_t playerTimeUs) {
     return playerTimeUs + mOffsetUs;
 }
 
-bool MpvPictures::draw(const Format& format) {
+bool MpvPictures::draw(const MediaPicture& format) {
     size_t stride = strideOf(format.width);
     const size_t bytes = stride * static_cast<size_t>(format.height);
     if (bytes != mPixelBytes) {
@@ -169,8 +177,10 @@ bool MpvPictures::draw(const Format& format) {
     if (mpv_render_context_render(mContext, parameters) < 0) {
         return false;
     }
-    return mSink.prepare({mPixels.get(), static_cast<int>(stride), format.width, format.height,
-                          format.sampleAspect, format.matrix, format.isFullRange});
+    MediaPicture picture = format;
+    picture.pixels = mPixels.get();
+    picture.strideBytes = static_cast<int>(stride);
+    return mSink.prepare(picture);
 }
 
 void MpvPictures::skip() {

@@ -22,15 +22,6 @@ namespace orvhost {
 // the sink has no room for is taken and not drawn: mpv's own clock never waits for anybody here.
 class MpvPictures {
 public:
-    // How pictures come out of the filters, zero until mpv has told.
-    struct Format {
-        int width = 0;
-        int height = 0;
-        double sampleAspect = 0.0;
-        ColorMatrix matrix = ColorMatrix::BT709;
-        bool isFullRange = false;
-    };
-
     MpvPictures(mpv_handle* player, PictureSink& sink);
     ~MpvPictures();                            // before the player
     MpvPictures(const MpvPictures&) = delete;  // mpv knows it by address
@@ -39,7 +30,9 @@ public:
     // False when mpv refuses. Before a file is loaded.
     [[nodiscard]] bool start();
 
-    void setFormat(const Format& format);
+    // How pictures come out of the filters; all but their pixels, fields and time.
+    void setFormat(const MediaPicture& format);
+    void setFields(bool isInterlaced, bool isTopFieldFirst);
     void setTime(int64_t us) { mTimeUs = us; }
     void redraw();
     // Returns once nothing is left to draw, or after a while.
@@ -49,9 +42,9 @@ private:
     static void onUpdate(void* self);
     void run();
     void takePicture(bool isAskedFor);
-    Format formatOfPicture();
+    MediaPicture formatOfPicture();
     int64_t timeOf(int64_t playerTimeUs);
-    bool draw(const Format& format);
+    bool draw(const MediaPicture& format);
     void skip();
     void waitUntil(int64_t playerTimeUs);
 
@@ -62,7 +55,7 @@ private:
 
     std::mutex mLock;
     std::condition_variable mChanged;
-    Format mFormat;
+    MediaPicture mFormat;  // without a size until mpv has told
     bool mUpdated = false;
     bool mRedraw = false;
     bool mAwaitsFormat = false;  // a picture came without

@@ -32,6 +32,8 @@ IGraphicBufferProducer::QueueBufferInput describe(const MediaPicture& picture) {
     IGraphicBufferProducer::QueueBufferInput input;
     input.crop = {0, 0, picture.width - 1, picture.height - 1};
     input.dataSpace = dataSpaceOf(picture);
+    input.interlaced = picture.isInterlaced;
+    input.topFieldFirst = picture.isTopFieldFirst;
     const AVRational aspect = av_d2q(picture.sampleAspect, LARGEST_ASPECT_NUMBER);
     if (aspect.num > 0 && aspect.den > 0) {
         input.sampleAspectWidth = static_cast<uint32_t>(aspect.num);

@@ -1,6 +1,7 @@
 #include "platform/media/player/MediaFile.h"
 
 #include <stdlib.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -72,6 +73,10 @@ std::string MediaFolder::addSound(const char* name, int seconds) const {
 std::string MediaFolder::addBytes(const char* name, const std::string& bytes) const {
     std::ofstream(path(name), std::ios::binary) << bytes;
     return path(name);
+}
+
+std::string MediaFolder::addPipe(const char* name) const {
+    return mkfifo(path(name).c_str(), 0600) == 0 ? path(name) : "";
 }
 
 }  // namespace orvtest

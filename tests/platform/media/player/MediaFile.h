@@ -34,6 +34,7 @@ public:
     std::string add(const Film& film) const;
     std::string addSound(const char* name, int seconds) const;
     std::string addBytes(const char* name, const std::string& bytes) const;
+    std::string addPipe(const char* name) const;
     std::string path(const char* name) const { return mPath + "/" + name; }
 
 private:

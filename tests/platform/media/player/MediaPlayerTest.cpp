@@ -33,6 +33,7 @@ struct FilmCase {
     uint32_t aspectHeight;
     int standard;       // of the colours
     int tolerance = 2;  // of lossless streams
+    bool isInterlaced = false;
 };
 
 constexpr char LOSSLESS[] = "-c:v ffv1 -c:a aac";
@@ -103,6 +104,14 @@ TEST_F(MediaPlayerTest, PlaysFilmsFromTheFirstToTheLastPicture) {
          1,
          1,
          HAL_DATASPACE_STANDARD_BT709},
+        {{"fields.mkv", "-c:v mpeg2video -q:v 1 -flags +ildct+ilme -top 1", 320, 240, 10, false},
+         320,
+         240,
+         1,
+         1,
+         SD,
+         4,
+         true},
         {{"full.mkv", "-c:v ffv1 -color_range pc", 160, 120, 10, false}, 160, 120, 1, 1, SD},
     };
     for (const FilmCase& one : cases) {
@@ -132,10 +141,29 @@ TEST_F(MediaPlayerTest, PlaysFilmsFromTheFirstToTheLastPicture) {
         const SeenPicture& last = pictures.back();
         EXPECT_EQ(last.input.sampleAspectWidth, one.aspectWidth);
         EXPECT_EQ(last.input.sampleAspectHeight, one.aspectHeight);
+        EXPECT_EQ(last.input.interlaced, one.isInterlaced);
+        EXPECT_EQ(last.input.topFieldFirst, one.isInterlaced);
         EXPECT_EQ(last.input.dataSpace & HAL_DATASPACE_STANDARD_MASK, one.standard);
         expectColour(last.left, LEFT_COLOUR, one.tolerance, "left");
         expectColour(last.right, RIGHT_COLOUR, one.tolerance, "right");
     }
+}
+
+// A camera that was held upright says so beside the picture; the bar code then reads across.
+TEST_F(MediaPlayerTest, TurnsPicturesThatWereTakenUpright) {
+    const std::string lying =
+        sFolder->add({"lying.mp4", "-c:v mpeg4 -q:v 1 -vf transpose=cclock", 240, 160, 15, false});
+    const std::string upright = sFolder->path("upright.mp4");
+    ASSERT_EQ(
+        system(("ffmpeg -v error -y -i " + lying + " -c copy -metadata:s:v rotate=270 " + upright)
+                   .c_str()),
+        0);
+    ASSERT_EQ(open(upright), OK);
+    ASSERT_EQ(mPlayer->start(), OK);
+    ASSERT_TRUE(mLog->await("complete"));
+    EXPECT_EQ(mWindow->awaitLast(14), 14);
+    EXPECT_EQ(mWindow->pictures().back().width, 240);
+    EXPECT_EQ(mWindow->pictures().back().height, 160);
 }
 
 TEST_F(MediaPlayerTest, PlaysSoundAlone) {
@@ -199,6 +227,7 @@ TEST_F(MediaPlayerTest, TellsOnceWhatCannotBePlayed) {
         {"missing", sFolder->path("missing.mp4"), MEDIA_ERROR_IO},
         {"empty", sFolder->addBytes("empty.mp4", ""), MEDIA_ERROR_UNSUPPORTED},
         {"a folder", sFolder->path(""), MEDIA_ERROR_IO},
+        {"a pipe that nobody writes to", sFolder->addPipe("pipe.mp4"), MEDIA_ERROR_IO},
         {"text", sFolder->addBytes("text.mp4", "hello, world\n"), MEDIA_ERROR_UNSUPPORTED},
         {"noise", sFolder->addBytes("noise.mkv", std::string(70'000, '\x5A')),
          MEDIA_ERROR_UNSUPPORTED},
