@@ -111,10 +111,6 @@ public:
 protected:
     ~MainController() override;
 
-    // Who plays and who makes recordings; null where nobody does.
-    virtual android::sp<Player> createPlayer() { return nullptr; }
-    virtual android::sp<Recorder> createRecorder() { return nullptr; }
-
 private:
     using Configuration = std::map<std::string, std::string>;
     using PIDMap = std::map<TSReceiverPIDType, unsigned short>;
@@ -135,7 +131,7 @@ private:
     bool configureAudio(Configuration& config, PIDMap& pids);
     bool configureAudioDecoder(Configuration& config);
     bool configureCaptions(Configuration& config, PIDMap& pids);
-    bool createPlayerOf(const std::string& filePath);
+    void createPlayerOf(const std::string& filePath);
     bool receivePID(Configuration& config, const char* key, TSReceiverPIDType role,
                     const android::sp<RingBuffer>& buffer, const char* label, PIDMap& pids);
 

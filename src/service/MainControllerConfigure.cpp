@@ -44,8 +44,8 @@ int MainController::configure(Configuration config) {
         return 1;
     }
     const int sourceType = atoi(config["sourceType"].c_str());
-    if (sourceType != LIVE && !createPlayerOf(config["filePath"])) {
-        return 1;
+    if (sourceType != LIVE) {
+        createPlayerOf(config["filePath"]);
     }
     mSourceType = sourceType;
     PIDMap pids;
@@ -57,14 +57,10 @@ int MainController::configure(Configuration config) {
     return done(status, "configure on TSReceiver") ? 0 : 1;
 }
 
-bool MainController::createPlayerOf(const std::string& filePath) {
-    m_pPlayer = createPlayer();
-    if (!done(m_pPlayer == nullptr ? 1 : 0, "Player")) {
-        return false;
-    }
+void MainController::createPlayerOf(const std::string& filePath) {
+    m_pPlayer = new Player;
     m_pPlayer->setListener(this);
     m_pPlayer->setFilePath(filePath);
-    return true;
 }
 
 // Has the receiver filter the PID under `key` into `buffer`, when it names a stream.

@@ -93,11 +93,7 @@ int MainController::startRecord(Uri* target) {
     if (mRecording) {
         return 1;
     }
-    m_pRecorder = createRecorder();
-    if (m_pRecorder == nullptr) {
-        ORV_LOGE("%s: there is no recorder", __func__);
-        return 1;
-    }
+    m_pRecorder = new Recorder;
     m_pRecorder->setListener(this);
     m_pRecorder->start(target, mPIDs[PID_TYPE_VIDEO], mPIDs[PID_TYPE_AUDIO],
                        mPIDs[PID_TYPE_CLOSED_CAPTION], mAudioCodingType - 1);

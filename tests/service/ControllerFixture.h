@@ -8,11 +8,12 @@
 #include <string>
 #include <vector>
 
-#include "FakeRecordings.h"
+#include "service/MainController.h"
 #include "support/Await.h"
 #include "support/EventLog.h"
 #include "support/FakeAudio.h"
 #include "support/FakeDemux.h"
+#include "support/FakeRecPlayer.h"
 #include "support/FakeTimers.h"
 #include "support/ProcessUsage.h"
 #include "support/TraceCapture.h"
@@ -21,8 +22,8 @@
 
 namespace orvtest {
 
-// A controller between a demultiplexer that serves what the test feeds, a silent output, and timers
-// that fire when the test says so.
+// A controller between a demultiplexer that serves what the test feeds, a recorder service that
+// does what the test says, a silent output, and timers that fire when the test says so.
 class ControllerTest : public testing::Test {
 protected:
     using Config = std::map<std::string, std::string>;
@@ -54,6 +55,7 @@ protected:
         mDemux.reset();
         mAudio.reset();
         mAudio.open();
+        mService.reset();
         newController();
     }
     void TearDown() override {
@@ -65,7 +67,7 @@ protected:
     void newController() {
         mController = nullptr;
         mTimers.reset();
-        mController = new RecordingController;
+        mController = new OrvPlayer::MainController;
         mController->setServiceControllerListener(&mEvents);
     }
 
@@ -93,9 +95,10 @@ protected:
     FakeDemux& mDemux = FakeDemux::instance();
     FakeAudio& mAudio = FakeAudio::instance();
     FakeTimers& mTimers = FakeTimers::instance();
+    FakeRecPlayer& mService = FakeRecPlayer::instance();
     TraceCapture mTrace;
     EventLog mEvents;
-    android::sp<RecordingController> mController;
+    android::sp<OrvPlayer::MainController> mController;
 };
 
 }  // namespace orvtest

@@ -6,29 +6,16 @@
 #include <memory>
 #include <string>
 #include <thread>
-#include <utility>
 
 #include "ControllerFixture.h"
+#include "support/RecordingsLog.h"
 
 namespace {
 
 using namespace OrvPlayer;
 using orvtest::await;
 
-// Takes down what a player and a recorder have to say.
-struct Told : IPlayerListener, IRecorderListener {
-    void onTimeUpdate(int seconds) override { add("time", seconds); }
-    void onEndOfContent() override { add("end", 0); }
-    void onRecorderStarted(int result) override { add("started", result); }
-    void onRecorderStopped(int result) override { add("stopped", result); }
-    void onError(int code) override { add("error", code); }
-
-    void add(const std::string& what, int value) {
-        text += (text.empty() ? "" : " ") + what + ":" + std::to_string(value);
-    }
-    std::string take() { return std::exchange(text, ""); }
-    std::string text;
-};
+constexpr Uint33 SECOND = 90'000;
 
 class MainControllerRecordedTest : public orvtest::ControllerTest {
 protected:
@@ -36,23 +23,21 @@ protected:
         newController();
         mController->setPlayerListener(&mTold);
         mController->setRecorderListener(&mTold);
+        mService.reset();
+        mService.setClip(60'000);
         ASSERT_EQ(mController->configure(recorded(type)), 0);
-        EXPECT_EQ(mController->player->take(), "path(/rec/1)");
     }
-    std::string played() { return mController->player->take(); }
-    void endContent() {
-        mController->player->tell([](IPlayerListener& listener) { listener.onEndOfContent(); });
-    }
+    void show(Uint33 pts) { mController->onFrameRendered(1440, 1080, pts); }
     // Lets the check for the end of content find pictures until it is over.
     void awaitEnd() {
         EXPECT_TRUE(await([&] { return mEvents.count() > 0; }));
         EXPECT_EQ(mEvents.take(), "5:0,0");
     }
 
-    Told mTold;
+    orvtest::RecordingsLog mTold;
 };
 
-// Only the recorder service's own source is told to stop and where playback is.
+// Only the recorder service's own source is told where playback is.
 TEST_F(MainControllerRecordedTest, DrivesThePlayer) {
     for (const char* type : {"1", "2"}) {
         SCOPED_TRACE(type);
@@ -60,16 +45,20 @@ TEST_F(MainControllerRecordedTest, DrivesThePlayer) {
         open(type);
         ASSERT_EQ(mController->start(), 0);
         EXPECT_EQ(mTimers.armedFor(PLAYBACK_TIMER), 10);
-        mController->onFrameRendered(1440, 1080, 90'000);  // the sound is still to come
-        EXPECT_EQ(played(), "start");
+        EXPECT_EQ(mService.take(), "active clip(/rec/1,0)");
+        show(SECOND);  // the sound is still to come
         mController->onAudioRendered();
-        mController->onFrameRendered(1440, 1080, 93'003);
-        EXPECT_EQ(played(), followed ? "at(93003)" : "");
+        show(2 * SECOND);
+        show(4 * SECOND);
+        EXPECT_EQ(mService.take(), followed ? "lap(2000,4000)" : "");
+        EXPECT_EQ(mTold.take(), followed ? "time:2" : "");
         EXPECT_EQ(mController->pause(), 0);
         EXPECT_EQ(mController->resume(), 0);
-        EXPECT_EQ(played(), "pause resume");
+        EXPECT_EQ(mService.take(), "pause resume");
         EXPECT_EQ(mController->stop(), 0);
-        EXPECT_EQ(played(), followed ? "stop" : "");
+        mController->onAudioRendered();
+        show(6 * SECOND);
+        EXPECT_EQ(mService.take(), "");
     }
 }
 
@@ -77,10 +66,12 @@ TEST_F(MainControllerRecordedTest, EndsWithTheLastPicture) {
     open("2");
     ASSERT_EQ(mController->start(), 0);
     renderBoth();
-    played();
+    show(2 * SECOND);
+    show(14 * SECOND + 31'050);
+    mTold.take();
+    mService.take();
     mEvents.take();
-    mController->player->currentTimeMs = 12'345;
-    endContent();
+    mService.playerEvent(PLAYER_EVENT_END_OF_CONTENT);
     EXPECT_EQ(mTold.take(), "time:12");
     awaitEnd();
 
@@ -88,32 +79,36 @@ TEST_F(MainControllerRecordedTest, EndsWithTheLastPicture) {
     EXPECT_EQ(mController->pause(), 0);
     EXPECT_EQ(mController->resume(), 0);
     awaitEnd();
-    mController->onFrameRendered(1440, 1080, 96'006);
+    show(20 * SECOND);
+    EXPECT_EQ(mService.take(), "");
     EXPECT_EQ(mController->seek(0), 1);
     EXPECT_EQ(mController->stop(), 0);
-    EXPECT_EQ(played(), "");
+    EXPECT_EQ(mService.take(), "seekable");
 
     ASSERT_EQ(mController->start(), 0);  // and the player is back
     EXPECT_EQ(mController->pause(), 0);
-    EXPECT_EQ(played(), "start pause");
-    mController->player->currentTimeMs = 0;
-    endContent();
+    EXPECT_EQ(mService.take(), "active clip(/rec/1,0) pause");
+
+    open("2");  // with nothing shown there is no time to tell
+    ASSERT_EQ(mController->start(), 0);
+    mService.playerEvent(PLAYER_EVENT_END_OF_CONTENT);
     EXPECT_EQ(mTold.take(), "");
 }
 
 TEST_F(MainControllerRecordedTest, SeeksWithAFreshDecoder) {
     EXPECT_EQ(mController->seek(1'000), 1);  // no player
     open("2");
-    mController->player->canSeek = false;
+    mService.answer("IsPossibleSeek", 0);
     ASSERT_EQ(mController->start(), 0);
-    played();
+    mService.take();
     EXPECT_EQ(mController->seek(1'000), 1);
-    EXPECT_EQ(played(), "");
+    EXPECT_EQ(mService.take(), "seekable");
 
-    mController->player->canSeek = true;
-    for (int i = 0; i < 2; ++i) {
+    mService.answer("IsPossibleSeek", 1);
+    for (const char* elapsed : {"0", "30"}) {
         EXPECT_EQ(mController->seek(30'000), 0);
-        EXPECT_EQ(played(), "stop seek(30000) start");
+        EXPECT_EQ(mService.take(),
+                  std::string("seekable reposition(") + elapsed + ",30000) active clip(/rec/1,0)");
         EXPECT_EQ(mDemux.running(), 3u);
         const std::string modules = report(0);
         EXPECT_GT(modules.find("VideoDecoder"), modules.find("ClosedCaptionRenderer"));
@@ -125,8 +120,7 @@ TEST_F(MainControllerRecordedTest, SeeksWithAFreshDecoder) {
     EXPECT_EQ(mAudio.volume(), 1.0f);
 
     mEvents.take();
-    mController->player->seekEnds = true;  // a target at the end
-    EXPECT_EQ(mController->seek(59'900), 0);
+    EXPECT_EQ(mController->seek(59'900), 0);  // a target at the end
     EXPECT_TRUE(await([&] { return mEvents.count() > 0; }));
     EXPECT_EQ(mEvents.take(), "5:0,0");
 }
@@ -134,15 +128,12 @@ TEST_F(MainControllerRecordedTest, SeeksWithAFreshDecoder) {
 // The destroyed controller is not called any more.
 TEST_F(MainControllerRecordedTest, MayGoAnyTime) {
     open("2");
-    const android::sp<orvtest::FakePlayer> player = mController->player;
     ASSERT_EQ(mController->start(), 0);
     std::atomic<bool> done{false};
     std::thread service([&] {
         while (!done) {
-            player->tell([](IPlayerListener& listener) {
-                listener.onEndOfContent();
-                listener.onTimeUpdate(1);
-            });
+            mService.playerEvent(PLAYER_EVENT_END_OF_CONTENT);
+            mService.playerEvent(PLAYER_EVENT_READ_FAILED);
         }
     });
     mController->pause();
@@ -155,7 +146,7 @@ TEST_F(MainControllerRecordedTest, MayGoAnyTime) {
 }
 
 TEST_F(MainControllerRecordedTest, RecordsWhatIsWatched) {
-    const std::unique_ptr<Uri> target(Uri::parse("MTV://a/name?recType=1;"));
+    const std::unique_ptr<Uri> target(Uri::parse("MTV://a/name?recType=1;storageType=1;"));
     const std::unique_ptr<Uri> plain(Uri::parse("MTV://a/other"));
     struct {
         const char* latm;
@@ -164,8 +155,8 @@ TEST_F(MainControllerRecordedTest, RecordsWhatIsWatched) {
     } const cases[] = {{"1", "1", "0"}, {"0", "0", "1"}, {"0", "1", "2"}};
     for (const auto& wanted : cases) {
         SCOPED_TRACE(wanted.framing);
-        const auto started = [&](const std::string& name) {
-            return "start(" + name + ",273,274,305," + wanted.framing + ")";
+        const auto started = [&](const std::string& storage) {
+            return "create(0," + storage + ",273,274," + wanted.framing + ") more start get";
         };
         newController();
         mController->setRecorderListener(&mTold);
@@ -175,43 +166,38 @@ TEST_F(MainControllerRecordedTest, RecordsWhatIsWatched) {
         config["isMPEG2Audio"] = wanted.mpeg;
         ASSERT_EQ(mController->configure(config), 0);
         ASSERT_EQ(mController->start(), 0);
+        EXPECT_EQ(mController->startRecord(nullptr), 1);
         EXPECT_EQ(mController->stopRecord(true), 1);
         EXPECT_EQ(mController->startRecord(target.get()), 0);
         EXPECT_EQ(mController->startRecord(plain.get()), 1);
-        const android::sp<orvtest::FakeRecorder> recorder = mController->recorder;
-        EXPECT_EQ(recorder->take(), started("name"));
-        recorder->tell([](IRecorderListener& listener) {
-            listener.onRecorderStarted(0);
-            listener.onRecorderStopped(2);
-            listener.onError(0x60001);
-        });
-        EXPECT_EQ(mTold.take(), "started:0 stopped:2 error:393217");
+        EXPECT_EQ(mService.take(), started("1"));
+        mService.recorderEvent(RECORDER_EVENT_STORAGE_FULL);
+        EXPECT_EQ(mTold.take(), "started:0 error:393217");
         EXPECT_EQ(mController->stopRecord(true), 0);
         EXPECT_EQ(mController->stopRecord(true), 1);
         EXPECT_EQ(mController->startRecord(plain.get()), 0);
         EXPECT_EQ(mController->stop(), 0);  // a stop discards
-        EXPECT_EQ(recorder->take(), "stop(1) " + started("other") + " stop(0)");
+        EXPECT_EQ(mService.take(), "stop delete " + started("0") + " cancel delete");
+        EXPECT_EQ(mTold.take(), "stopped:1 started:0 stopped:1");
         EXPECT_EQ(mController->startRecord(target.get()), 0);
         mController = nullptr;
-        EXPECT_EQ(recorder->take(), started("name") + " stop(0)");
+        EXPECT_EQ(mService.take(), started("1") + " cancel delete");
+        mService.recorderEvent(RECORDER_EVENT_STORAGE_FULL);
+        EXPECT_EQ(mTold.take(), "started:0");
     }
-    const android::sp<MainController> recorderless = new MainController;
-    EXPECT_EQ(recorderless->startRecord(target.get()), 1);
-    EXPECT_EQ(recorderless->startRecord(nullptr), 1);
 }
 
 // Deliberate: the errors of the player go where those of a recorder go.
 TEST_F(MainControllerRecordedTest, TellsErrorsOfThePlayerAsRecorderErrors) {
     open("1");
-    const auto fail = [](IPlayerListener& listener) {
-        listener.onTimeUpdate(7);
-        listener.onError(0x21001);
-    };
-    mController->player->tell(fail);
-    EXPECT_EQ(mTold.take(), "time:7 error:135169");
+    ASSERT_EQ(mController->start(), 0);
+    mService.playerEvent(PLAYER_EVENT_READ_FAILED);
+    mController->onTimeUpdate(7);
+    EXPECT_EQ(mTold.take(), "error:135169 time:7");
     mController->setPlayerListener(nullptr);
     mController->setRecorderListener(nullptr);
-    mController->player->tell(fail);
+    mService.playerEvent(PLAYER_EVENT_READ_FAILED);
+    mController->onTimeUpdate(7);
     EXPECT_EQ(mTold.take(), "");
 }
 

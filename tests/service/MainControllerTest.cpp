@@ -9,13 +9,13 @@
 #include <chrono>
 #include <functional>
 #include <iterator>
+#include <memory>
 #include <random>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "ControllerFixture.h"
-#include "support/FakeRecPlayer.h"
 
 namespace {
 
@@ -75,10 +75,6 @@ TEST_F(MainControllerTest, ConfigurationFailuresNameTheirStep) {
     mAudio.failTracks(-19);
     EXPECT_EQ(mController->configure(LIVE), 1);
     EXPECT_TRUE(isTraced("configure: Error configuring Audio Renderer."));
-
-    const sp<MainController> playerless = new MainController;
-    EXPECT_EQ(playerless->configure(recorded("1")), 1);
-    EXPECT_TRUE(isTraced("configure: Error configuring Player."));
 }
 
 TEST_F(MainControllerTest, FiltersThePIDsThatNameAStream) {
@@ -230,7 +226,7 @@ TEST_F(MainControllerTest, KnowsTheKindsOfSources) {
                     << line;
             }
         }
-        EXPECT_EQ(orvtest::FakeRecPlayer::instance().take(), wanted.reported);
+        EXPECT_EQ(mService.takeAudioTimes(), wanted.reported);
     }
 }
 
@@ -302,19 +298,24 @@ TEST_F(MainControllerTest, ChangesOrAddsTheCaptionPID) {
 // hangs, breaks something or leaves something behind.
 TEST_F(MainControllerTest, TakesAnyCommandAtAnyTime) {
     std::mt19937 random(20);
+    Config config;
+    const std::unique_ptr<Uri> target(Uri::parse("MTV://a/b"));
     const auto number = [&] { return static_cast<int>(random()) >> random() % 32; };
     const std::function<void()> commands[] = {
         [&] { mController->start(); },
         [&] { mController->stop(); },
         [&] { mController->pause(); },
         [&] { mController->resume(); },
-        [&] { mController->configure(LIVE); },
+        [&] { mController->configure(config); },
         [&] { mController->stopTSReceiver(); },
         [&] { mController->setAudioPID(274 + number() % 2); },
         [&] { mController->setCCPID(300 + number() % 4); },
         [&] { mController->setCaptionSync(number()); },
         [&] { mController->seek(number()); },
+        [&] { mController->startRecord(target.get()); },
         [&] { mController->stopRecord(true); },
+        [&] { mService.recorderEvent(number()); },
+        [&] { mService.playerEvent(number()); },
         [&] { mController->onAudioReady(number()); },
         [&] { mController->setAudioEnable(number() % 2); },
         [&] { mController->setAVSync(number()); },
@@ -330,20 +331,24 @@ TEST_F(MainControllerTest, TakesAnyCommandAtAnyTime) {
             mDemux.feed(static_cast<unsigned short>(273 + random() % 2), garbage);
         },
     };
-    const size_t before = threads();
-    std::atomic<bool> done{false};
-    std::thread rendering([&] {
-        while (!done) {
-            renderBoth();
+    for (const Config& source : {LIVE, recorded("2")}) {
+        config = source;
+        newController();
+        const size_t before = threads();
+        std::atomic<bool> done{false};
+        std::thread rendering([&] {
+            while (!done) {
+                renderBoth();
+            }
+        });
+        for (int i = 0; i < 200; ++i) {
+            commands[random() % std::size(commands)]();
         }
-    });
-    for (int i = 0; i < 300; ++i) {
-        commands[random() % std::size(commands)]();
+        done = true;
+        rendering.join();
+        mController = nullptr;
+        EXPECT_TRUE(orvtest::await([&] { return threads() <= before; })) << threads();
     }
-    done = true;
-    rendering.join();
-    mController = nullptr;
-    EXPECT_TRUE(orvtest::await([&] { return threads() <= before; })) << threads() << " threads";
 }
 
 TEST_F(MainControllerTest, StopsQuicklyInTheMiddleOfAStreamAndLeavesNoThread) {

@@ -160,14 +160,15 @@ TEST_F(TSParserThreadTest, TimeStampsGoToClockAndRecorder) {
         mParser->stop();
         mReceived.clear();
     };
-    FakeRecPlayer::instance().take();
+    FakeRecPlayer::instance().takeAudioTimes();
     play(PID_TYPE_AUDIO, 0xC0, false);
-    EXPECT_TRUE(FakeRecPlayer::instance().take().empty());
+    EXPECT_TRUE(FakeRecPlayer::instance().takeAudioTimes().empty());
     EXPECT_EQ(clock->getPCRValue(), 0u);  // audio alone is no presentation time
     play(PID_TYPE_AUDIO, 0xC0, true);
-    EXPECT_EQ(FakeRecPlayer::instance().take(), (std::vector<unsigned long>{10'000, 10'040}));
+    EXPECT_EQ(FakeRecPlayer::instance().takeAudioTimes(),
+              (std::vector<unsigned long>{10'000, 10'040}));
     play(PID_TYPE_VIDEO, 0xE0, true);
-    EXPECT_TRUE(FakeRecPlayer::instance().take().empty());
+    EXPECT_TRUE(FakeRecPlayer::instance().takeAudioTimes().empty());
     EXPECT_GE(clock->getPCRValue(), 900'000u);
 }
 
