@@ -262,6 +262,22 @@ TEST_F(TsRecorderTest, ALossIsToldAndTheRecordingGoesOnUntilTheCallbackStopsIt) 
     }
 }
 
+// What a process that dies at any moment leaves: all but the last second, in whole packets.
+TEST_F(TsRecorderTest, LittleIsSoonInTheFileToo) {
+    ASSERT_TRUE(begin());
+    feedUntilWritten();
+    const std::string path = list().at(0).path;
+    auto size = std::filesystem::file_size(path);
+    for (int i = 0; i < 2; ++i) {
+        const auto fed = std::chrono::steady_clock::now();
+        mTuner.demultiplexer().feedLive(mBytes.data(), 40);
+        EXPECT_TRUE(await([&] { return std::filesystem::file_size(path) > size; }));
+        EXPECT_LT(std::chrono::steady_clock::now() - fed, std::chrono::seconds(2));
+        size = std::filesystem::file_size(path);
+        EXPECT_EQ(size % 188, 0u);
+    }
+}
+
 TEST_F(TsRecorderTest, DetailsTellAndTakeTheNames) {
     ASSERT_TRUE(begin());
     feedUntilWritten();
