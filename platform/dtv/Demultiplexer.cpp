@@ -429,7 +429,7 @@ void Demultiplexer::wakeReaders() {
 
 // ---- feeding ---------------------------------------------------------------------------------
 
-void Demultiplexer::deliver(const uint8_t* packet) {
+void Demultiplexer::deliver(const uint8_t* packet, bool withClock) {
     const uint16_t pid = pidOf(packet);
     const uint8_t wanted = mWanted[pid];
     if (wanted == 0) {
@@ -439,7 +439,7 @@ void Demultiplexer::deliver(const uint8_t* packet) {
         callTap(packet);
     }
     for (Filter* f = mByPid[pid]; f != nullptr; f = f->next) {
-        if (!f->takes(packet)) {
+        if (!f->takes(packet) || (!withClock && f->kind == DEMUX_FILTER_PCR)) {
             continue;
         }
         if (f->hadLast(packet)) {
@@ -453,20 +453,28 @@ void Demultiplexer::deliver(const uint8_t* packet) {
 void Demultiplexer::feedLive(const uint8_t* packets, size_t count) {
     std::unique_lock lock(mMutex);
     for (size_t i = 0; i < count; ++i) {
-        deliver(packets + i * TS_PACKET_BYTES);
+        deliver(packets + i * TS_PACKET_BYTES, true);
     }
     endBatch(lock);
 }
 
-void Demultiplexer::feedClock(const uint8_t* packets, size_t count) {
+void Demultiplexer::feedAtOnce(const uint8_t* packets, size_t count, size_t following) {
     std::unique_lock lock(mMutex);
-    for (size_t i = 0; i < count; ++i) {
-        const uint8_t* packet = packets + i * TS_PACKET_BYTES;
-        for (Filter* f = mByPid[pidOf(packet)]; f != nullptr; f = f->next) {
-            if (f->kind == DEMUX_FILTER_PCR && f->takes(packet)) {
-                f->push(packet);
+    for (const auto& filter : mFilters) {
+        if (filter == nullptr || filter->kind != DEMUX_FILTER_PCR) {
+            continue;
+        }
+        const uint8_t* packet = packets + (count + following) * TS_PACKET_BYTES;
+        while (packet > packets) {
+            packet -= TS_PACKET_BYTES;
+            if (pidOf(packet) == filter->pid && filter->takes(packet)) {
+                filter->push(packet);
+                break;
             }
         }
+    }
+    for (size_t i = 0; i < count; ++i) {
+        deliver(packets + i * TS_PACKET_BYTES, false);
     }
     endBatch(lock);
 }

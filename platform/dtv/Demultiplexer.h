@@ -42,8 +42,9 @@ public:
     // Feeding side, one thread. Live: takes all `count` packets; a full queue loses its oldest
     // ones.
     void feedLive(const uint8_t* packets, size_t count);
-    // The same for PCR filters alone.
-    void feedClock(const uint8_t* packets, size_t count);
+    // The same where packets of a long time come at once: PCR filters get their last one alone, of
+    // the `following` ones as well, which other filters do not get.
+    void feedAtOnce(const uint8_t* packets, size_t count, size_t following);
 
     // Lossless, and without a copy of its own: the filters refer to the packets until takeBack().
     void lend(const uint8_t* packets, size_t count);
@@ -101,7 +102,7 @@ private:
 
     Filter* find(int handle) const;
     int freeHandle();
-    void deliver(const uint8_t* packet);
+    void deliver(const uint8_t* packet, bool withClock);
     void lendOne(const uint8_t* packet);
     void callTap(const uint8_t* packet);
     void markTapped();

@@ -356,13 +356,10 @@ void TunerSession::readAhead() {
     }
 }
 
-void TunerSession::hand(size_t due) {
-    const size_t count = due + std::exchange(mHeldBack, 0);
-    if (count > 0) {
-        mDemultiplexer.feedLive(mWindow.packets(), count);
-        mWindow.release(count);
-        mFedThisLap += count;
-    }
+void TunerSession::hand(size_t count) {
+    mDemultiplexer.feedLive(mWindow.packets(), count);
+    mWindow.release(count);
+    mFedThisLap += count;
 }
 
 void TunerSession::feedPaced() {
@@ -371,13 +368,11 @@ void TunerSession::feedPaced() {
     const int64_t nowNs = mClock.nowNs();
     const size_t preview = isPreview() ? mPacer.packetsWithin(PREVIEW_NS) : SIZE_MAX;
     const size_t due = mPacer.takeDue(nowNs);
-    hand(std::min(due, preview));
-    if (due > preview) {
-        mHeldBack = due - preview;
-        mDemultiplexer.feedClock(mWindow.packets(), mHeldBack);
-    }
-    if (due > 0) {
+    if (mHeldBack > 0 || (due > 0 && isBurstDue())) {
+        handBegin(mHeldBack + due, preview);
         noteBegun(nowNs);
+    } else if (due > 0) {
+        hand(due);
     }
     if (mWindow.count() == 0 && (mSourceEnded || mAtPresentEnd)) {
         if (!mOptions.recorded || !waitsForEnd(nowNs)) {

@@ -77,7 +77,8 @@ private:
     void beginFeeding();
     void feedPaced();
     void readAhead();
-    void hand(size_t due);
+    void hand(size_t count);
+    void handBegin(size_t due, size_t most);
     void judgeRead(ssize_t got);
     bool isBurstDue() const;
     bool waitsForEnd(int64_t nowNs);

@@ -36,6 +36,15 @@ bool TunerSession::isPreview() const {
     return mBurst && mPausedAtNs >= 0;
 }
 
+// The player's clock follows no reference by less than a second: it gets the last one alone.
+void TunerSession::handBegin(size_t due, size_t most) {
+    const size_t count = std::min(due, most);
+    mHeldBack = due - count;
+    mDemultiplexer.feedAtOnce(mWindow.packets(), count, mHeldBack);
+    mWindow.release(count);
+    mFedThisLap += count;
+}
+
 // The begin of the feed was handed over. A pause lasts from then on, if there is one.
 void TunerSession::noteBegun(int64_t nowNs) {
     std::lock_guard lock(mMutex);

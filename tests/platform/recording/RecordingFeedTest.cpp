@@ -222,8 +222,9 @@ TEST_F(RecordingFeedTest, APauseStopsTheFeedAndShiftsItsPace) {
     EXPECT_NEAR(static_cast<double>(shown), 500 / PICTURE_MS, 2);
     Bytes references(188 * 1000);
     const int size = static_cast<int>(references.size());
-    EXPECT_NEAR(mTuner.demultiplexer().readData(mClockHandle, references.data(), size) / 188,
-                LEAD_PICTURES, 2);
+    ASSERT_EQ(mTuner.demultiplexer().readData(mClockHandle, references.data(), size), 188);
+    const int64_t clockMs = pcrOf(references.data()) / 27'000 - 1000;
+    EXPECT_NEAR(static_cast<double>(clockMs), 8 * GROUP_PICTURES * PICTURE_MS + 1600, PICTURE_MS);
     mClock.advance(60'000 * MS);
     mPlayer.setPaused(true);
     take();
