@@ -61,6 +61,44 @@ TEST(RecordingNameTest, TellsDateChannelAndProgrammeInWhatAFileNameHolds) {
     EXPECT_EQ(orvhost::cleanText(cut), cut);  // valid: not cut inside a character
 }
 
+// A value that cannot be is passed over; what is no sidecar is none.
+TEST(SidecarTest, BelievesNoValueOutOfItsRange) {
+    orvhost::Sidecar whole;
+    whole.uid = orvhost::newUid();
+    whole.details.number = 7;
+    whole.details.stationName = "Canal";
+    whole.details.videoPid = 0x111;
+    const std::string text = orvhost::sidecarText(whole);
+    const std::pair<std::string, std::string> values[] = {
+        {"\"number\": 7", "\"number\": 4294967303"},
+        {"\"number\": 7", "\"number\": -7"},
+        {"\"number\": 7", "\"number\": 18446744073709551615"},
+        {"\"number\": 7", "\"number\": 7.5"},
+        {"\"number\": 7", "\"number\": [7]"},
+        {"\"channel\": \"Canal\"", "\"channel\": {}"},
+        {"\"channel\": \"Canal\"", "\"channel\": \"\\u0000Canal\""},
+        {"\"videoPid\": 273", "\"videoPid\": 8192"},
+    };
+    for (const auto& [good, bad] : values) {
+        std::string changed = text;
+        ASSERT_NE(changed.find(good), std::string::npos) << good;
+        changed.replace(changed.find(good), good.size(), bad);
+        orvhost::Sidecar read;
+        ASSERT_TRUE(orvhost::parseSidecar(changed, &read)) << bad;
+        EXPECT_TRUE(read.details.number == 0 || read.details.stationName.empty() ||
+                    read.details.videoPid == -1)
+            << bad;
+    }
+    orvhost::Sidecar read;
+    EXPECT_TRUE(orvhost::parseSidecar(text, &read));
+    for (const std::string& other :
+         {std::string(), std::string("[]"), text.substr(0, text.size() - 3), text + "}",
+          std::string(60'000, '['), std::string(70'000, ' ') + text, "\xff" + text,
+          std::string(R"({"format": "orvplayer-recording", "id": "../x"})")}) {
+        EXPECT_FALSE(orvhost::parseSidecar(other, &read)) << other.substr(0, 50);
+    }
+}
+
 class CatalogueTest : public testing::Test {
 protected:
     BegunRecording begin(const std::string& station, const std::string& programme,
