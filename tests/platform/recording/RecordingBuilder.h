@@ -64,10 +64,10 @@ inline Bytes makeRecording(const RecordingShape& shape) {
     return ts.build();
 }
 
-// With `gap` bytes behind every packet.
+// With `gap` bytes behind every packet, of which there are only whole ones.
 inline Bytes spread(const Bytes& packets, size_t gap) {
     Bytes out;
-    for (size_t at = 0; at < packets.size(); at += TsBuilder::PACKET) {
+    for (size_t at = 0; at + TsBuilder::PACKET <= packets.size(); at += TsBuilder::PACKET) {
         const auto from = packets.begin() + static_cast<std::ptrdiff_t>(at);
         out.insert(out.end(), from, from + TsBuilder::PACKET);
         out.resize(out.size() + gap, 0x47);

@@ -53,7 +53,8 @@ const ScanCase SCAN_CASES[] = {
 
 TEST_P(RecordingScanTest, FindsWhereToBeginAndWhenThatIs) {
     const ScanCase& c = GetParam();
-    const Bytes bytes = spread(makeRecording(c.shape), c.gap);
+    const Bytes packets = makeRecording(c.shape);
+    const Bytes bytes = c.gap == 0 ? packets : spread(packets, c.gap);
     TempFile file(bytes);
     const UniqueFd fd(open(file.path().c_str(), O_RDONLY));
     RecordingIndex index;
