@@ -272,7 +272,7 @@ TEST_F(TsRecorderTest, LittleIsSoonInTheFileToo) {
         const auto fed = std::chrono::steady_clock::now();
         mTuner.demultiplexer().feedLive(mBytes.data(), 40);
         EXPECT_TRUE(await([&] { return std::filesystem::file_size(path) > size; }));
-        EXPECT_LT(std::chrono::steady_clock::now() - fed, std::chrono::seconds(2));
+        EXPECT_LT(std::chrono::steady_clock::now() - fed, std::chrono::seconds(5));
         size = std::filesystem::file_size(path);
         EXPECT_EQ(size % 188, 0u);
     }
@@ -390,7 +390,7 @@ TEST(RecorderBinderTest, ARecordedBroadcastIsTheBroadcastAndPlaysAnywhere) {
     EXPECT_NEAR(static_cast<double>(kept.durationMs), 10'000, 1500) << kept.path;
     // A player has no more to say of it than of the broadcast.
     for (const char* player : {"ffprobe -v warning",
-                               "timeout 60 mpv --no-config --vo=null --ao=null"
+                               "timeout 60 mpv --no-config --vo=null --ao=null --ao-null-untimed"
                                " --untimed --msg-level=all=warn --end=2"}) {
         EXPECT_EQ(complaintsOf(player + (" '" + kept.path + "'")),
                   complaintsOf(player + (" '" + sample + "'")));
