@@ -80,7 +80,7 @@ int TestWindow::lastNumber() const {
 }
 
 int TestWindow::awaitLast(int number) const {
-    await([&] { return lastNumber() == number; }, std::chrono::seconds(2));
+    await([&] { return lastNumber() == number; });
     return lastNumber();
 }
 
@@ -109,7 +109,7 @@ size_t NotificationLog::count(const std::string& event) const {
 }
 
 bool NotificationLog::await(const std::string& event, size_t times) const {
-    return orvtest::await([&] { return count(event) >= times; });
+    return orvtest::await([&] { return count(event) >= times; }, std::chrono::seconds(30));
 }
 
 }  // namespace orvtest
