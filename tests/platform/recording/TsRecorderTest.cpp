@@ -1,6 +1,7 @@
 #include "recording/TsRecorder.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/statvfs.h>
 
 #include <condition_variable>
@@ -65,6 +66,14 @@ NewRecording wanted(int storageType = 0, int videoPid = REC_VIDEO, int audioPid 
     return recording;
 }
 
+// No file of this process may be longer: stands for a storage that takes no more.
+void limitFiles(rlim_t bytes) {
+    rlimit limit{};
+    getrlimit(RLIMIT_FSIZE, &limit);
+    limit.rlim_cur = std::min(bytes, limit.rlim_max);
+    setrlimit(RLIMIT_FSIZE, &limit);
+}
+
 class TsRecorderTest : public testing::Test {
 protected:
     void SetUp() override {
@@ -114,8 +123,6 @@ TEST_F(TsRecorderTest, ARecordingEndsByItselfAndSaysWhy) {
     struct statvfs storage {};
     ASSERT_EQ(statvfs(mFolder.path(".").c_str(), &storage), 0);
     const auto free = static_cast<int64_t>(storage.f_bavail * storage.f_frsize);
-    RecordingWriter::Options nearlyFull;
-    nearlyFull.space = {256 << 10, free - (4 << 20)};
     RecordingWriter::Options full;
     full.space = {256 << 10, free + (1 << 30)};
     const struct {
@@ -125,7 +132,7 @@ TEST_F(TsRecorderTest, ARecordingEndsByItselfAndSaysWhy) {
         int event;
         bool kept;
     } cases[] = {
-        {"nearly full", nearlyFull, {}, RECORDER_EVENT_STORAGE_FULL, true},
+        {"full by and by", {}, [] { limitFiles(1 << 20); }, RECORDER_EVENT_STORAGE_FULL, true},
         {"full from the start", full, {}, RECORDER_EVENT_STORAGE_FULL, false},
         {"the folder is removed",
          {},
@@ -146,6 +153,7 @@ TEST_F(TsRecorderTest, ARecordingEndsByItselfAndSaysWhy) {
             feed();
             return mEvents.all().size() > events;
         }));
+        limitFiles(RLIM_INFINITY);
         EXPECT_EQ(mEvents.all().back(), c.event);
         EXPECT_EQ(mRecorder->stop(true), c.kept);
         EXPECT_EQ(mRecorder->remove(), c.kept);  // after a failed stop nobody would
