@@ -137,9 +137,11 @@ bool RecordingPlayer::begin(RecPlayerBinder_EventCallback callback, void* userDa
     if (!source || played(*source) == nullptr) {
         return false;
     }
-    if (!seekAsked && mTuner.demultiplexer().filterCount() == 0) {
-        mTuner.setPaused(false);
-        if (source->wasFed) {
+    if (mTuner.demultiplexer().filterCount() == 0) {
+        if (!seekAsked) {
+            mTuner.setPaused(false);
+        }
+        if (source->wasFed) {  // a seek that succeeded leaves nothing fed
             goTo(*source, mPositionMs);
         }
     }
