@@ -7,11 +7,14 @@
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
+#include <cstring>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <random>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "StreamSelection.h"
 #include "SyncMeter.h"
