@@ -12,6 +12,7 @@
 #include <cstdlib>
 
 #include "media/CodecStatistics.h"
+#include "media/player/MediaFileState.h"
 #include "service/PlayerLibrary.h"
 
 namespace orvplayerd {
@@ -65,6 +66,7 @@ android::status_t MonitorService::figures(orvhost::PlaybackFigures* figures) {
     figures->heard = mSound.heard();
     figures->outputLatencyMs = mSound.outputLatencyMs();
     figures->beepsNs = mSound.takeBeepsNs();
+    figures->mediaDurationMs = orvhost::mediaFileDurationMs();
     rusage usage = {};
     getrusage(RUSAGE_SELF, &usage);
     figures->cpuSeconds = seconds(usage.ru_utime) + seconds(usage.ru_stime);

@@ -27,6 +27,7 @@ void forEachNumber(Figures& f, Visit visit) {
     visit(f.outputLatencyMs);
     visit(f.audioEarlyMs);
     visit(f.audioEarlyCount);
+    visit(f.mediaDurationMs);
     visit(f.cpuSeconds);
     visit(f.voluntarySwitches);
     visit(f.maxRssKb);

@@ -24,7 +24,8 @@ struct PlaybackFigures {
     // CLOCK_MONOTONIC: when the beeps of a test stream are heard, since the last call; the latest
     // MAX_BEEPS of them.
     std::vector<int64_t> beepsNs;
-    double cpuSeconds = 0.0;  // of the service process, as the three below
+    int64_t mediaDurationMs = 0;  // of the media file that was opened last; 0: unknown
+    double cpuSeconds = 0.0;      // of the service process, as the three below
     int64_t voluntarySwitches = 0;
     int64_t maxRssKb = 0;
     int32_t pid = 0;

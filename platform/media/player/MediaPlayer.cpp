@@ -14,6 +14,7 @@
 #include "audio/AudioOutput.h"
 #include "audio/AudioSession.h"
 #include "media/player/EngineLoader.h"
+#include "media/player/MediaFileState.h"
 #include "media/player/Notifier.h"
 #include "media/player/SurfaceSink.h"
 #include "trace/HostLog.h"
@@ -143,6 +144,7 @@ status_t MediaPlayer::Impl::prepare() {
     }
     mPositionMs = 0;
     mDurationMs = -1;
+    orvhost::mediaFileDurationMs() = 0;
     mVideoSize = 0;
     mIsAtEnd = false;
     mHasFailed = false;
@@ -173,6 +175,7 @@ status_t MediaPlayer::Impl::prepare() {
         return fail(failure, reason);
     }
     mDurationMs = mEngine->durationMs();
+    orvhost::mediaFileDurationMs() = std::max<int64_t>(mDurationMs, 0);
     return OK;
 }
 
