@@ -35,14 +35,17 @@ TuneResult ClientTuner::tune(const std::string& source, const orvhost::TuneOptio
     if (fd < 0) {
         return opened;
     }
+    const TuneResult result = tune(fd, orvhost::sourceNameOf(source), options);
+    close(fd);
+    return result;
+}
+
+TuneResult ClientTuner::tune(int fd, const std::string& name, const orvhost::TuneOptions& options) {
     const CallTimeout bound(waitOf(options.timeoutMs) + mPatience);
     std::string error;
     const sp<ITuner> tuner = find(&error);
-    const TuneResult result = tuner != nullptr
-                                  ? tuner->tune(fd, orvhost::sourceNameOf(source), options)
-                                  : TuneResult{TuneStatus::ServiceLost, error};
-    close(fd);
-    return result;
+    return tuner != nullptr ? tuner->tune(fd, name, options)
+                            : TuneResult{TuneStatus::ServiceLost, error};
 }
 
 void ClientTuner::untune() {

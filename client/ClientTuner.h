@@ -23,6 +23,8 @@ public:
 
     orvhost::TuneResult tune(const std::string& source,
                              const orvhost::TuneOptions& options) override;
+    // The same for an open descriptor, which stays the caller's.
+    orvhost::TuneResult tune(int fd, const std::string& name, const orvhost::TuneOptions& options);
     void untune() override;
     orvhost::ServiceList services(int timeoutMs) override;
     orvhost::TunerSignal signal() override;

@@ -1,5 +1,7 @@
 #include <orvclient/Player.h>
 
+#include <unistd.h>
+
 #include <utility>
 
 #include "PlayerImpl.h"
@@ -10,7 +12,8 @@ namespace orvclient {
 const char* describe(RecordingFailure failure) {
     switch (failure) {
         case RecordingFailure::NOT_BEGUN:
-            return "the recording cannot be written; check its folder, and the room there";
+            return "the recording cannot be written; check its storage: the folder, and the room "
+                   "there";
         case RecordingFailure::NOT_WRITTEN:
             return "the storage of the recording does not take it any more; check its folder";
         case RecordingFailure::STORAGE_FULL:
@@ -44,6 +47,10 @@ Tuner& Player::tuner() {
     return mImpl->tuner();
 }
 
+Recordings& Player::recordings() {
+    return mImpl->recordings();
+}
+
 Status Player::open(const LiveSource& source) {
     return mImpl->openUri(wire::OPEN_URI_SOURCE, liveUri(source));
 }
@@ -51,15 +58,52 @@ Status Player::open(const LiveSource& source) {
 Status Player::openRecording(const std::string& path, const LiveSource& source) {
     std::string uri;
     std::string error;
-    return recordingUri(path, source, &uri, &error) ? mImpl->openUri(wire::OPEN_URI_SOURCE, uri)
-                                                    : Status{Status::REFUSED, error};
+    if (!recordingUri(path, source, &uri, &error)) {
+        return {Status::REFUSED, error};
+    }
+    return mImpl->openUri(wire::OPEN_URI_SOURCE, uri, Impl::Content::RECORDING);
+}
+
+orvhost::TuneResult Player::tuneRecording(int number, orvhost::RecordingDetails* details) {
+    int fd = -1;
+    const orvhost::RecordingResult found = mImpl->recordings().open(number, details, &fd);
+    if (!found.ok()) {
+        const bool isLost = found.status == orvhost::RecordingStatus::ServiceLost;
+        return {isLost ? orvhost::TuneStatus::ServiceLost : orvhost::TuneStatus::NoSuchFile,
+                found.message};
+    }
+    orvhost::TuneOptions tuning;
+    tuning.recorded = true;
+    const orvhost::TuneResult tuned = mImpl->tuner().tune(fd, details->path, tuning);
+    ::close(fd);
+    const bool isWritten = details->state == orvhost::RecordingState::Recording;
+    mImpl->setRecordingLength(std::chrono::milliseconds(isWritten ? 0 : details->durationMs));
+    return tuned;
+}
+
+Status Player::openRecording(int number) {
+    constexpr int TABLES_MS = 3000;
+    orvhost::RecordingDetails details;
+    orvhost::TuneResult tuned = tuneRecording(number, &details);
+    orvhost::ServiceList list;
+    if (tuned.ok()) {
+        list = tuner().services(TABLES_MS);
+        tuned = list.result;
+    }
+    if (!list.services.empty()) {
+        return openRecording(details.path, liveSourceOf(list.services.front()));
+    }
+    const bool isLost = tuned.status == orvhost::TuneStatus::ServiceLost;
+    return {isLost ? Status::LOST : Status::REFUSED, tuned.message};
 }
 
 Status Player::openFile(const std::string& path) {
     std::string absolute;
     std::string error;
-    return mediaFile(path, &absolute, &error) ? mImpl->openUri(wire::OPEN_MEDIA_FILE, absolute)
-                                              : Status{Status::REFUSED, error};
+    if (!mediaFile(path, &absolute, &error)) {
+        return {Status::REFUSED, error};
+    }
+    return mImpl->openUri(wire::OPEN_MEDIA_FILE, absolute, Impl::Content::FILE);
 }
 
 Status Player::start() {
@@ -89,6 +133,10 @@ Status Player::seek(std::chrono::milliseconds position) {
 std::chrono::milliseconds Player::elapsed() const {
     const auto session = mImpl->present();
     return session != nullptr ? session->events().elapsed() : std::chrono::milliseconds(0);
+}
+
+std::chrono::milliseconds Player::duration() {
+    return mImpl->duration();
 }
 
 State Player::state() {

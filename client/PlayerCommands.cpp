@@ -30,8 +30,9 @@ Status nothingPlays() {
 
 }  // namespace
 
-Status Player::Impl::openUri(wire::OpenType type, const std::string& uri) {
+Status Player::Impl::openUri(wire::OpenType type, const std::string& uri, Content content) {
     mQueue.dropCaptions();
+    mContent = content;
     return command(
         Result::OPEN,
         [&](BpCOrvPlayer& player) {
@@ -101,6 +102,17 @@ Status Player::Impl::seek(std::chrono::milliseconds position) {
         Result::SEEK, [&](BpCOrvPlayer& player) { return player.seek(wireMs(position)); },
         "the player cannot go there");
     return status.code > 0 ? Status{Status::REFUSED, status.message} : status;
+}
+
+std::chrono::milliseconds Player::Impl::duration() {
+    switch (mContent) {
+        case Content::RECORDING:
+            return std::chrono::milliseconds(mRecordingMs);
+        case Content::FILE:
+            return std::chrono::milliseconds(figures().mediaDurationMs);
+        default:
+            return std::chrono::milliseconds(0);
+    }
 }
 
 State Player::Impl::state() {
@@ -266,6 +278,7 @@ PlaybackFigures Player::Impl::figures() {
     figures.audioEarlyMs = seen.audioEarlyMs;
     figures.audioEarlyCount = seen.audioEarlyCount;
     figures.beepsNs = std::move(seen.beepsNs);
+    figures.mediaDurationMs = seen.mediaDurationMs;
     figures.cpuSeconds = seen.cpuSeconds;
     figures.voluntarySwitches = seen.voluntarySwitches;
     figures.maxRssKb = seen.maxRssKb;

@@ -32,6 +32,7 @@ Player::Impl::Impl(const Options& options, Callbacks callbacks, StartSession sta
       mCallbacks(std::make_shared<const Callbacks>(std::move(callbacks))),
       mStartSession(std::move(start)),
       mTuner([this](std::string* error) { return session(error); }, options.commandTimeout),
+      mRecordings([this](std::string* error) { return session(error); }, options.commandTimeout),
       mQueue(options.executor) {}
 
 Player::Impl::~Impl() {

@@ -11,6 +11,7 @@
 
 #include "CallbackQueue.h"
 #include "ClientEvents.h"
+#include "ClientRecordings.h"
 #include "ClientTuner.h"
 #include "Session.h"
 
@@ -35,9 +36,15 @@ public:
     // The same without starting one.
     std::shared_ptr<Session> present() const;
 
-    Tuner& tuner() { return mTuner; }
+    ClientTuner& tuner() { return mTuner; }
+    ClientRecordings& recordings() { return mRecordings; }
 
-    Status openUri(wire::OpenType type, const std::string& uri);
+    // What is open, as far as its length goes.
+    enum class Content { LIVE, RECORDING, FILE };
+
+    Status openUri(wire::OpenType type, const std::string& uri, Content content = Content::LIVE);
+    void setRecordingLength(std::chrono::milliseconds length) { mRecordingMs = length.count(); }
+    std::chrono::milliseconds duration();
     Status start();
     Status stop();
     Status close();
@@ -98,6 +105,7 @@ private:
     const std::shared_ptr<const Callbacks> mCallbacks;
     const StartSession mStartSession;
     ClientTuner mTuner;
+    ClientRecordings mRecordings;
 
     std::mutex mCommandLock;
     std::mutex mStartLock;
@@ -105,6 +113,9 @@ private:
     std::shared_ptr<Session> mSession;
     Settings mSettings;
     bool mEnding = false;
+
+    std::atomic<Content> mContent{Content::LIVE};
+    std::atomic<int64_t> mRecordingMs{0};  // of the one that was tuned last
 
     CallbackQueue mQueue;  // last: its callbacks may use all of the above until they have run
 };

@@ -153,6 +153,15 @@ sp<orvhost::IMonitor> Session::monitor(std::string* error) {
     return mMonitor;
 }
 
+sp<orvhost::IRecordings> Session::recordings(std::string* error) {
+    std::lock_guard<std::mutex> guard(mLock);
+    if (mRecordings == nullptr) {
+        mRecordings = android::interface_cast<orvhost::IRecordings>(
+            mConnection->getService(String16(orvhost::IRecordings::SERVICE_NAME), error));
+    }
+    return mRecordings;
+}
+
 int Session::servicePid() const {
     if (mChild != nullptr) {
         return mChild->pid();

@@ -14,6 +14,7 @@
 #include "ChildProcess.h"
 #include "ClientEvents.h"
 #include "binder/BinderConnection.h"
+#include "recording/IRecordings.h"
 
 namespace orvclient {
 
@@ -40,6 +41,7 @@ public:
     // Null, and one line, when the service has none.
     android::sp<orvhost::ITuner> tuner(std::string* error);
     android::sp<orvhost::IMonitor> monitor(std::string* error);
+    android::sp<orvhost::IRecordings> recordings(std::string* error);
 
     bool isAlive() const { return mConnection->isConnected() && !mEvents->isEnded(); }
     int servicePid() const;
@@ -64,6 +66,7 @@ private:
     std::mutex mLock;
     android::sp<orvhost::ITuner> mTuner;  // one object: the service knows us by what it passes
     android::sp<orvhost::IMonitor> mMonitor;
+    android::sp<orvhost::IRecordings> mRecordings;
 };
 
 }  // namespace orvclient

@@ -163,6 +163,47 @@ TEST_F(ServiceTest, PlaysTheSample) {
     EXPECT_TRUE(lost().empty());
 }
 
+// A recording is imported, found, played by its number, paused, sought in, and removed.
+TEST_F(ServiceTest, Recordings) {
+    const std::string home = testing::TempDir() + "orv-client-" + std::to_string(getpid());
+    setenv("XDG_DATA_HOME", home.c_str(), 1);
+    create();
+    unsetenv("XDG_DATA_HOME");
+    orvclient::Recordings& recordings = mPlayer->recordings();
+    orvhost::RecordingDetails imported;
+    const auto progress = [](int64_t done, int64_t total) { return done <= total; };
+    EXPECT_FALSE(recordings.importFile("/no/such.ts", {}, progress, &imported).ok());
+    const auto result =
+        recordings.importFile(ORV_SAMPLES_DIR "/small.ts", {"", "All", 0}, progress, &imported);
+    ASSERT_TRUE(result.ok()) << result.message;
+    EXPECT_EQ(imported.programmeName, "All");
+    EXPECT_EQ(recordings.list().recordings.size(), 1U);
+
+    EXPECT_EQ(mPlayer->openRecording(imported.number + 1).code, Status::REFUSED);
+    const Status opened = mPlayer->openRecording(imported.number);
+    ASSERT_TRUE(opened.ok()) << opened.message;
+    EXPECT_EQ(mPlayer->duration(), milliseconds(imported.durationMs));
+    ASSERT_TRUE(mPlayer->start().ok());
+    EXPECT_TRUE(watch(10));
+    EXPECT_EQ(mSteps, 10);
+    EXPECT_TRUE(mPlayer->seek(seconds(6)).ok());
+    EXPECT_GE(mPlayer->elapsed(), seconds(6));
+    EXPECT_TRUE(watch(10));
+    EXPECT_TRUE(mPlayer->pause().ok());
+    EXPECT_TRUE(mPlayer->seek(seconds(2)).ok());
+    EXPECT_EQ(mPlayer->state(), State::PAUSED);
+    EXPECT_TRUE(mPlayer->resume().ok());
+    EXPECT_TRUE(await([this] { return mPlayer->elapsed() >= seconds(3); }, BOUND));
+    EXPECT_EQ(mEnds, 0);
+    mPlayer->seek(std::chrono::hours(1));
+    EXPECT_TRUE(await([this] { return mEnds == 1; }, BOUND));
+    EXPECT_TRUE(mPlayer->close().ok());
+    EXPECT_TRUE(recordings.remove(imported.number).ok());
+    EXPECT_TRUE(recordings.list().recordings.empty());
+    mPlayer = nullptr;
+    std::filesystem::remove_all(home);
+}
+
 size_t entriesOf(pid_t process, const std::string& what) {
     const std::filesystem::directory_iterator list("/proc/" + std::to_string(process) + "/" + what);
     return static_cast<size_t>(std::distance(begin(list), end(list)));

@@ -2,6 +2,7 @@
 
 #include <orvclient/Export.h>
 #include <orvclient/PictureQueue.h>
+#include <orvclient/Recordings.h>
 #include <orvclient/Tuner.h>
 
 #include <chrono>
@@ -38,13 +39,6 @@ struct StillView {
     uint32_t height = 0;
     uint32_t bytesPerPixel = 4;  // 4: blue, green, red, alpha; 2: as the service's screen has it
     Picture source;              // the picture that it shows, without its pixels
-};
-
-// What a recording is called in lists; either may be empty, and neither may hold ';' or '#'.
-struct RecordingLabels {
-    std::string channel;
-    std::string programme;
-    int storage = 0;  // which of the service's storages, by its number
 };
 
 // Why a recording ended before it was stopped. What was written until then is kept.
@@ -115,8 +109,9 @@ struct PlaybackFigures {
     double audioEarlyMs = 0.0;  // of the sound at hand against the sound clock, the latest
     uint64_t audioEarlyCount = 0;
     std::vector<int64_t>
-        beepsNs;              // CLOCK_MONOTONIC: when test beeps are heard, since the last call
-    double cpuSeconds = 0.0;  // of the service process
+        beepsNs;                  // CLOCK_MONOTONIC: when test beeps are heard, since the last call
+    int64_t mediaDurationMs = 0;  // of the media file that was opened last; 0: unknown
+    double cpuSeconds = 0.0;      // of the service process
     int64_t voluntarySwitches = 0;
     int64_t maxRssKb = 0;
     int pid = 0;
@@ -164,11 +159,16 @@ public:
     Player& operator=(const Player&) = delete;
 
     Tuner& tuner();
+    Recordings& recordings();
 
     // Opening while something is open closes that first.
     Status open(const LiveSource& source);
-    // A recording of the tuned source by its path. Refused when the path holds ';', '#' or '?'.
+    // Tunes to a recording by its number, and tells what is known of it.
+    orvhost::TuneResult tuneRecording(int number, orvhost::RecordingDetails* details);
+    // The recording that is tuned, by its path. Refused when that holds ';', '#' or '?'.
     Status openRecording(const std::string& path, const LiveSource& source);
+    // All of it: tunes to the recording and opens its first picture, sound and captions.
+    Status openRecording(int number);
     // A media file, by the platform's player. One that it cannot play ends the service.
     Status openFile(const std::string& path);
     Status start();
@@ -182,8 +182,10 @@ public:
     // Recordings and files only, playing or paused. REFUSED, and nothing has changed, where the
     // service cannot go there; the last 1.5 s of a recording, and what lies beyond, are its end.
     Status seek(std::chrono::milliseconds position);
-    // How far a recording or a media file was played, in whole seconds after a seek.
+    // How far a recording or a media file was played, and of how much; 0 when that is unknown, as
+    // for what is live. Elapsed time grows by whole seconds; a seek sets it.
     std::chrono::milliseconds elapsed() const;
+    std::chrono::milliseconds duration();
 
     State state();
     // The queue must live until another one, or null, was set.
