@@ -22,4 +22,27 @@ std::string checkLabel(const std::string& name);
 // Of `play` but for what is played.
 void addPlayback(CLI::App* command, PlayOptions& options);
 
+// `orvplay record` and all that is below it.
+class RecordCommandLine {
+public:
+    RecordCommandLine() = default;
+    RecordCommandLine(const RecordCommandLine&) = delete;  // the command line writes here
+    RecordCommandLine& operator=(const RecordCommandLine&) = delete;
+
+    void addTo(CLI::App& app);
+    // Runs what was asked for; the exit code.
+    int run();
+
+private:
+    void addSwitch();
+    void addRecordings();
+
+    CLI::App* mRecord = nullptr;
+    RecordOptions mSingle;  // record SOURCE
+    RecordSwitchOptions mSwitch;
+    RecordingsOptions mRecordings;
+    PlayOptions mPlay;
+    int mPlayNumber = 0;
+};
+
 }  // namespace orvplay

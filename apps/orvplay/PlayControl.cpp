@@ -1,6 +1,8 @@
 #include "PlayControl.h"
 
 #include "ExitCode.h"
+#include "HumanText.h"
+#include "RecordingText.h"
 
 using orvclient::Status;
 
@@ -12,12 +14,14 @@ namespace {
 constexpr int64_t STEP_MS = 5'000;
 constexpr int64_t FAR_STEP_MS = 60'000;
 
-template <typename Value>
-Value valueOr(const nlohmann::json& request, const char* key, const Value& otherwise) {
+int64_t numberOr(const nlohmann::json& request, const char* key, int64_t otherwise) {
     const auto found = request.find(key);
-    const bool isThere =
-        found != request.end() && found->type() == nlohmann::json(otherwise).type();
-    return isThere ? found->get<Value>() : otherwise;
+    return found != request.end() && found->is_number_integer() ? found->get<int64_t>() : otherwise;
+}
+
+std::string textOf(const nlohmann::json& request, const char* key) {
+    const auto found = request.find(key);
+    return found != request.end() && found->is_string() ? found->get<std::string>() : "";
 }
 
 nlohmann::json failure(int code, const std::string& message) {
@@ -62,23 +66,22 @@ Status PlayControl::lookAtKeys() {
 }
 
 PlayControl::Json PlayControl::serve(const Json& request) {
-    const auto command = valueOr<std::string>(request, "command", "");
+    const auto command = textOf(request, "command");
     Status status;
     if (command == "record.start") {
-        const auto storage = valueOr<int64_t>(request, "storage", mStorage);
-        status =
-            startRecording(valueOr<std::string>(request, "name", ""), static_cast<int>(storage));
+        const int64_t storage = numberOr(request, "storage", mStorage);
+        status = startRecording(textOf(request, "name"), static_cast<int>(storage));
     } else if (command == "record.stop") {
         if (!mParts.session.player().isRecording()) {
             return failure(EXIT_NOT_FOUND,
                            "nothing is being recorded; begin with: "
                            "orvplay record start");
         }
-        status = stopRecording(valueOr(request, "keep", true));
+        status = stopRecording(request.value("keep", Json(true)) != Json(false));
     } else if (command == "play.pause") {
         status = mTransport.togglePause();
     } else if (command == "play.seek") {
-        status = mTransport.seekBy(valueOr<int64_t>(request, "by", 0));
+        status = mTransport.seekBy(numberOr(request, "by", 0));
     } else {
         return failure(EXIT_FAILED, "this player knows no \"" + command + "\"");
     }
@@ -102,13 +105,22 @@ Status PlayControl::startRecording(const std::string& name, int storage) {
 }
 
 Status PlayControl::stopRecording(bool keep) {
-    const std::string length = mRecording.lengthText();
-    const Status status = mParts.session.player().stopRecording(keep);
-    if (status.ok()) {
-        tell("recording " + std::to_string(mRecording.number()) +
-             (keep ? " ends, after " + length : " is thrown away"));
+    orvclient::Player& player = mParts.session.player();
+    const Status status = player.stopRecording(keep);
+    const std::string name = "recording " + std::to_string(mRecording.number());
+    orvhost::RecordingDetails details;
+    if (!status.ok()) {
+        return status;
     }
-    return status;
+    if (!keep) {
+        tell(name + " is thrown away");
+    } else if (player.recordings().find(mRecording.number(), &details).ok()) {
+        mParts.events.writeLine(toJson(details));
+        tell(name + " ends: " + timeText(details.durationMs) + ", " + sizeText(details.sizeBytes));
+    } else {
+        tell(name + " ends");
+    }
+    return {};
 }
 
 void PlayControl::toggleRecording() {

@@ -8,12 +8,13 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
-#include <thread>
+#include <utility>
 
 #include "HumanText.h"
 #include "Interrupt.h"
 #include "MonotonicTime.h"
 #include "ServiceChoice.h"
+#include "SourceChoice.h"
 #include "TuneFailure.h"
 #include "WindowLoader.h"
 #include "client/PictureHalves.h"
@@ -31,6 +32,7 @@ constexpr int64_t RESTART_NS = 10'000'000'000;
 // Outputs that open at all open sooner, even where sound was announced with the wrong framing.
 constexpr int64_t HINT_NS = 6'000'000'000;
 constexpr int SCRAMBLED = 0x21003;
+constexpr int RECORDING_UNREADABLE = 0x21001;
 // The player tells the end of a recording itself; after so much more silence it is taken for
 // granted.
 constexpr int64_t LATE_END_NS = 5'000'000'000;
@@ -38,16 +40,13 @@ constexpr int64_t LATE_END_NS = 5'000'000'000;
 }  // namespace
 
 PlayRun::PlayRun(const PlayOptions& options)
-    : mOptions(options), mStreams(options), mEvents(options.json), mStill(options.snapshot) {}
+    : mOptions(options), mEvents(options.json), mStill(options.snapshot) {}
 
 int PlayRun::run() {
     mSession = std::make_unique<PlayerSession>(mOptions, callbacks());
     std::string error;
     if (!mSession->connect(&error)) {
         return mMessages.fail(EXIT_SERVICE, error);
-    }
-    if (const int code = findSource(); code != EXIT_OK) {
-        return code;
     }
     if (const int code = tune(); code != EXIT_OK) {
         return code;
@@ -86,8 +85,11 @@ orvclient::Callbacks PlayRun::callbacks() {
         mEvents.write("onError", {{"code", code}});
         mError = code;
     };
-    callbacks.onTime = [this](int seconds) {
-        mEvents.write("onTimeUpdate", {{"seconds", seconds}});
+    // Of a media file each second is told several times.
+    callbacks.onTime = [this, last = -1](int seconds) mutable {
+        if (std::exchange(last, seconds) != seconds) {
+            mEvents.write("onTimeUpdate", {{"seconds", seconds}});
+        }
     };
     callbacks.onEnd = [this] {
         mEvents.write("onEndOfContent");
@@ -100,24 +102,18 @@ orvclient::Callbacks PlayRun::callbacks() {
     return callbacks;
 }
 
-int PlayRun::findSource() {
-    mSource.path = mOptions.source;
-    if (isMediaFile(mOptions.source)) {
-        mSource.kind = SourceKind::MEDIA;
-    }
-    return EXIT_OK;
-}
-
-orvhost::TuneOptions PlayRun::tuning() const {
-    orvhost::TuneOptions tuning;
-    tuning.keepGaps = mOptions.keepGaps;
-    return tuning;
-}
-
 int PlayRun::tune() {
+    if (const int code = findSource(*mSession, mOptions.source, mMessages, &mSource);
+        code != EXIT_OK) {
+        return code;
+    }
+    const orvhost::TuneResult tuned = tuneTo(*mSession, mSource, mOptions.keepGaps);
+    if (!tuned.ok()) {
+        return mMessages.fail(exitCodeOf(tuned.status), tuned.message);
+    }
     return mSource.kind == SourceKind::MEDIA
                ? EXIT_OK
-               : tuneTo(mSession->tuner(), mStreams, tuning(), &mSelection);
+               : findStreams(mSession->tuner(), mOptions, &mSelection);
 }
 
 bool PlayRun::openOutputs() {
@@ -154,12 +150,14 @@ int PlayRun::play() {
     mEvents.begin();
     mSummary.begin();
     if (const Status status = start(); !status.ok()) {
-        return mMessages.failed(*mSession, status, "the player cannot start");
+        return mSource.kind == SourceKind::MEDIA && status.code == Status::LOST
+                   ? mediaFailed()
+                   : mMessages.failed(*mSession, status, "the player cannot start");
     }
     if (!mOptions.record.empty()) {
         const std::string name = mOptions.record != "-" ? mOptions.record : "";
         if (const Status status = mControl->startRecording(name, mOptions.storage); !status.ok()) {
-            mMessages.say("nothing is recorded: " + status.message);
+            mFailure = mMessages.fail(EXIT_RECORDING, "nothing is recorded: " + status.message);
         }
     }
     return EXIT_OK;
@@ -285,23 +283,27 @@ PlayRun::Outcome PlayRun::replaceService() {
     const uint64_t frames = mSession->figures().framesTimed;
     const std::string message = mSession->lostMessage();
     if (mSource.kind == SourceKind::MEDIA) {
-        // The service ends when its media player cannot go on.
-        return giveUp(mMessages.fail(mPictures->figures().frames > 0 || mSession->figures().heard
-                                         ? EXIT_PLAYBACK
-                                         : EXIT_SOURCE,
-                                     mSource.path + ": the media player cannot play this; " +
-                                         "is it a media file, and whole?"));
+        return giveUp(mediaFailed());
     }
     if (mFramesAtReplacement == frames || !mSession->replaceLost()) {
         return giveUp(mMessages.fail(EXIT_SERVICE, message));
     }
     mFramesAtReplacement = frames;
     mMessages.say("the player service ended by itself; another one goes on");
-    const orvhost::TuneResult tuned = mSession->tuner().tune(mSource.path, tuning());
-    if (!tuned.ok()) {
+    if (const orvhost::TuneResult tuned = tuneTo(*mSession, mSource, mOptions.keepGaps);
+        !tuned.ok()) {
         return giveUp(mMessages.fail(exitCodeOf(tuned.status), tuned.message));
     }
     return outcomeOf(playAgain(), "the player cannot go on");
+}
+
+// The service ends when its media player cannot go on.
+int PlayRun::mediaFailed() {
+    const bool hasPlayed =
+        mPictures->figures().frames > 0 || mSession->player().elapsed().count() > 0;
+    return mMessages.fail(
+        hasPlayed ? EXIT_PLAYBACK : EXIT_SOURCE,
+        mSource.path + ": the media player cannot play this; is it a media file, and whole?");
 }
 
 bool PlayRun::outputsOpened(const PictureOutput::Figures& figures) const {
@@ -324,13 +326,20 @@ std::string PlayRun::missingStream() const {
 
 void PlayRun::hint(const std::string& reason) {
     mHinted = true;
-    mMessages.say(reason + "; playback begins 17 s after the start");
+    const char* const wait = mSource.kind == SourceKind::RECORDING ? "10" : "17";
+    mMessages.say(reason + "; playback begins " + wait + " s after the start");
 }
 
 // A scrambled picture stops the player's video. Bit errors look the same: after a stretch of good
 // pictures it is started again.
 PlayRun::Outcome PlayRun::lookAtErrors() {
     const int code = mError.exchange(0);
+    if (code == RECORDING_UNREADABLE) {
+        return giveUp(mMessages.fail(EXIT_PLAYBACK,
+                                     mSource.path + ": the recording cannot be read on (code " +
+                                         std::to_string(code) + "); see: orvplay record show " +
+                                         std::to_string(mSource.number)));
+    }
     if (code != SCRAMBLED) {
         return Outcome::GO_ON;
     }
@@ -370,7 +379,7 @@ void PlayRun::updateStatus(const PictureOutput::Figures& figures) {
         state += (state.empty() ? "" : "  ") + ("recording " + mRecording.lengthText());
     }
     std::string time = mControl->transport().position();
-    if (figures.frames == 0 && (time.empty() || !mSession->figures().heard)) {
+    if (figures.frames == 0 && mSession->player().elapsed().count() == 0) {
         mMessages.line().show("waiting for the first picture ... " + state);
         return;
     }
@@ -391,8 +400,10 @@ int PlayRun::finish() {
     const bool canAsk = mPictures->figures().frames > 0 && mOutcome != Outcome::FAILED;
     mStill.take(canAsk ? &mSession->player() : nullptr);
     if (!mSession->isLost()) {
-        if (mSession->player().isRecording()) {
-            mControl->stopRecording(true);
+        const bool isRecording = mSession->player().isRecording();
+        const Status kept = isRecording ? mControl->stopRecording(true) : Status();
+        if (!kept.ok()) {
+            mFailure = mMessages.fail(EXIT_RECORDING, kept.message);
         }
         const Status status = mSession->player().stop();
         if (!status.ok() && mOutcome != Outcome::FAILED) {

@@ -44,8 +44,6 @@ private:
     enum class Outcome { GO_ON, FINISHED, INTERRUPTED, FAILED };
 
     orvclient::Callbacks callbacks();
-    int findSource();
-    orvhost::TuneOptions tuning() const;
     int tune();
     bool openOutputs();
     int play();
@@ -64,6 +62,7 @@ private:
     void reportFirstPicture(const PictureOutput::Figures& figures);
     void updateStatus(const PictureOutput::Figures& figures);
     bool outputsOpened(const PictureOutput::Figures& figures) const;
+    int mediaFailed();
     std::string missingStream() const;
     void hint(const std::string& reason);
     int finish();
@@ -75,7 +74,6 @@ private:
     Outcome giveUp(int code);
 
     const PlayOptions mOptions;
-    StreamOptions mStreams;  // of the source as the tuner has it
     PlaySource mSource;
     StreamSelection mSelection;  // what is played: keys change it
     EventLog mEvents;

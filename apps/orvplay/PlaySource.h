@@ -17,6 +17,7 @@ struct PlaySource {
     SourceKind kind = SourceKind::LIVE;
     std::string path;        // the name for the tuner, or of the file
     std::string title;       // for people; empty: the tables tell
+    int number = 0;          // of a recording
     int64_t durationMs = 0;  // 0: unknown
 };
 

@@ -36,8 +36,6 @@ Status RecordingControl::start(Player& player, const RecordingLabels& labels) {
     if (status.ok()) {
         mBeginNs = monotonicNs();
         mNumber = number;
-    } else {
-        mHasFailed = true;
     }
     return status;
 }

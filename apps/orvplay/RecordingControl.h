@@ -26,7 +26,7 @@ public:
     orvclient::Status start(orvclient::Player& player, const orvclient::RecordingLabels& labels);
     // To be called now and then: ends, and keeps, a recording that failed.
     void look(orvclient::Player& player);
-    // A recording that failed, or could not begin.
+    // One did.
     bool hasFailed() const { return mHasFailed; }
 
     // Of the recording that is under way, or was last; 0: none, or unknown.

@@ -16,6 +16,8 @@ int fail(ExitCode code, const std::string& message) {
     return code;
 }
 
+}  // namespace
+
 // Finds the streams in the tables. Without tables the PIDs that the user gave must do.
 int findStreams(orvclient::Tuner& tuner, const StreamOptions& options, StreamSelection* selection) {
     const orvhost::ServiceList list = tuner.services(TABLES_TIMEOUT_MS);
@@ -32,8 +34,6 @@ int findStreams(orvclient::Tuner& tuner, const StreamOptions& options, StreamSel
     }
     return EXIT_OK;
 }
-
-}  // namespace
 
 int tuneTo(orvclient::Tuner& tuner, const StreamOptions& options,
            const orvhost::TuneOptions& tuning, StreamSelection* selection) {

@@ -7,6 +7,9 @@
 
 namespace orvplay {
 
+// Finds the streams of the tuned source that are to be played; the exit code, as below.
+int findStreams(orvclient::Tuner& tuner, const StreamOptions& options, StreamSelection* selection);
+
 // Opens the source at a tuner and finds the streams that are to be played in its
 // tables; without tables the PIDs that the user gave must do. EXIT_OK, with the tuner tuned; or the
 // exit code, with one line on standard error and the tuner free.

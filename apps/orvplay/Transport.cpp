@@ -73,9 +73,11 @@ std::string Transport::position() const {
         return "";
     }
     const int64_t elapsedMs = mParts.session.player().elapsed().count();
-    return mSource.durationMs > 0 ? timeText(std::min(elapsedMs, mSource.durationMs)) + " / " +
-                                        timeText(mSource.durationMs)
-                                  : timeText(elapsedMs);
+    const int64_t durationMs = mSource.kind == SourceKind::MEDIA
+                                   ? mParts.session.figures().mediaDurationMs
+                                   : mSource.durationMs;
+    return durationMs > 0 ? timeText(std::min(elapsedMs, durationMs)) + " / " + timeText(durationMs)
+                          : timeText(elapsedMs);
 }
 
 }  // namespace orvplay

@@ -125,11 +125,13 @@ int main(int argc, char** argv) {
     ProbeOptions probe;
     UnitsOptions units;
     CaptionsOptions captions;
+    RecordCommandLine record;
     addPlay(app, play);
     addSnapshot(app, snapshot);
     addProbe(app, probe);
     addUnits(app, units);
     addCaptions(app, captions);
+    record.addTo(app);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
@@ -137,6 +139,9 @@ int main(int argc, char** argv) {
     }
     if (app.got_subcommand("snapshot")) {
         return snapshotCommand(snapshot);
+    }
+    if (app.got_subcommand("record")) {
+        return record.run();
     }
     if (app.got_subcommand("units")) {
         return unitsCommand(units);
