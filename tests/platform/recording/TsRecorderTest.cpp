@@ -397,9 +397,9 @@ TEST(RecorderBinderTest, ARecordedBroadcastIsTheBroadcastAndPlaysAnywhere) {
     EXPECT_EQ(packetsOf(recording, {0, 0x100, 0x1FFF}).size() + recorded.size(), recording.size());
     EXPECT_NEAR(static_cast<double>(kept.durationMs), 10'000, 1500) << kept.path;
     // A player has no more to say of it than of the broadcast.
-    for (const char* player : {"ffprobe -v warning",
-                               "timeout 60 mpv --no-config --vo=null --ao=null --ao-null-untimed"
-                               " --untimed --msg-level=all=warn --end=2"}) {
+    for (const char* player :
+         {"ffprobe -v warning",
+          "timeout 60 mpv --no-config --o=/dev/null --of=null --msg-level=all=warn --end=2"}) {
         EXPECT_EQ(complaintsOf(player + (" '" + kept.path + "'")),
                   complaintsOf(player + (" '" + sample + "'")));
     }
