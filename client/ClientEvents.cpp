@@ -250,8 +250,9 @@ void ClientEvents::onRecorderStarted(int32_t number) {
 }
 
 void ClientEvents::onRecorderStopped(int32_t result) {
-    mIsRecording = false;
-    tell(Kind::EVENT, &Callbacks::onRecordingStopped, result == 1);
+    if (mIsRecording.exchange(false)) {
+        tell(Kind::EVENT, &Callbacks::onRecordingStopped, result == 1);
+    }
     settle(Result::RECORD_STOP, result);
 }
 

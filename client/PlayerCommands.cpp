@@ -216,6 +216,11 @@ Status Player::Impl::startRecording(const std::string& uri, int* number) {
         return status;
     }
     if (begun == ClientEvents::NOT_RECORDED) {
+        // Until then the service has it for one that is under way.
+        tell([](BpCOrvPlayer& player) {
+            int32_t unused = 0;
+            return player.stopRecorder(0, &unused);
+        });
         return {Status::REFUSED, describe(RecordingFailure::NOT_BEGUN)};
     }
     if (number != nullptr) {

@@ -106,9 +106,25 @@ private:
 };
 
 // The service on a bus of the test's own.
+// Where a service records, gone with the object.
+class DataHome {
+public:
+    DataHome() { EXPECT_NE(mkdtemp(mPath.data()), nullptr); }
+    DataHome(const DataHome&) = delete;  // owns the folder
+    DataHome& operator=(const DataHome&) = delete;
+    ~DataHome() { std::filesystem::remove_all(mPath); }
+
+    std::string variable() const { return "XDG_DATA_HOME=" + mPath; }
+
+private:
+    std::string mPath = "/tmp/orvtest-data-XXXXXX";
+};
+
 class OnBus {
 public:
-    OnBus() : mProgram(daemonProgram(), {"--bus-address", mBus.address()}, {mNotify.variable()}) {
+    OnBus()
+        : mProgram(daemonProgram(), {"--bus-address", mBus.address()},
+                   {mNotify.variable(), mData.variable()}) {
         EXPECT_TRUE(mProgram.waitForError("orvplayerd: ready ", 20));
     }
     PrivateBus& bus() { return mBus; }
@@ -118,6 +134,7 @@ public:
 private:
     PrivateBus mBus;
     NotifySocket mNotify;
+    const DataHome mData;
     Program mProgram;
 };
 
@@ -372,8 +389,9 @@ TEST(Daemon, AKilledClientLeavesNothingBehind) {
         Deed deed;
         int state;
     } const cases[] = {
-        // Threads and descriptors that the first playback makes once for all count from here.
-        {"the first", watch, PLAYING},
+        // Threads and descriptors that the first playback and recording make once for all count
+        // from here.
+        {"the first", [&](ServiceClient& c) { return watch(c) && record(c); }, PLAYING},
         {"connected", [](ServiceClient&) { return true; }, IDLE},
         {"opened", [](ServiceClient& c) { return c.openFile(SAMPLE) == 0; }, OPEN},
         {"buffering", play, PLAYING},
