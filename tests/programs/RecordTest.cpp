@@ -62,10 +62,13 @@ protected:
                                         [&](const json& event) { return event["event"] == name; });
         return found != events.end() ? *found : json::object();
     }
+    // Recordings that something was written to.
     size_t files() const {
         const std::filesystem::recursive_directory_iterator all(mHome + "/orvplayer/recordings");
         return static_cast<size_t>(std::count_if(begin(all), end(all), [](const auto& entry) {
-            return entry.path().extension() == ".ts";
+            std::error_code gone;
+            const auto size = entry.file_size(gone);
+            return entry.path().extension() == ".ts" && !gone && size > 0;
         }));
     }
 
@@ -123,7 +126,8 @@ TEST_F(RecordTest, WhilePlaying) {
     EXPECT_EQ(run({"record", "start", "--storage", "7"}).exitCode, 7) << "there is none";
     EXPECT_EQ(run({"record", "start", "--player", std::to_string(player->pid())}).out, "3\n");
 
-    // The end of the player is the end of its recording, which is kept.
+    // The end of the player is the end of its recording, which is kept once there is any.
+    EXPECT_TRUE(await([&] { return files() == 2; }));
     player->signal(SIGINT);
     const ProgramResult played = player->finish(PATIENCE_S);
     EXPECT_EQ(played.exitCode, 130) << played.err;
