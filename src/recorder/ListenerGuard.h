@@ -13,8 +13,8 @@ namespace OrvPlayer {
 //   service thread   ListenerGuard<L>::callAt(key, ...)    false when nobody is there any more
 //   owner goes       the key leads nowhere; a late call finds nothing
 //
-// set() and the destructor wait for a call that runs, so neither may be made inside one. Calls of
-// one guard come one after the other, and may come from any thread.
+// set() and the destructor wait for a call that runs. Calls of one guard come one after the other,
+// and may come from any thread. So none of these may be made inside a call.
 template <typename Listener>
 class ListenerGuard {
 public:
@@ -43,12 +43,8 @@ public:
     void publish(const void* key) {
         Published& published = Published::instance();
         std::lock_guard<std::mutex> guard(published.lock);
-        for (auto entry = published.records.begin(); entry != published.records.end(); ++entry) {
-            if (entry->second == mRecord) {
-                published.records.erase(entry);
-                break;
-            }
-        }
+        std::erase_if(published.records,
+                      [this](const auto& entry) { return entry.second == mRecord; });
         if (key != nullptr) {
             published.records.emplace(key, mRecord);
         }

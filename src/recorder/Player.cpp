@@ -104,27 +104,33 @@ bool Player::isPossibleSeek() {
 }
 
 void Player::seek(int positionMs) {
-    std::unique_lock<std::mutex> lock(mTimeLock);
-    const auto positionSec = static_cast<uint32_t>(positionMs / static_cast<int>(MS_PER_SECOND));
-    // Deliberate: a shorter recording makes the limit wrap, so that every target is sought.
-    if (static_cast<uint32_t>(positionMs) >= mDuration - LAST_SEEK_TARGET_MS) {
-        m_elapsedTimeSec = positionSec;
-        m_startPTS = 0;
-        lock.unlock();
+    uint32_t elapsedSec = 0;
+    bool isAtEnd = false;
+    {
+        std::lock_guard<std::mutex> guard(mTimeLock);
+        elapsedSec = m_elapsedTimeSec;
+        // Deliberate: a shorter recording makes the limit wrap, so that every target is sought.
+        isAtEnd = static_cast<uint32_t>(positionMs) >= mDuration - LAST_SEEK_TARGET_MS;
+    }
+    if (isAtEnd) {
+        moveTo(positionMs);
         mListener.call([](IPlayerListener& listener) { listener.onEndOfContent(); });
         return;
     }
-    const auto elapsedSec = static_cast<int>(m_elapsedTimeSec);
-    lock.unlock();
-    if (succeeded(__func__, "RecPlayerBinder_RepositioningTSPlayer",
-                  RecPlayerBinder_RepositioningTSPlayer(elapsedSec, positionMs))) {
-        lock.lock();
-        m_elapsedTimeSec = positionSec;
-        m_startPTS = 0;
-        lock.unlock();
+    if (succeeded(
+            __func__, "RecPlayerBinder_RepositioningTSPlayer",
+            RecPlayerBinder_RepositioningTSPlayer(static_cast<int>(elapsedSec), positionMs))) {
+        elapsedSec = moveTo(positionMs);
     }
     ORV_LOGI("%s: millisec %d - m_elapsedTimeSec %d", __func__, positionMs,
-             static_cast<int>(getCurrentTimeMs() / MS_PER_SECOND));
+             static_cast<int>(elapsedSec));
+}
+
+uint32_t Player::moveTo(int positionMs) {
+    std::lock_guard<std::mutex> guard(mTimeLock);
+    m_elapsedTimeSec = static_cast<uint32_t>(positionMs / static_cast<int>(MS_PER_SECOND));
+    m_startPTS = 0;
+    return m_elapsedTimeSec;
 }
 
 bool Player::countTime(Uint33 pts, uint32_t* elapsedMs, uint32_t* elapsedSec) {
@@ -133,6 +139,7 @@ bool Player::countTime(Uint33 pts, uint32_t* elapsedMs, uint32_t* elapsedSec) {
         return false;
     }
     if (m_startPTS == 0 || m_startPTS > pts) {
+        // Deliberate: a product of 32 bits. See PlayerTest.SeeksWithinTheRecording.
         m_startPTS = pts - m_elapsedTimeSec * TICKS_PER_SECOND;
         return false;
     }

@@ -59,18 +59,23 @@ protected:
     ~Player() override = default;
 
 private:
+    // Playback is there from here on, in whole seconds, which it returns; the next time stamp is
+    // taken for it.
+    uint32_t moveTo(int positionMs);
     // The new second to tell; false when there is none.
     bool countTime(Uint33 pts, uint32_t* elapsedMs, uint32_t* elapsedSec);
 
     ListenerGuard<IPlayerListener> mListener;
     IPlayerListener* mListenerKey = nullptr;  // what the service hands to the callback
-    std::string mFilePath;
 
-    std::mutex mTimeLock;  // a leaf
+    // With mTimeLock, but for the path.
     uint32_t m_elapsedTimeSec = 0;
     bool mStopped = false;
+    std::string mFilePath;
     uint32_t mDuration = 0;   // ms; 0: unknown
     uint64_t m_startPTS = 0;  // at elapsed time 0, 90 kHz; 0: not known
+
+    std::mutex mTimeLock;  // a leaf
 };
 
 // What the recorder service calls while it feeds a recording; `listener` is an IPlayerListener that
