@@ -151,7 +151,8 @@ int MainController::stop() {
     if (mPlaybackTimer != nullptr) {
         mPlaybackTimer->waitForCallback();  // it may be at the end of this run's buffering
     }
-    mReceiver->stop();  // nothing new enters from here on
+    mReceiver->stop();  // nothing new enters from here on, no event of a recording comes
+    mServiceController->stopCheckEndOfContent();  // one that came meanwhile ends no later run
     for (const sp<Module>& module : mModules) {
         if (const int status = module->stop(); status != 0) {
             ORV_LOGE("%s: Error stopping module %s", __func__, module->getModuleName().c_str());

@@ -95,6 +95,17 @@ TEST_F(MainControllerRecordedTest, EndsWithTheLastPicture) {
     EXPECT_EQ(mTold.take(), "");
 }
 
+// The service tells the end until its last filter has stopped.
+TEST_F(MainControllerRecordedTest, AnEndThatComesWhileItStopsEndsNoOtherRun) {
+    open("2");
+    const size_t before = threads();
+    ASSERT_EQ(mController->start(), 0);
+    mDemux.atNextStop([&] { mService.playerEvent(PLAYER_EVENT_END_OF_CONTENT); });
+    EXPECT_EQ(mController->stop(), 0);
+    EXPECT_TRUE(await([&] { return threads() <= before; })) << threads();
+    EXPECT_EQ(mEvents.take(), "2:0,0");
+}
+
 TEST_F(MainControllerRecordedTest, SeeksWithAFreshDecoder) {
     EXPECT_EQ(mController->seek(1'000), 1);  // no player
     open("2");

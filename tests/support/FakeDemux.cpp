@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <utility>
 
 namespace orvtest {
 
@@ -17,6 +18,7 @@ void FakeDemux::reset() {
     mFilters.clear();
     mStarted.clear();
     mRefused.clear();
+    mAtNextStop = nullptr;
     mLie = 0;
     mSelectError = 0;
     mSelects = 0;
@@ -46,6 +48,11 @@ void FakeDemux::failSelects(int code) {
     std::lock_guard<std::mutex> guard(mLock);
     mSelectError = code;
     mFed.notify_all();
+}
+
+void FakeDemux::atNextStop(std::function<void()> action) {
+    std::lock_guard<std::mutex> guard(mLock);
+    mAtNextStop = std::move(action);
 }
 
 std::vector<FakeDemux::Started> FakeDemux::started() const {
@@ -84,7 +91,12 @@ int FakeDemux::start(unsigned short pid, int kind) {
 }
 
 int FakeDemux::stop(int handle) {
-    std::lock_guard<std::mutex> guard(mLock);
+    std::unique_lock<std::mutex> guard(mLock);
+    if (const auto action = std::exchange(mAtNextStop, nullptr); action != nullptr) {
+        guard.unlock();
+        action();
+        guard.lock();
+    }
     return mFilters.erase(handle) != 0 ? 0 : -EBADF;
 }
 

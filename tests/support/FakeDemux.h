@@ -5,6 +5,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <set>
@@ -36,6 +37,8 @@ public:
     void lieAboutReads(int extra);
     // Every select fails with this code; 0 ends it.
     void failSelects(int code);
+    // Runs at the next stop of a filter, before it.
+    void atNextStop(std::function<void()> action);
 
     std::vector<Started> started() const;  // since reset(), in order, refused ones left out
     size_t running() const;
@@ -60,6 +63,7 @@ private:
     std::map<int, Filter> mFilters;
     std::vector<Started> mStarted;
     std::set<unsigned short> mRefused;
+    std::function<void()> mAtNextStop;
     int mNextHandle = 0;
     int mLie = 0;
     int mSelectError = 0;
