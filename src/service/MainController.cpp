@@ -240,10 +240,6 @@ void MainController::onAudioReady(long msec) {
         ++mFigures->audioEarlyCount;
     }
     mServiceController->onAudioReady(msec);
-    if (AudioRenderer::AudioRenderedListener* listener = mAudioRenderedListener;
-        listener != nullptr) {
-        listener->onAudioReady(msec);
-    }
 }
 
 void MainController::onAudioSessionId(int id) {

@@ -29,14 +29,11 @@ constexpr size_t HEAP_SLACK = 256 << 10;
 
 using OrvPlayer::MainController;
 
-// What the player reports of its sound and of failures.
-class Reports : public OrvPlayer::AudioRenderer::AudioRenderedListener,
-                public OrvPlayer::ErrorListener {
+// What the player reports of failures.
+class Reports : public OrvPlayer::ErrorListener {
 public:
-    void onAudioReady(long) override { ++sound; }
     void onError(unsigned int code, const OrvPlayer::Module*) const override { error = code; }
 
-    std::atomic<int> sound{0};
     mutable std::atomic<unsigned int> error{0};
 };
 
@@ -67,7 +64,7 @@ protected:
         android::sp<MainController> player = new MainController;
         EXPECT_EQ(player->configure(configurationOf(mSelection)), 0);
         player->setErrorListener(&mReports);
-        player->setAudioRenderedListener(&mReports);
+        player->setFigures(&mFigures);
         android::sp<android::Surface> surface = new android::Surface(mProducer);
         EXPECT_EQ(player->setSurface(surface), 0);
         return player;
@@ -85,6 +82,7 @@ protected:
     std::optional<orvplay::PictureOutput> mPictures;
     orvplay::StreamSelection mSelection;
     Reports mReports;
+    OrvPlayer::PlaybackFigures mFigures;
 };
 
 // The first and the last cycles go on to the first picture; those between are stopped early, each
@@ -130,8 +128,9 @@ TEST_F(SessionCyclesTest, AnotherPlayerTakesOver) {
         const android::sp<MainController> player = newPlayer();
         ASSERT_EQ(player->start(), 0);
         EXPECT_TRUE(awaitPictures(3));
-        const int before = mReports.sound;
-        EXPECT_TRUE(await([&] { return mReports.sound > before + 20; }, std::chrono::seconds(30)));
+        const uint64_t before = mFigures.audioEarlyCount;
+        EXPECT_TRUE(await([&] { return mFigures.audioEarlyCount > before + 20; },
+                          std::chrono::seconds(30)));
         ASSERT_EQ(player->stop(), 0);
         mSelection.audioPid = mSelection.nextSound()->pid;
     }
