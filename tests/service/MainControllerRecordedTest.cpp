@@ -44,7 +44,6 @@ TEST_F(MainControllerRecordedTest, DrivesThePlayer) {
         const bool followed = std::string(type) == "2";
         open(type);
         ASSERT_EQ(mController->start(), 0);
-        EXPECT_EQ(mTimers.armedFor(PLAYBACK_TIMER), 10);
         EXPECT_EQ(mService.take(), "active clip(/rec/1,0)");
         show(SECOND);  // the sound is still to come
         mController->onAudioRendered();
