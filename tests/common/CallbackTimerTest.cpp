@@ -21,9 +21,11 @@ class Owner {
 public:
     static void onTimer(void* owner) { static_cast<Owner*>(owner)->run(); }
 
-    void holdCallbacks() {
+    // How many began before: all after these are held.
+    int holdCallbacks() {
         std::lock_guard<std::mutex> guard(mLock);
         mHeld = true;
+        return mBegun;
     }
     void release() {
         std::lock_guard<std::mutex> guard(mLock);
@@ -94,17 +96,17 @@ TEST(CallbackTimerTest, APeriodGoesOnUntilDisarmedOneCallbackAtATime) {
     EXPECT_TRUE(owner.awaitBegun(3));
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(60));
 
-    owner.holdCallbacks();
-    const int held = owner.begun() + 1;
+    const int held = owner.holdCallbacks() + 1;
     EXPECT_TRUE(owner.awaitBegun(held));
     EXPECT_EQ(other.armPeriodic(20), 0);
     EXPECT_TRUE(measure.awaitBegun(10));
     EXPECT_EQ(owner.begun(), held);
     EXPECT_EQ(timer.disarm(), 0);
+    const int begun = measure.begun();
+    EXPECT_TRUE(measure.awaitBegun(begun + 5));  // one that was on its way has come
     owner.release();
     timer.waitForCallback();
-    const int begun = measure.begun();
-    EXPECT_TRUE(measure.awaitBegun(begun + 5));
+    EXPECT_TRUE(measure.awaitBegun(begun + 10));
     EXPECT_EQ(owner.begun(), held);
 }
 
