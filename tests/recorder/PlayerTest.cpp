@@ -96,6 +96,7 @@ TEST_F(PlayerTest, FindsTheStorageCard) {
     } cases[] = {
         {{0, "", 0}, nullptr, "", "0"},
         {{0, "/rec/card", 9}, "/other", "/other", "1"},
+        {{0, "", 0}, "card", "card", "0"},  // wherever it stands in the path
         {{1, "/rec/card", 9}, "/other", "/rec/card", "0"},
         {{1, "/rec/card", 8}, "/other", "/other", "1"},  // not read whole
         {{1, "", 0}, "/rec", "/rec", "0"},
@@ -200,6 +201,7 @@ TEST_F(PlayerTest, SeeksWithinTheRecording) {
         {60'000, 30'000, 0, "reposition(0,30000)", "", 0},
         {1'499, 1'499, 1, "reposition(0,1499)", "", 1'000},
         {0, 2'000'000'000, 1, "reposition(0,2000000000)", "", 2'000'000'000},
+        {0, 50'000'000, 1, "reposition(0,50000000)", "", 50'000'000},
     };
     for (const auto& wanted : cases) {
         SCOPED_TRACE(wanted.targetMs);
@@ -212,6 +214,9 @@ TEST_F(PlayerTest, SeeksWithinTheRecording) {
         EXPECT_EQ(mTold.take(), wanted.told);
         EXPECT_EQ(mPlayer->getCurrentTimeMs(), wanted.elapsedMs);
     }
+    // Deliberate: ticks up to there are counted in 32 bits, so from 13 hours on no second is told.
+    show({5'000'000'000, 5'000'000'000 + SECOND});
+    EXPECT_EQ(mTold.take(), "");
 }
 
 // The first time stamp after a seek is the second that was sought, a failed one leaves all as it

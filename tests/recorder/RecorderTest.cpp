@@ -113,8 +113,50 @@ TEST_F(RecorderTest, LabelsTheRecording) {
         std::vector<uint8_t> set(sizeof(recDetails));
         memcpy(set.data(), &labels.details, set.size());
         EXPECT_EQ(set, expected);
-        EXPECT_EQ(traced("start recDetails->iA_PID: 274"), 1);
     }
+}
+
+TEST_F(RecorderTest, TracesWhatItFindsAndSets) {
+    char station[] = "TV";
+    char programme[] = "News at 9";
+    recDetails found = {};
+    found.stationName = station;
+    found.prgName = programme;
+    found.stationNameLength = 2;
+    found.prgNameLength = 9;
+    found.creationTime = 0xFFFFFFF0;
+    found.durationOfRec = 33;
+    found.sizeOfRec = 34;
+    found.recMode = found.recLocation = 35;
+    found.playbackDuration = 36;
+    found.recStartTime = 37;
+    found.recEndTime = 38;
+    found.fileNumName = NUMBER;
+    mService.setCurrent(found);
+    start("MTV://a/b?storageType=1;channelName=X;");
+    EXPECT_EQ(mTrace.takeWithLevels(), (std::vector<std::string>{
+                                           "I start RecPlayerBinder_CreateTSRecorder succeeded!",
+                                           "I start RecPlayerBinder_AnyMoreRecordings succeeded!",
+                                           "I start RecPlayerBinder_StartTSRecorder succeeded!",
+                                           "V start recDetails->fileNumName: 4711",
+                                           "V start recDetails->stationName: TV",
+                                           "V start recDetails->prgName: News at 9",
+                                           "V start recDetails->stationNameLength: 2",
+                                           "V start recDetails->prgNameLength: 9",
+                                           "V start recDetails->creationTime: 4294967280",
+                                           "V start recDetails->durationOfRec: 33",
+                                           "V start recDetails->sizeOfRec: 34",
+                                           "V start recDetails->recMode: 0",
+                                           "V start recDetails->recLocation: 1",
+                                           "V start recDetails->bCanPlay: 1",
+                                           "V start recDetails->playbackDuration: 0",
+                                           "V start recDetails->recStartTime: 37",
+                                           "V start recDetails->recEndTime: 38",
+                                           "V start recDetails->iV_PID: 273",
+                                           "V start recDetails->iA_PID: 274",
+                                           "V start recDetails->isLATM: 2",
+                                           "I start RecPlayerBinder_SetCurrTSRecDetails succeeded!",
+                                       }));
 }
 
 TEST_F(RecorderTest, StartsAsFarAsTheServiceDoes) {

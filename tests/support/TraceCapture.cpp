@@ -12,7 +12,20 @@ namespace {
 
 std::mutex gMutex;
 bool gCapturing = false;
-std::vector<std::string> gLines;
+std::vector<std::string> gLines;  // each after the letter of its level and a blank
+
+char levelOf(uint32_t mask) {
+    switch (mask >> 28) {
+        case 1:
+            return 'V';
+        case 2:
+            return 'I';
+        case 4:
+            return 'W';
+        default:
+            return 'E';
+    }
+}
 
 }  // namespace
 
@@ -35,7 +48,7 @@ void __wrap_OneSegPGL_TraceOut(uint32_t mask, const char* format, ...) {
     }
     const std::scoped_lock lock(gMutex);
     if (gCapturing) {
-        gLines.push_back(std::move(line));
+        gLines.push_back(levelOf(mask) + (" " + line));
     } else {
         __real_OneSegPGL_TraceOut(mask, "%s", line.c_str());
     }
@@ -56,6 +69,14 @@ TraceCapture::~TraceCapture() {
 }
 
 std::vector<std::string> TraceCapture::take() {
+    std::vector<std::string> lines = takeWithLevels();
+    for (std::string& line : lines) {
+        line.erase(0, 2);
+    }
+    return lines;
+}
+
+std::vector<std::string> TraceCapture::takeWithLevels() {
     const std::scoped_lock lock(gMutex);
     return std::exchange(gLines, {});
 }

@@ -17,6 +17,8 @@ public:
 
     // The lines since the last call, in order, without the line ends.
     std::vector<std::string> take();
+    // The same, each after the letter of its level and a blank: V, I, W or E.
+    std::vector<std::string> takeWithLevels();
 };
 
 }  // namespace orvtest
