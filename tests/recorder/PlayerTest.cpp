@@ -49,6 +49,7 @@ namespace {
 
 using namespace OrvPlayer;
 using orvtest::FakeRecPlayer;
+using Lines = std::vector<std::string>;
 
 constexpr Uint33 SECOND = 90'000;
 constexpr const char* CARD_PROPERTY = "ORV_PROPERTY_oneseg_extSdCard_path";
@@ -76,7 +77,7 @@ protected:
         }
     }
     long traced(const std::string& line) {
-        const std::vector<std::string> lines = mTrace.take();
+        const Lines lines = mTrace.take();
         return std::count(lines.begin(), lines.end(), line);
     }
 
@@ -129,17 +130,14 @@ TEST_F(PlayerTest, ForwardsCommands) {
         const char* line;
     } cases[] = {
         {"PauseTSPlayer", 1, &Player::pause, "pause",
-         "pause RecPlayerBinder_PauseTSPlayer succeeded!"},
-        {"PauseTSPlayer", 0, &Player::pause, "pause", "pause RecPlayerBinder_PauseTSPlayer failed"},
+         "V pause RecPlayerBinder_PauseTSPlayer succeeded!"},
+        {"PauseTSPlayer", 0, &Player::pause, "pause",
+         "E pause RecPlayerBinder_PauseTSPlayer failed"},
         {"ResumeTSPlayer", 1, &Player::resume, "resume",
-         "resume RecPlayerBinder_ResumeTSPlayer succeeded!"},
+         "V resume RecPlayerBinder_ResumeTSPlayer succeeded!"},
         {"ResumeTSPlayer", 2, &Player::resume, "resume",
-         "resume RecPlayerBinder_ResumeTSPlayer failed"},
-        {"IsTSPlayerActive", 0, &Player::start, "active clip(/rec/card/1.ts,0)",
-         "start RecPlayerBinder_IsTSPlayerActive failed"},
-        {"IsTSPlayerActive", 1, &Player::start, "active clip(/rec/card/1.ts,0)",
-         "start fail to get duration"},
-        {"IsTSPlayerActive", 1, &Player::stop, "", "stop"},
+         "E resume RecPlayerBinder_ResumeTSPlayer failed"},
+        {"", 1, &Player::stop, "", "V stop"},
     };
     for (const auto& wanted : cases) {
         SCOPED_TRACE(wanted.line);
@@ -147,36 +145,65 @@ TEST_F(PlayerTest, ForwardsCommands) {
         mTrace.take();
         ((*mPlayer).*wanted.command)();
         EXPECT_EQ(mService.take(), wanted.call);
-        EXPECT_EQ(traced(wanted.line), 1);
+        EXPECT_EQ(mTrace.takeWithLevels(), Lines{wanted.line});
     }
     for (const unsigned char answer : {0, 1, 2}) {
         mService.answer("IsPossibleSeek", answer);
         EXPECT_EQ(mPlayer->isPossibleSeek(), answer != 0);
-        EXPECT_EQ(traced("isPossibleSeek RecPlayerBinder_IsPossibleSeek failed"), answer != 1);
+        EXPECT_EQ(mTrace.takeWithLevels(),
+                  Lines{answer == 1 ? "V isPossibleSeek RecPlayerBinder_IsPossibleSeek succeeded!"
+                                    : "E isPossibleSeek RecPlayerBinder_IsPossibleSeek failed"});
     }
+}
+
+TEST_F(PlayerTest, TracesHowFarItIs) {
+    mService.answer("IsTSPlayerActive", 0);
+    mPlayer->start();
+    EXPECT_EQ(mTrace.takeWithLevels(),
+              (Lines{"I start", "E start RecPlayerBinder_IsTSPlayerActive failed",
+                     "I start external sdcard path = ", "I start fail to get duration"}));
+    mService.reset();
+    mService.setClip(60'000);
+    mPlayer->start();
+    show({SECOND, 3 * SECOND + 9});
+    mPlayer->seek(30'000);
+    mService.answer("RepositioningTSPlayer", 0);
+    mPlayer->seek(10'999);
+    EXPECT_EQ(mTrace.takeWithLevels(),
+              (Lines{"I start", "V start RecPlayerBinder_IsTSPlayerActive succeeded!",
+                     "I start external sdcard path = ", "I start duration = 60000(ms)",
+                     "V updateCurTime: pts =270009, m_startPTS = 90000, elapsedTimeMSec = 2000, "
+                     "elapsedTimeSec = 2, m_elapsedTimeSec = 0",
+                     "V updateCurTime RecPlayerBinder_SetCurrLapTime succeeded!",
+                     "V seek RecPlayerBinder_RepositioningTSPlayer succeeded!",
+                     "I seek: millisec 30000 - m_elapsedTimeSec 30",
+                     "E seek RecPlayerBinder_RepositioningTSPlayer failed",
+                     "I seek: millisec 10999 - m_elapsedTimeSec 30"}));
 }
 
 TEST_F(PlayerTest, TellsEachSecondOnce) {
     start(10'000);
     const Uint33 base = 50 * SECOND;
-    show({base, base + SECOND - 1, base + SECOND, base + SECOND + 3003, base + 3 * SECOND});
+    show(
+        {base, base + SECOND - 1, base + SECOND, base + SECOND + 3003, base + 3 * SECOND + 45'000});
     EXPECT_EQ(mTold.take(), "time:1 time:3");
-    EXPECT_EQ(mService.take(), "lap(1000,51000) lap(3000,53000)");
+    EXPECT_EQ(mService.take(), "lap(1000,51000) lap(3500,53500)");
     EXPECT_EQ(mPlayer->getCurrentTimeMs(), 3'000u);
 
     show({base + 2 * SECOND, base - 1, base + SECOND});  // back, then behind the start: a new base
     EXPECT_EQ(mTold.take(), "time:4");
-    show({base + 6 * SECOND, base + 7 * SECOND, base + 90 * SECOND});  // never beyond the duration
-    EXPECT_EQ(mTold.take(), "time:9 time:10");
 
     mPlayer->stop();
-    show({base, base + 20 * SECOND});
+    show({base + 6 * SECOND, base - 2});
     EXPECT_EQ(mTold.take(), "");
+    mService.reset();  // the next start hears of no duration: that of before holds
     mPlayer->start();
-    EXPECT_EQ(mPlayer->getCurrentTimeMs(), 10'000u);
+    mService.take();
+    show({base + 6 * SECOND, base + 90 * SECOND, base + 91 * SECOND});
+    EXPECT_EQ(mTold.take(), "time:9 time:10");  // not beyond the duration
+    EXPECT_EQ(mService.take(), "lap(9000,56000) lap(93000,140000)");
 
-    // With an unknown duration there is no such bound, and a failing service changes nothing.
-    mService.reset();
+    // Where none was ever known there is no such bound, and a failing service changes nothing.
     mPlayer = new Player;
     mPlayer->setListener(&mTold);
     mPlayer->start();
@@ -197,7 +224,8 @@ TEST_F(PlayerTest, SeeksWithinTheRecording) {
         {60'000, 58'499, 1, "reposition(0,58499)", "", 58'000},
         {60'000, 58'500, 1, "", "end:0", 58'000},
         {60'000, 70'999, 1, "", "end:0", 70'000},
-        {60'001, -1, 1, "", "end:0", 0},
+        {60'999, 59'498, 1, "reposition(0,59498)", "", 59'000},
+        {60'000, -1, 1, "", "end:0", 0},
         {60'000, 30'000, 0, "reposition(0,30000)", "", 0},
         {1'499, 1'499, 1, "reposition(0,1499)", "", 1'000},
         {0, 2'000'000'000, 1, "reposition(0,2000000000)", "", 2'000'000'000},
@@ -230,7 +258,6 @@ TEST_F(PlayerTest, CountsOnFromWhereItWasSought) {
     EXPECT_EQ(mTold.take(), "time:2 time:3");
     mService.answer("RepositioningTSPlayer", 1);
     mPlayer->seek(30'500);
-    EXPECT_EQ(traced("seek: millisec 30500 - m_elapsedTimeSec 30"), 1);
     show({100 * SECOND, 100 * SECOND + 3003, 101 * SECOND});
     EXPECT_EQ(mTold.take(), "time:31");
     mService.take();

@@ -20,6 +20,7 @@ namespace {
 
 using namespace OrvPlayer;
 using orvtest::FakeRecPlayer;
+using Lines = std::vector<std::string>;
 
 constexpr int NUMBER = 4711;
 
@@ -61,7 +62,7 @@ protected:
     }
     // How often this line was traced since the last start() or traced().
     long traced(const std::string& line) {
-        const std::vector<std::string> lines = mTrace.take();
+        const Lines lines = mTrace.take();
         return std::count(lines.begin(), lines.end(), line);
     }
 
@@ -134,7 +135,7 @@ TEST_F(RecorderTest, TracesWhatItFindsAndSets) {
     found.fileNumName = NUMBER;
     mService.setCurrent(found);
     start("MTV://a/b?storageType=1;channelName=X;");
-    EXPECT_EQ(mTrace.takeWithLevels(), (std::vector<std::string>{
+    EXPECT_EQ(mTrace.takeWithLevels(), (Lines{
                                            "I start RecPlayerBinder_CreateTSRecorder succeeded!",
                                            "I start RecPlayerBinder_AnyMoreRecordings succeeded!",
                                            "I start RecPlayerBinder_StartTSRecorder succeeded!",
@@ -177,7 +178,16 @@ TEST_F(RecorderTest, StartsAsFarAsTheServiceDoes) {
             start();
             EXPECT_EQ(mService.take(), std::string("create(0,0,273,274,2) ") + wanted.calls);
             EXPECT_EQ(mTold.take(), wanted.told);
-            EXPECT_EQ(traced(std::string("start RecPlayerBinder_") + wanted.fails + " failed"), 1);
+            const Lines lines = mTrace.takeWithLevels();
+            EXPECT_EQ(
+                std::count(lines.begin(), lines.end(),
+                           std::string("E start RecPlayerBinder_") + wanted.fails + " failed"),
+                1);
+            // Deliberate: not a word of the delete.
+            EXPECT_EQ(
+                std::count_if(lines.begin(), lines.end(),
+                              [](const auto& line) { return line.find("Delete") != line.npos; }),
+                0);
         }
         mService.answer(wanted.fails, 1);
     }
@@ -196,13 +206,17 @@ TEST_F(RecorderTest, GoesOnWithoutAListener) {
     EXPECT_EQ(traced("start: no IRecorderListener set!"), 1);
     mRecorder->stop(1);
     mService.recorderEvent(2);
-    const std::vector<std::string> lines = mTrace.take();
+    const Lines lines = mTrace.take();
     EXPECT_EQ(std::count(lines.begin(), lines.end(), "stop: no IRecorderListener set!"), 1);
     EXPECT_EQ(std::count(lines.begin(), lines.end(), "recorderCallback: no IRecorderListener set!"),
               1);
 }
 
 TEST_F(RecorderTest, StopsAsTheServiceDoes) {
+    const auto outcome = [](const char* function, unsigned char answer) {
+        return (answer == 1 ? "I stop RecPlayerBinder_" : "E stop RecPlayerBinder_") +
+               std::string(function) + (answer == 1 ? " succeeded!" : " failed");
+    };
     const struct {
         int save;
         const char* function;
@@ -226,9 +240,11 @@ TEST_F(RecorderTest, StopsAsTheServiceDoes) {
         mRecorder->stop(wanted.save);
         EXPECT_EQ(mService.take(), wanted.calls);
         EXPECT_EQ(mTold.take(), wanted.told);
-        EXPECT_EQ(traced(std::string("stop RecPlayerBinder_") + wanted.function +
-                         (wanted.ended == 1 ? " succeeded!" : " failed")),
-                  1);
+        Lines lines{outcome(wanted.function, wanted.ended)};
+        if (wanted.ended != 0) {
+            lines.push_back(outcome("DeleteTSRecorder", wanted.deleted));
+        }
+        EXPECT_EQ(mTrace.takeWithLevels(), lines);
     }
 }
 
