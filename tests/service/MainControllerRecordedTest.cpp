@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "ControllerFixture.h"
+#include "support/MonotonicClock.h"
 #include "support/RecordingsLog.h"
 
 namespace {
@@ -59,6 +60,23 @@ TEST_F(MainControllerRecordedTest, DrivesThePlayer) {
         show(6 * SECOND);
         EXPECT_EQ(mService.take(), "");
     }
+}
+
+// Both renderers stop, and the clock goes on from where it was.
+TEST_F(MainControllerRecordedTest, APauseTakesNoTime) {
+    orvtest::MonotonicClock clock(1'000'000);
+    open("2");
+    ASSERT_EQ(mController->start(), 0);
+    mDemux.feed(274, broadcast(274, 0xC0, 2));
+    mDemux.feed(273, broadcast(273, 0xE0, 2));
+    EXPECT_TRUE(await([&] { return mController->getPCRValue() != 0; }));
+    const int64_t streamTime = mController->getPCRValue();
+    const size_t playing = threads();
+    EXPECT_EQ(mController->pause(), 0);
+    EXPECT_TRUE(await([&] { return threads() + 2 <= playing; })) << threads() << " of " << playing;
+    clock.advance(5'000);
+    EXPECT_EQ(mController->resume(), 0);
+    EXPECT_EQ(mController->getPCRValue(), streamTime);
 }
 
 TEST_F(MainControllerRecordedTest, EndsWithTheLastPicture) {
