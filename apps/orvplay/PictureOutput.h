@@ -63,7 +63,10 @@ public:
     void showStatus(std::string utf8, bool stays);
     // The next picture is no successor of the last one: playback was paused, or went elsewhere.
     // Any thread.
-    void expectBreak() { mBreakExpected = true; }
+    void expectBreak() {
+        mBreakExpected = true;
+        mSync.onBreak();
+    }
 
     Figures figures() const;
     // Waits for the first picture, at most so long.

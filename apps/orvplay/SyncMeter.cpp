@@ -22,6 +22,12 @@ void SyncMeter::onBeep(int64_t timeNs) {
     match();
 }
 
+void SyncMeter::onBreak() {
+    std::lock_guard<std::mutex> guard(mLock);
+    mFlashes.clear();
+    mBeeps.clear();
+}
+
 void SyncMeter::onTimeStamps(double skewMs) {
     std::lock_guard<std::mutex> guard(mLock);
     mByTimeStamps.add(skewMs);

@@ -19,6 +19,8 @@ public:
     // A flash began on the picture shown at `timeNs`, a beep begins at `timeNs`: monotonic clock.
     void onFlash(int64_t timeNs);
     void onBeep(int64_t timeNs);
+    // What was announced may never come: no flash or beep of before belongs to one that follows.
+    void onBreak();
     // Skew by time stamps alone, of one block of sound.
     void onTimeStamps(double skewMs);
 
