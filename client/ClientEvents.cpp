@@ -122,6 +122,7 @@ void ClientEvents::onSeeked(int32_t positionMs) {
         // What was taken for the answer of this seek was the end after all.
         wasEnd = mAwaited == Result::SEEK ? mCode == SEEK_REFUSED : mIsSeekRefused;
         mIsSeekRefused = false;
+        mIsEndTold = false;
         if (mAwaited == Result::SEEK) {
             mCode = 0;
         }
@@ -147,8 +148,20 @@ void ClientEvents::onEndOfContent() {
     tellEnd();
 }
 
+// The service tells it again after a command that it refused for the end.
 void ClientEvents::tellEnd() {
+    {
+        std::lock_guard<std::mutex> guard(mLock);
+        if (std::exchange(mIsEndTold, true)) {
+            return;
+        }
+    }
     tell(Kind::EVENT, &Callbacks::onEnd);
+}
+
+void ClientEvents::expectEnd() {
+    std::lock_guard<std::mutex> guard(mLock);
+    mIsEndTold = false;
 }
 
 template <typename Function, typename... Arguments>
@@ -163,11 +176,13 @@ void ClientEvents::tell(Kind kind, Function Callbacks::*member, Arguments... arg
 
 void ClientEvents::openUriComplete(int32_t result) {
     mElapsedMs = 0;
+    expectEnd();
     tell(Kind::EVENT, &Callbacks::onOpened, result);
     settle(Result::OPEN, result);
 }
 
 void ClientEvents::startComplete(int32_t result) {
+    expectEnd();
     tell(Kind::EVENT, &Callbacks::onStarted, result);
     settle(Result::START, result);
 }

@@ -86,6 +86,7 @@ private:
     bool takeAbandoned(Result result);
     void settle(Result result, int code);
     void tellEnd();
+    void expectEnd();
     // Posts a call of one callback, unless the application has none.
     template <typename Function, typename... Arguments>
     void tell(CallbackQueue::Kind kind, Function Callbacks::*member, Arguments... arguments);
@@ -100,6 +101,7 @@ private:
     std::optional<int> mCode;        // its result
     bool mIsSeekRefused = false;     // the last seek, by what sounded like an end
     std::array<unsigned, RESULTS> mAbandoned{};
+    bool mIsEndTold = false;  // since playback began, or went elsewhere
     bool mEnded = false;
     std::atomic<bool> mIsRecording{false};
     std::atomic<int64_t> mElapsedMs{0};

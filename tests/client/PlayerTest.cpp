@@ -170,8 +170,9 @@ TEST_F(PlayerTest, ARefusedSeekIsNoEnd) {
     const Row rows[] = {
         {"done", {19}, 0, {}},
         {"refused", {14}, Status::REFUSED, {}},
-        {"done at the end", {19, 14}, 0, {"end"}},
         {"refused at the end", {14, 14}, Status::REFUSED, {"end"}},
+        {"refused after the end", {14, 14}, Status::REFUSED, {}},
+        {"done at the end", {19, 14}, 0, {"end"}},
     };
     create();
     service().setState(3);

@@ -68,7 +68,8 @@ struct Callbacks {
     std::function<void(int id)> onAudioSession;
     // Of a recording or a media file: how far it was played.
     std::function<void(int seconds)> onTime;
-    // The content came to its end; never for a seek that was refused.
+    // The content came to its end; once, until it is started again or goes elsewhere. Never for a
+    // seek that was refused.
     std::function<void()> onEnd;
     // The number by which the recording is found again, 0 when the service cannot tell it.
     std::function<void(int number)> onRecordingStarted;
