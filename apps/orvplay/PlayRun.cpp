@@ -1,18 +1,11 @@
 #include "PlayRun.h"
 
-#include <unistd.h>
-
-#include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <utility>
 
-#include "HumanText.h"
-#include "Interrupt.h"
-#include "MonotonicTime.h"
 #include "ServiceChoice.h"
 #include "SourceChoice.h"
 #include "TuneFailure.h"
@@ -25,17 +18,7 @@ namespace orvplay {
 
 namespace {
 
-constexpr int64_t LOOK_NS = 100'000'000;
-constexpr double LONGEST_S = 1e9;
 constexpr std::chrono::seconds ANSWER_TOLD{2};  // it came already
-constexpr int64_t RESTART_NS = 10'000'000'000;
-// Outputs that open at all open sooner, even where sound was announced with the wrong framing.
-constexpr int64_t HINT_NS = 6'000'000'000;
-constexpr int SCRAMBLED = 0x21003;
-constexpr int RECORDING_UNREADABLE = 0x21001;
-// The player tells the end of a recording itself; after so much more silence it is taken for
-// granted.
-constexpr int64_t LATE_END_NS = 5'000'000'000;
 
 }  // namespace
 
@@ -187,211 +170,6 @@ void PlayRun::awaitAnswer(const Status& status) {
     if (status.code >= 0) {
         mAnswers.try_acquire_for(ANSWER_TOLD);
     }
-}
-
-void PlayRun::watch() {
-    while ((mOutcome = look()) == Outcome::GO_ON) {
-        awaitNextLook();
-    }
-    mMessages.line().clear();
-}
-
-// The first picture is told at once.
-void PlayRun::awaitNextLook() {
-    int64_t leftNs = LOOK_NS;
-    if (!mFirstPictureReported) {
-        mPictures->awaitFirst(std::chrono::nanoseconds(LOOK_NS));
-        leftNs = 0;
-    } else if (mEndNs != 0) {
-        leftNs = std::clamp<int64_t>(mEndNs - monotonicNs(), 0, LOOK_NS);
-    }
-    mServer.wait(leftNs, [this](int connection, const nlohmann::json& request) {
-        mServer.answer(connection, mControl->serve(request));
-    });
-}
-
-PlayRun::Outcome PlayRun::look() {
-    askService(false);
-    const PictureOutput::Figures figures = mPictures->figures();
-    reportFirstPicture(figures);
-    mControl->look(figures);
-    updateStatus(figures);
-    if (mSource.kind != SourceKind::MEDIA && !mHinted && !mControl->transport().isPaused() &&
-        !outputsOpened(figures) && monotonicNs() - mEvents.beginNs() > HINT_NS) {
-        hint(missingStream());
-    }
-    if (Interrupt::takeDumpRequest()) {
-        mMessages.line().clear();
-        mSession->player().dump(STDERR_FILENO);
-    }
-    if (Interrupt::requested()) {
-        return Outcome::INTERRUPTED;
-    }
-    if (mPictures->quitRequested() || mEvents.writeError() != 0) {
-        return Outcome::FINISHED;
-    }
-    if (mEndNs != 0 && monotonicNs() >= mEndNs) {
-        return Outcome::FINISHED;
-    }
-    return lookAtService();
-}
-
-void PlayRun::askService(bool urgent) {
-    if (mSession->look(urgent)) {
-        mSound.onFigures(mSession->figures());
-    }
-}
-
-PlayRun::Outcome PlayRun::lookAtService() {
-    if (mSession->isLost()) {
-        return replaceService();
-    }
-    if (const Outcome outcome = lookAtErrors(); outcome != Outcome::GO_ON) {
-        return outcome;
-    }
-    if (const Outcome outcome = outcomeOf(mControl->lookAtKeys(), "the player cannot go on");
-        outcome != Outcome::GO_ON) {
-        return outcome;
-    }
-    mRecording.look(mSession->player());
-    return lookAtEnd();
-}
-
-// A broadcast ends with its source; a recording or a media file when the player says so.
-PlayRun::Outcome PlayRun::lookAtEnd() {
-    if (mEndOfContent) {
-        return Outcome::FINISHED;
-    }
-    if (mControl->transport().isPaused() || mSource.kind == SourceKind::MEDIA) {
-        return Outcome::GO_ON;
-    }
-    const bool isLive = mSource.kind == SourceKind::LIVE;
-    if (mSourceEnd.drained(monotonicNs(), mSession->sourceEnded(),
-                           mSession->figures().lastFrameTimedNs, isLive ? 0 : LATE_END_NS)) {
-        mEvents.write("onEndOfContent");
-        return Outcome::FINISHED;
-    }
-    if (mSourceEnd.seen()) {
-        mStill.keepLatest(mSession->player());
-    }
-    return Outcome::GO_ON;
-}
-
-// Where that was asked for, another service goes on: at the beginning of a file, or where a pipe
-// is.
-PlayRun::Outcome PlayRun::replaceService() {
-    const uint64_t frames = mSession->figures().framesTimed;
-    const std::string message = mSession->lostMessage();
-    if (mSource.kind == SourceKind::MEDIA) {
-        return giveUp(mediaFailed());
-    }
-    if (mFramesAtReplacement == frames || !mSession->replaceLost()) {
-        return giveUp(mMessages.fail(EXIT_SERVICE, message));
-    }
-    mFramesAtReplacement = frames;
-    mMessages.say("the player service ended by itself; another one goes on");
-    if (const orvhost::TuneResult tuned = tuneTo(*mSession, mSource, mOptions.keepGaps);
-        !tuned.ok()) {
-        return giveUp(mMessages.fail(exitCodeOf(tuned.status), tuned.message));
-    }
-    return outcomeOf(playAgain(), "the player cannot go on");
-}
-
-// The service ends when its media player cannot go on.
-int PlayRun::mediaFailed() {
-    const bool hasPlayed =
-        mPictures->figures().frames > 0 || mSession->player().elapsed().count() > 0;
-    return mMessages.fail(
-        hasPlayed ? EXIT_PLAYBACK : EXIT_SOURCE,
-        mSource.path + ": the media player cannot play this; is it a media file, and whole?");
-}
-
-bool PlayRun::outputsOpened(const PictureOutput::Figures& figures) const {
-    return figures.frames > 0 || mSession->figures().heard;
-}
-
-// What keeps the outputs shut: the player opens them once picture and sound have both come.
-std::string PlayRun::missingStream() const {
-    if (mSelection.audioPid == 0) {
-        return "the service has no sound";
-    }
-    if (mSelection.videoPid == 0) {
-        return "the service has no picture";
-    }
-    if (mSession->figures().framesTimed == 0) {
-        return "no picture can be decoded from PID " + std::to_string(mSelection.videoPid);
-    }
-    return "no sound can be decoded from PID " + std::to_string(mSelection.audioPid);
-}
-
-void PlayRun::hint(const std::string& reason) {
-    mHinted = true;
-    const char* const wait = mSource.kind == SourceKind::RECORDING ? "10" : "17";
-    mMessages.say(reason + "; playback begins " + wait + " s after the start");
-}
-
-// A scrambled picture stops the player's video. Bit errors look the same: after a stretch of good
-// pictures it is started again.
-PlayRun::Outcome PlayRun::lookAtErrors() {
-    const int code = mError.exchange(0);
-    if (code == RECORDING_UNREADABLE) {
-        return giveUp(mMessages.fail(EXIT_PLAYBACK,
-                                     mSource.path + ": the recording cannot be read on (code " +
-                                         std::to_string(code) + "); see: orvplay record show " +
-                                         std::to_string(mSource.number)));
-    }
-    if (code != SCRAMBLED) {
-        return Outcome::GO_ON;
-    }
-    askService(true);
-    const int64_t now = monotonicNs();
-    const uint64_t frames = mSession->figures().framesTimed;
-    if (frames == mFramesAtRestart || (mLastRestartNs != 0 && now - mLastRestartNs < RESTART_NS)) {
-        return giveUp(mMessages.fail(
-            EXIT_PLAYBACK, "the service is scrambled; choose a clear one (orvplay probe " +
-                               mOptions.source + ")"));
-    }
-    mLastRestartNs = now;
-    mFramesAtRestart = frames;
-    mSession->player().stop();
-    return outcomeOf(start(), "the player cannot start again");
-}
-
-void PlayRun::reportFirstPicture(const PictureOutput::Figures& figures) {
-    if (mFirstPictureReported || figures.frames == 0) {
-        return;
-    }
-    mFirstPictureReported = true;
-    if (mOptions.durationS > 0.0) {
-        mEndNs = figures.firstFrameNs + std::llround(std::min(mOptions.durationS, LONGEST_S) * 1e9);
-    }
-    askService(true);
-    mSummary.outputsOpened(mSession->figures());
-    if (mCaptionFile != nullptr) {
-        const int64_t sinceNs = monotonicNs() - figures.firstFrameNs;
-        mCaptionFile->setOrigin(mSession->player().streamTime90k() - sinceNs * 9 / 100'000);
-    }
-}
-
-void PlayRun::updateStatus(const PictureOutput::Figures& figures) {
-    std::string state = mService.text();
-    if (mSession->player().isRecording()) {
-        state += (state.empty() ? "" : "  ") + ("recording " + mRecording.lengthText());
-    }
-    std::string time = mControl->transport().position();
-    if (figures.frames == 0 && mSession->player().elapsed().count() == 0) {
-        mMessages.line().show("waiting for the first picture ... " + state);
-        return;
-    }
-    if (time.empty()) {
-        time = timeText((figures.lastFrameNs - figures.firstFrameNs) / 1'000'000);
-    }
-    char text[160];
-    snprintf(text, sizeof text, "%s%s  %dx%d%c  %llu pictures  skew %+.0f ms", time.c_str(),
-             mControl->transport().isPaused() ? "  paused" : "", figures.width, figures.height,
-             figures.interlaced ? 'i' : 'p', static_cast<unsigned long long>(figures.frames),
-             mSync.skew().meanMs());
-    mMessages.line().show(std::string(text) + (state.empty() ? "" : "  " + state));
 }
 
 int PlayRun::finish() {
