@@ -284,6 +284,7 @@ PlaybackFigures Player::Impl::figures() {
     figures.audioEarlyCount = seen.audioEarlyCount;
     figures.beepsNs = std::move(seen.beepsNs);
     figures.mediaDurationMs = seen.mediaDurationMs;
+    figures.indexPercent = seen.indexPercent;
     figures.cpuSeconds = seen.cpuSeconds;
     figures.voluntarySwitches = seen.voluntarySwitches;
     figures.maxRssKb = seen.maxRssKb;

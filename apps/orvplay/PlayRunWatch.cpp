@@ -221,6 +221,9 @@ void PlayRun::updateStatus(const PictureOutput::Figures& figures) {
     if (mSession->player().isRecording()) {
         state += (state.empty() ? "" : "  ") + ("recording " + mRecording.lengthText());
     }
+    if (const int percent = mSession->figures().indexPercent; percent >= 0) {
+        state += (state.empty() ? "" : "  ") + ("indexing " + std::to_string(percent) + " %");
+    }
     std::string time = mControl->transport().position();
     if (figures.frames == 0 && mSession->player().elapsed().count() == 0) {
         mMessages.line().show("waiting for the first picture ... " + state);

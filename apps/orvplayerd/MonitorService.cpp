@@ -13,6 +13,7 @@
 
 #include "media/CodecStatistics.h"
 #include "media/player/MediaFileState.h"
+#include "recording/IndexState.h"
 #include "service/PlayerLibrary.h"
 
 namespace orvplayerd {
@@ -67,6 +68,7 @@ android::status_t MonitorService::figures(orvhost::PlaybackFigures* figures) {
     figures->outputLatencyMs = mSound.outputLatencyMs();
     figures->beepsNs = mSound.takeBeepsNs();
     figures->mediaDurationMs = orvhost::mediaFileDurationMs();
+    figures->indexPercent = orvhost::indexPercent();
     rusage usage = {};
     getrusage(RUSAGE_SELF, &usage);
     figures->cpuSeconds = seconds(usage.ru_utime) + seconds(usage.ru_stime);

@@ -28,6 +28,7 @@ void forEachNumber(Figures& f, Visit visit) {
     visit(f.audioEarlyMs);
     visit(f.audioEarlyCount);
     visit(f.mediaDurationMs);
+    visit(f.indexPercent);
     visit(f.cpuSeconds);
     visit(f.voluntarySwitches);
     visit(f.maxRssKb);

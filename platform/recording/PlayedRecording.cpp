@@ -10,6 +10,7 @@
 #include <cstdlib>
 
 #include "dtv/StreamClock.h"
+#include "recording/IndexState.h"
 #include "recording/PacketWalk.h"
 #include "recording/RecordingFiles.h"
 
@@ -27,6 +28,11 @@ constexpr uint64_t SAMPLE_BYTES = 2 << 20;  // of a file's ends, for an estimate
 constexpr uint64_t SMALL_GROWTH_BYTES = 64 << 10;
 
 }  // namespace
+
+std::atomic<int>& indexPercent() {
+    static std::atomic<int> percent{-1};
+    return percent;
+}
 
 std::string pathOf(int fd) {
     char path[PATH_MAX];
@@ -83,13 +89,15 @@ void PlayedRecording::refresh() {
 void PlayedRecording::scan(RecordingIndex index) {
     pthread_setname_np(pthread_self(), "RecIndex");
     auto published = Clock::now();
-    const bool done = extendIndex(mFd.get(), &index, [&](uint64_t, uint64_t) {
+    const bool done = extendIndex(mFd.get(), &index, [&](uint64_t scanned, uint64_t total) {
         if (Clock::now() < published + PUBLISH_INTERVAL) {
             return true;
         }
         published = Clock::now();
+        indexPercent() = total > 0 ? static_cast<int>(scanned * 100 / total) : 0;
         return publish(index);
     });
+    indexPercent() = -1;
     publish(index);
     {
         std::lock_guard lock(mMutex);

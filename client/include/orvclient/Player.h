@@ -112,6 +112,7 @@ struct PlaybackFigures {
     std::vector<int64_t>
         beepsNs;                  // CLOCK_MONOTONIC: when test beeps are heard, since the last call
     int64_t mediaDurationMs = 0;  // of the media file that was opened last; 0: unknown
+    int indexPercent = -1;        // of the recording's index, while one is made of its file
     double cpuSeconds = 0.0;      // of the service process
     int64_t voluntarySwitches = 0;
     int64_t maxRssKb = 0;

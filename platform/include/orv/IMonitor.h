@@ -25,6 +25,7 @@ struct PlaybackFigures {
     // MAX_BEEPS of them.
     std::vector<int64_t> beepsNs;
     int64_t mediaDurationMs = 0;  // of the media file that was opened last; 0: unknown
+    int32_t indexPercent = -1;    // of the recording's index, while one is made of its file
     double cpuSeconds = 0.0;      // of the service process, as the three below
     int64_t voluntarySwitches = 0;
     int64_t maxRssKb = 0;
