@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <condition_variable>
 #include <mutex>
 
@@ -102,6 +103,12 @@ RecordingList ClientRecordings::list() {
 RecordingResult ClientRecordings::find(int number, RecordingDetails* details) {
     return call(mSession, mPatience,
                 [&](IRecordings& recordings) { return recordings.find(number, details); });
+}
+
+RecordingResult ClientRecordings::setPosition(int number, std::chrono::milliseconds position) {
+    return call(mSession, mPatience, [&](IRecordings& recordings) {
+        return recordings.setPosition(number, std::max<int64_t>(position.count(), 0));
+    });
 }
 
 RecordingResult ClientRecordings::remove(int number) {

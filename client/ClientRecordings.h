@@ -25,6 +25,7 @@ public:
 
     orvhost::RecordingList list() override;
     orvhost::RecordingResult find(int number, orvhost::RecordingDetails* details) override;
+    orvhost::RecordingResult setPosition(int number, std::chrono::milliseconds position) override;
     orvhost::RecordingResult remove(int number) override;
     orvhost::RecordingResult importFile(const std::string& path, const RecordingLabels& labels,
                                         const Progress& progress,

@@ -86,6 +86,8 @@ void addPlayback(CLI::App* command, PlayOptions& options) {
         ->type_name("FILE.srt|.vtt");
     command->add_flag("--keep-gaps", options.keepGaps,
                       "Stay silent where 0.5 to 60 s of the source are missing, as it was on air");
+    command->add_flag("--resume", options.resume,
+                      "Go on where playback of the recording stopped last time");
     command->add_flag("--json", options.json, "Print events and the summary as JSON, one a line");
     command
         ->add_flag("--record{-}", options.record,

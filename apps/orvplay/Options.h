@@ -29,6 +29,7 @@ struct PlayOptions : StreamOptions, ServiceOptions {
     bool json = false;
     bool audio = true;
     bool keepGaps = false;
+    bool resume = false;      // a recording: where playback of it stopped last
     double durationS = 0.0;   // from the first picture; 0: to the end
     std::string captionsOut;  // file for the captions, its format by its name; empty: none
     std::string snapshot;     // PNG of the screen at the end; empty: none

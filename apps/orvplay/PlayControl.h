@@ -40,6 +40,10 @@ public:
     // Says that it ends.
     orvclient::Status stopRecording(bool keep);
 
+    // See Transport.
+    orvclient::Status resume(bool isWanted) { return mTransport.resume(isWanted); }
+    orvclient::Status seekTo(int64_t positionMs) { return mTransport.seekTo(positionMs); }
+    void keepPosition() { mTransport.keepPosition(); }
     const Transport& transport() const { return mTransport; }
 
 private:

@@ -94,6 +94,11 @@ int PlayRun::tune() {
     if (!tuned.ok()) {
         return mMessages.fail(exitCodeOf(tuned.status), tuned.message);
     }
+    if (mOptions.resume && mSource.kind != SourceKind::RECORDING) {
+        return mMessages.fail(EXIT_USAGE,
+                              "--resume: only of a recording it is known where playback "
+                              "stopped; see: orvplay record list");
+    }
     return mSource.kind == SourceKind::MEDIA
                ? EXIT_OK
                : findStreams(mSession->tuner(), mOptions, &mSelection);
@@ -137,6 +142,9 @@ int PlayRun::play() {
                    ? mediaFailed()
                    : mMessages.failed(*mSession, status, "the player cannot start");
     }
+    if (const Status status = mControl->resume(mOptions.resume); !status.ok()) {
+        mMessages.say("it plays from its beginning: " + status.message);
+    }
     if (!mOptions.record.empty()) {
         const std::string name = mOptions.record != "-" ? mOptions.record : "";
         if (const Status status = mControl->startRecording(name, mOptions.storage); !status.ok()) {
@@ -159,9 +167,23 @@ Status PlayRun::start() {
     return status;
 }
 
-Status PlayRun::playAgain() {
+Status PlayRun::openAndStart() {
     const Status status = open();
     return status.ok() ? start() : status;
+}
+
+// What was stopped, where it was. A player that is made anew counts a recording from its beginning:
+// so does the tuner once it is tuned anew.
+Status PlayRun::playAgain() {
+    if (mSource.kind != SourceKind::RECORDING) {
+        return openAndStart();
+    }
+    const int64_t elapsedMs = mSession->player().elapsed().count();
+    if (const auto tuned = tuneTo(*mSession, mSource, mOptions.keepGaps); !tuned.ok()) {
+        return {Status::REFUSED, tuned.message};
+    }
+    const Status status = openAndStart();
+    return status.ok() && elapsedMs > 0 ? mControl->seekTo(elapsedMs) : status;
 }
 
 // What the player answered is told as an event, in its place among the others, before anything is
@@ -183,6 +205,7 @@ int PlayRun::finish() {
         if (!kept.ok()) {
             mFailure = mMessages.fail(EXIT_RECORDING, kept.message);
         }
+        mControl->keepPosition();
         const Status status = mSession->player().stop();
         if (!status.ok() && mOutcome != Outcome::FAILED) {
             mFailure = mMessages.failed(*mSession, status, "the player did not stop cleanly");

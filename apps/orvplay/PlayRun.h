@@ -49,6 +49,7 @@ private:
     int play();
     orvclient::Status open();
     orvclient::Status start();
+    orvclient::Status openAndStart();
     orvclient::Status playAgain();
     void awaitAnswer(const orvclient::Status& status);
     void watch();

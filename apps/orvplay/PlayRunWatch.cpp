@@ -137,7 +137,7 @@ PlayRun::Outcome PlayRun::replaceService() {
         !tuned.ok()) {
         return giveUp(mMessages.fail(exitCodeOf(tuned.status), tuned.message));
     }
-    return outcomeOf(playAgain(), "the player cannot go on");
+    return outcomeOf(openAndStart(), "the player cannot go on");
 }
 
 // The service ends when its media player cannot go on.

@@ -19,6 +19,7 @@ struct PlaySource {
     std::string title;       // for people; empty: the tables tell
     int number = 0;          // of a recording
     int64_t durationMs = 0;  // 0: unknown
+    int64_t positionMs = 0;  // where playback of the recording stopped last
 };
 
 // N of "recording:N", 0 when that is no number; nothing for any other source.

@@ -50,8 +50,10 @@ std::string rowOf(const RecordingDetails& recording) {
     snprintf(figures, sizeof figures, "%5d  %-16s  %8s  %8s  ", recording.number,
              dateText(recording.startTimeS).c_str(), timeText(recording.durationMs).c_str(),
              sizeText(recording.sizeBytes).c_str());
-    const std::string remark =
-        recording.state == RecordingState::Whole ? "" : nameOf(recording.state);
+    std::string remark = recording.state == RecordingState::Whole ? "" : nameOf(recording.state);
+    if (recording.positionMs > 0) {
+        remark += (remark.empty() ? "" : ", ") + ("seen to " + timeText(recording.positionMs));
+    }
     return withoutTrailingBlanks(
                figures + column(printable(recording.stationName), CHANNEL_WIDTH) + "  " +
                column(printable(recording.programmeName), PROGRAMME_WIDTH) + "  " + remark) +

@@ -13,7 +13,7 @@ int findRecording(PlayerSession& session, int number, Messages& messages, PlaySo
     if (!result.ok()) {
         return messages.fail(exitCodeOf(result.status), result.message);
     }
-    *found = {SourceKind::RECORDING, details.path, titleOf(details), number, 0};
+    *found = {SourceKind::RECORDING, details.path, titleOf(details), number, 0, details.positionMs};
     if (details.state != orvhost::RecordingState::Recording) {
         found->durationMs = details.durationMs;
     }

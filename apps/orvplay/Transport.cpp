@@ -35,16 +35,42 @@ Status Transport::seekBy(int64_t ms) {
     if (mSource.kind == SourceKind::LIVE) {
         return {Status::REFUSED, "live television cannot go elsewhere; play a recording of it"};
     }
-    orvclient::Player& player = mParts.session.player();
-    const int64_t target = std::max<int64_t>(player.elapsed().count() + ms, 0);
+    return seekTo(std::max<int64_t>(mParts.session.player().elapsed().count() + ms, 0));
+}
+
+Status Transport::seekTo(int64_t positionMs) {
     beginBreak();
-    const Status status = player.seek(milliseconds(target));
+    const Status status = mParts.session.player().seek(milliseconds(positionMs));
     if (!status.ok()) {
         return status;
     }
-    mParts.events.write("onSeeked", {{"position", target}});
+    mParts.events.write("onSeeked", {{"position", positionMs}});
     showPosition(mIsPaused ? "paused  " : "");
     return status;
+}
+
+Status Transport::resume(bool isWanted) {
+    if (mSource.positionMs == 0) {
+        return {};
+    }
+    if (isWanted) {
+        return seekTo(mSource.positionMs);
+    }
+    mParts.messages.say("playback stopped at " + timeText(mSource.positionMs) +
+                        " last time; --resume goes on there");
+    return {};
+}
+
+void Transport::keepPosition() {
+    const milliseconds elapsed = mParts.session.player().elapsed();
+    if (mSource.kind != SourceKind::RECORDING || elapsed.count() == 0) {
+        return;
+    }
+    const auto kept = mParts.session.player().recordings().setPosition(
+        mSource.number, isAboutTheEnd(elapsed.count()) ? milliseconds(0) : elapsed);
+    if (!kept.ok()) {
+        mParts.messages.say("where playback stopped is not kept: " + kept.message);
+    }
 }
 
 void Transport::beginBreak() {

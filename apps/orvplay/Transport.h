@@ -18,6 +18,12 @@ public:
 
     orvclient::Status togglePause();
     orvclient::Status seekBy(int64_t ms);
+    orvclient::Status seekTo(int64_t positionMs);
+
+    // Goes on where playback of the recording stopped last, or says that this can be had.
+    orvclient::Status resume(bool isWanted);
+    // Has that kept for the next time; of one that was seen to its end, or to about there, nothing.
+    void keepPosition();
 
     // To be called now and then with what came out.
     void look(const PictureOutput::Figures& figures);
@@ -34,6 +40,12 @@ private:
     const PlaySource mSource;
     bool mIsPaused = false;
     bool mIsBroken = false;
+    static constexpr int64_t END_MS = 5'000;  // what is left there is no reason to come back
+
+    bool isAboutTheEnd(int64_t positionMs) const {
+        return mSource.durationMs > 0 && positionMs + END_MS >= mSource.durationMs;
+    }
+
     uint64_t mFramesAtBreak = 0;
 };
 

@@ -3,6 +3,7 @@
 #include <orvclient/Export.h>
 #include <recording/RecordingDetails.h>
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -27,6 +28,9 @@ public:
     // All of them, by number.
     virtual orvhost::RecordingList list() = 0;
     virtual orvhost::RecordingResult find(int number, orvhost::RecordingDetails* details) = 0;
+    // Where playback of it stopped, for the next time: RecordingDetails::positionMs.
+    virtual orvhost::RecordingResult setPosition(int number,
+                                                 std::chrono::milliseconds position) = 0;
     // With its files; not one that is being written.
     virtual orvhost::RecordingResult remove(int number) = 0;
     // Copies a transport stream file, which is opened here, among the recordings; one at a time.
