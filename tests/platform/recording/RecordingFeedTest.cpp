@@ -1,9 +1,14 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
+#include <cerrno>
+#include <filesystem>
 #include <fstream>
+#include <functional>
 #include <thread>
 
 #include "dtv/StreamClock.h"
@@ -12,6 +17,23 @@
 #include "recording/RecordingPlayer.h"
 #include "support/ManualClock.h"
 #include "support/TempFile.h"
+
+namespace {
+
+// From here on no file can be read.
+std::atomic<off_t> unreadableFrom{INT64_MAX};
+
+}  // namespace
+
+// In the place of the library's: a disk that fails.
+extern "C" ssize_t pread(int fd, void* data, size_t size, off_t offset) {
+    if (offset >= unreadableFrom) {
+        errno = EIO;
+        return -1;
+    }
+    return syscall(SYS_pread64, fd, data,
+                   std::min<size_t>(size, static_cast<size_t>(unreadableFrom - offset)), offset);
+}
 
 namespace {
 
@@ -271,17 +293,50 @@ TEST_F(RecordingFeedTest, AFileThatGrowsIsFollowed) {
     EXPECT_TRUE(waitForEvent(1));
 }
 
-TEST_F(RecordingFeedTest, ARecordingThatTurnsToJunkIsTold) {
-    Bytes bytes = makeRecording({.pictures = 100});
-    bytes.resize(bytes.size() + (6 << 20), 0);
-    TempFile file(bytes);
-    tune(file.path());
-    start();
-    for (int i = 0; i < 100 && !mTuner.atEnd(); ++i) {
-        play(100);
+// What could be read is played before it is told why there is no more.
+TEST_F(RecordingFeedTest, WhatEndsARecordingIsTold) {
+    struct Case {
+        const char* name;
+        std::function<void(const TempFile&, off_t middle)> fault;
+        int event;
+        size_t pictures;
+    } const cases[] = {
+        {"junk",
+         [](const TempFile& file, off_t middle) {
+             std::filesystem::resize_file(file.path(), static_cast<uintmax_t>(middle));
+             std::filesystem::resize_file(file.path(), static_cast<uintmax_t>(middle) + (6 << 20));
+         },
+         PLAYER_EVENT_BAD_RECORDING, PICTURES / 2},
+        {"unreadable", [](const TempFile&, off_t middle) { unreadableFrom = middle; },
+         PLAYER_EVENT_READ_FAILED, PICTURES / 2},
+        {"truncated",
+         [](const TempFile& file, off_t middle) {
+             std::filesystem::resize_file(file.path(), static_cast<uintmax_t>(middle));
+         },
+         PLAYER_EVENT_END_OF_CONTENT, PICTURES / 2},
+        {"removed", [](const TempFile& file, off_t) { std::filesystem::remove(file.path()); },
+         PLAYER_EVENT_END_OF_CONTENT, PICTURES},
+    };
+    for (const Case& test : cases) {
+        SCOPED_TRACE(test.name);
+        const Bytes whole = makeRecording({.pictures = PICTURES, .bytesPerPicture = 4000});
+        const TempFile file(whole);
+        mEvents.count = 0;
+        tune(file.path());
+        start();
+        play(1000);
+        EXPECT_EQ(mEvents.count, 0);
+        test.fault(file, static_cast<off_t>(whole.size() / 376 * 188));
+        for (int i = 0; i < 200 && !mTuner.atEnd(); ++i) {
+            play(100);
+        }
+        unreadableFrom = INT64_MAX;
+        EXPECT_TRUE(waitForEvent(1));
+        EXPECT_EQ(mEvents.last, test.event);
+        EXPECT_NEAR(static_cast<double>(takenPictures()), static_cast<double>(test.pictures), 2);
+        stop();
+        mTuner.untune();
     }
-    ASSERT_TRUE(waitForEvent(1));
-    EXPECT_EQ(mEvents.last, PLAYER_EVENT_BAD_RECORDING);
 }
 
 TEST_F(RecordingFeedTest, EventsEndWithTheLastFilter) {
