@@ -11,6 +11,7 @@
 
 #include "ControlSocket.h"
 #include "programs/Program.h"
+#include "programs/VirtualScreen.h"
 #include "support/Await.h"
 
 namespace orvtest {
@@ -169,6 +170,85 @@ TEST_F(RecordTest, PausesAndSeeks) {
         EXPECT_EQ(summary["framesDropped"], 0);
         EXPECT_LT(summary["frameJitterMs"]["p99"], 100);
     }
+}
+
+// Each key in the window does what the same request does.
+TEST_F(RecordTest, KeysDriveThePlayer) {
+    orvplay::VirtualScreen screen;
+    if (!screen.start(640, 480)) {
+        GTEST_SKIP() << "there is no Xvfb on this machine";
+    }
+    mEnvironment.push_back(std::string("DISPLAY=") + getenv("DISPLAY"));
+    mEnvironment.push_back("SDL_VIDEODRIVER=x11");
+    ASSERT_EQ(run({"record", "import", LONG}).exitCode, 0);
+    struct Press {
+        const char* key;
+        const char* told;  // an event, or a line for people
+    };
+    struct {
+        std::string source;
+        std::vector<Press> presses;
+    } const cases[] = {
+        {"recording:1",
+         {{"space", "onPaused"},
+          {"Right", "\"onSeeked\""},
+          {"space", "onResumed"},
+          {"Down", "\"position\":0}"},
+          {"r", "what plays is no broadcast"}}},
+        {LONG, {{"r", "onRecorderStarted"}, {"r", "onRecorderStopped"}, {"Left", "cannot go"}}},
+    };
+    for (const auto& test : cases) {
+        SCOPED_TRACE(test.source);
+        const auto player = start({"play", test.source, "--json"});
+        ASSERT_TRUE(player->waitForOutput("onBufferingEnd", PATIENCE_S)) << player->output();
+        for (const Press& press : test.presses) {
+            SCOPED_TRACE(press.key);
+            ASSERT_TRUE(orvplay::VirtualScreen::press(press.key));
+            const bool isEvent = std::string(press.told).find("on") == 0 || press.told[0] == '"';
+            EXPECT_TRUE(isEvent ? player->waitForOutput(press.told, PATIENCE_S)
+                                : player->waitForError(press.told, PATIENCE_S));
+        }
+        ASSERT_TRUE(orvplay::VirtualScreen::press("q"));
+        EXPECT_EQ(player->finish(PATIENCE_S).exitCode, 0);
+    }
+}
+
+// Where playback stopped is kept, shown, and gone on from.
+TEST_F(RecordTest, GoesOnWhereItStopped) {
+    ASSERT_EQ(run({"record", "import", LONG}).exitCode, 0);
+    const auto stopAt = [this](const std::string& second, bool resume) {
+        std::vector<std::string> arguments{"play", "recording:1", "--headless", "--json"};
+        if (resume) {
+            arguments.push_back("--resume");
+        }
+        const auto player = start(arguments);
+        EXPECT_TRUE(player->waitForOutput("\"seconds\":" + second + "}", PATIENCE_S));
+        player->signal(SIGINT);
+        return player->finish(PATIENCE_S);
+    };
+    stopAt("2", false);
+    const auto rows = run({"record", "list", "--json"}).events();
+    ASSERT_EQ(rows.size(), 1U);
+    EXPECT_GE(rows[0]["positionMs"], 2000);
+    EXPECT_LT(rows[0]["positionMs"], 6000);
+    EXPECT_NE(run({"record", "list"}).out.find("seen to 0:0"), std::string::npos);
+
+    const ProgramResult resumed = stopAt("8", true);
+    EXPECT_EQ(count(resumed.events(), "onSeeked"), 1);
+    for (const json& event : resumed.events()) {
+        EXPECT_TRUE(event["event"] != "onTimeUpdate" || event["seconds"] > 2) << event;
+    }
+    const ProgramResult again = stopAt("1", false);
+    EXPECT_NE(again.err.find("stopped at 0:08 last time; --resume"), std::string::npos)
+        << again.err;
+
+    const auto player = start({"play", "recording:1", "--headless", "--json", "--resume"});
+    ASSERT_TRUE(player->waitForOutput("\"onTimeUpdate\"", PATIENCE_S));
+    EXPECT_TRUE(ask(player->pid(), {{"command", "play.seek"}, {"by", 60'000}})["ok"]);
+    EXPECT_EQ(player->finish(PATIENCE_S).exitCode, 0);
+    EXPECT_EQ(run({"record", "show", "1", "--json"}).events()[0]["positionMs"], 0)
+        << "it was seen to its end";
+    EXPECT_EQ(run({"play", SMALL, "--headless", "--resume"}).exitCode, 2);
 }
 
 TEST_F(RecordTest, WrongUseIsToldInOneLine) {

@@ -1,5 +1,6 @@
 #include "VirtualScreen.h"
 
+#include <X11/Xlib.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/wait.h>
@@ -95,6 +96,33 @@ VirtualScreen::~VirtualScreen() {
     if (!mFolder.empty()) {
         std::filesystem::remove_all(mFolder);
     }
+}
+
+bool VirtualScreen::press(const char* key) {
+    Display* const display = XOpenDisplay(nullptr);
+    if (display == nullptr) {
+        return false;
+    }
+    Window root = 0;
+    Window parent = 0;
+    Window* windows = nullptr;
+    unsigned int count = 0;
+    XQueryTree(display, DefaultRootWindow(display), &root, &parent, &windows, &count);
+    for (unsigned int i = 0; i < count; ++i) {
+        XEvent event{};
+        event.xkey.display = display;
+        event.xkey.window = windows[i];
+        event.xkey.root = root;
+        event.xkey.same_screen = True;
+        event.xkey.keycode = XKeysymToKeycode(display, XStringToKeysym(key));
+        event.type = KeyPress;
+        XSendEvent(display, windows[i], True, KeyPressMask, &event);
+        event.type = KeyRelease;
+        XSendEvent(display, windows[i], True, KeyReleaseMask, &event);
+    }
+    XFree(windows);
+    XCloseDisplay(display);
+    return count > 0;
 }
 
 VirtualScreen::Shot VirtualScreen::shot() const {

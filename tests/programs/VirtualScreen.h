@@ -32,6 +32,9 @@ public:
     bool start(int width, int height);
     // Empty when the screen cannot be read.
     Shot shot() const;
+    // To every window there is, by the key's name (X11/keysymdef.h, without XK_). False when there
+    // is none.
+    static bool press(const char* key);
 
 private:
     pid_t mProcess = -1;
