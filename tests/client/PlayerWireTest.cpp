@@ -161,6 +161,7 @@ TEST_F(PlayerWireTest, EveryCallbackIsTold) {
     from.tell(14);
     number(15, 3);
     number(16, 1);
+    number(15, 4);
     number(16, 0);
     number(7, 0x60001);
     EXPECT_EQ(toldAll(), (Strings{"opened 5",
@@ -180,6 +181,7 @@ TEST_F(PlayerWireTest, EveryCallbackIsTold) {
                                   "end",
                                   "recording 3",
                                   "recorded",
+                                  "recording 4",
                                   "recorded badly",
                                   "error 393217",
                                   "not recorded 2"}));
