@@ -36,10 +36,10 @@ public:
         return mScanner.duration27M() < mFlushAt27M || flush();
     }
 
-    bool finish() override {
-        if (mHeader.headBytes == 0) {
-            setHead();
-        }
+    bool finish(int recordingFd) override {
+        mHead.resize(INDEX_HEAD_BYTES);
+        mHead.resize(readAllAt(recordingFd, mHead.data(), mHead.size(), 0));
+        setHead();
         if (!flush()) {
             return false;
         }

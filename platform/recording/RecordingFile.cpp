@@ -7,9 +7,12 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <vector>
 
 #include "dtv/TsPacket.h"
+#include "recording/FileBytes.h"
+#include "recording/SoundEdges.h"
 
 namespace orvhost {
 
@@ -18,8 +21,10 @@ namespace {
 constexpr int64_t MB = 1 << 20;
 constexpr int64_t LEAST_FREE = 8 * MB;
 constexpr int64_t MOST_FREE = 256 * MB;
-constexpr int64_t START_BYTES = MB;     // of dirty pages, before their way to the storage begins
-constexpr size_t BLANK_BYTES = 4 * MB;  // how far back from the end blank() goes
+constexpr int64_t START_BYTES = MB;  // of dirty pages, before their way to the storage begins
+// What is changed afterwards lies no further from either end.
+constexpr int64_t EDGE_BYTES =
+    (4 * MB) / static_cast<int64_t>(TS_PACKET_BYTES) * static_cast<int64_t>(TS_PACKET_BYTES);
 
 bool hasFree(const struct statvfs& storage, const RecordingSpace& space) {
     const auto unit = static_cast<int64_t>(storage.f_frsize);
@@ -100,19 +105,40 @@ RecordingFile::Status RecordingFile::write(const uint8_t* packets, size_t count)
     return Status::Ok;
 }
 
-void RecordingFile::blank(uint16_t pid, uint64_t offset) {
-    const auto size = static_cast<size_t>(mSize);
-    if (offset >= size || size - offset > BLANK_BYTES) {
-        return;
-    }
-    std::vector<uint8_t> tail(size - offset);
-    const ssize_t got = pread(mFd, tail.data(), tail.size(), static_cast<off_t>(offset));
-    for (size_t at = 0; static_cast<ssize_t>(at + TS_PACKET_BYTES) <= got; at += TS_PACKET_BYTES) {
-        if (pidOf(tail.data() + at) == pid) {
-            const uint8_t head[] = {TS_SYNC_BYTE, 0x1F, 0xFF, 0x10};
-            (void)!pwrite(mFd, head, sizeof(head), static_cast<off_t>(offset + at));
+void RecordingFile::edit(int64_t from, int64_t to, const Change& change) {
+    std::vector<uint8_t> packets(static_cast<size_t>(to - from));
+    const size_t got = readAllAt(mFd, packets.data(), packets.size(), static_cast<size_t>(from));
+    const size_t count = got / TS_PACKET_BYTES;
+    const std::vector<uint8_t> before = packets;
+    change(packets.data(), count);
+    for (size_t at = 0; at < count * TS_PACKET_BYTES; at += TS_PACKET_BYTES) {
+        const uint8_t* packet = packets.data() + at;
+        if (std::memcmp(packet, before.data() + at, TS_PACKET_BYTES) != 0) {
+            writeAllAt(mFd, packet, TS_PACKET_BYTES, static_cast<size_t>(from) + at);
         }
     }
+}
+
+void RecordingFile::blank(uint16_t pid, uint64_t offset) {
+    const auto from = static_cast<int64_t>(offset);
+    if (from >= mSize || mSize - from > EDGE_BYTES) {
+        return;
+    }
+    edit(from, mSize, [pid](uint8_t* packets, size_t count) {
+        for (size_t i = 0; i < count; ++i) {
+            uint8_t* packet = packets + i * TS_PACKET_BYTES;
+            if (pidOf(packet) == pid) {
+                makeNull(packet);
+            }
+        }
+    });
+}
+
+void RecordingFile::trimSound(uint16_t pid) {
+    const int64_t edge = std::min(mSize, EDGE_BYTES);
+    edit(0, edge, [pid](uint8_t* packets, size_t count) { beginWithFrame(packets, count, pid); });
+    edit(mSize - edge, mSize,
+         [pid](uint8_t* packets, size_t count) { endWithFrame(packets, count, pid); });
 }
 
 RecordingFile::Status RecordingFile::sync() {

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 
 namespace orvhost {
@@ -39,6 +40,8 @@ public:
 
     // The packets of the PID from this place on become null packets.
     void blank(uint16_t pid, uint64_t offset);
+    // Sound begins and ends with whole frames, see SoundEdges.h. After blank().
+    void trimSound(uint16_t pid);
 
     // Everything is on the storage afterwards.
     Status sync();
@@ -52,6 +55,9 @@ public:
     int error() const { return mError; }
 
 private:
+    // Packets that change are written again.
+    using Change = std::function<void(uint8_t* packets, size_t count)>;
+    void edit(int64_t from, int64_t to, const Change& change);
     Status reserve(int64_t bytes);
     Status fail(int error);
 

@@ -141,7 +141,7 @@ public:
             return storageFailure(errno, begun.details.path);
         }
         if (mIndex != nullptr) {
-            mIndex->finish();
+            mIndex->finish(begun.fd);
             details->durationMs = mIndex->durationMs();
         }
         describe(mTables, mProgramme, details);

@@ -69,8 +69,9 @@ public:
     virtual bool add(const uint8_t* packets, size_t count) = 0;
 
     // No more will come: the file tells how long the recording is and that it is whole. Without
-    // this call it counts as one that was cut off.
-    virtual bool finish() = 0;
+    // this call it counts as one that was cut off. The recording, read by its descriptor, may have
+    // changed at its edges meanwhile.
+    virtual bool finish(int recordingFd) = 0;
 
     // Of what was added so far, in milliseconds.
     virtual int64_t durationMs() const = 0;

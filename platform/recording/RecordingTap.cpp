@@ -121,6 +121,7 @@ void RecordingTap::goOnWaiting() {
     mPhase = Phase::Waiting;
     mTablesPcr = -1;
     for (Stream& stream : mStreams) {
+        stream.begun = false;
         stream.open = false;
     }
 }
@@ -130,7 +131,21 @@ void RecordingTap::begin() {
     mPhase = Phase::Begun;
 }
 
+// The end of a PES packet whose start is not there is of no use; a clock is.
+bool RecordingTap::isOfUnit(uint16_t pid, const uint8_t* packet) {
+    const uint8_t stream = mStreamOf[pid];
+    if (stream == 0 || mStreams[stream - 1u].begun) {
+        return true;
+    }
+    const bool begins = startsUnit(packet) && !hasTransportError(packet);
+    mStreams[stream - 1u].begun = begins;
+    return begins || (pid == mTables.service().pcrPid && hasPcr(packet));
+}
+
 void RecordingTap::take(uint16_t pid, const uint8_t* packet) {
+    if (!isOfUnit(pid, packet)) {
+        return;
+    }
     if (pid == mTables.service().pcrPid && hasPcr(packet)) {
         const int64_t pcr = pcrOf(packet);
         if (mTablesDue || mTablesPcr < 0 || pcrDistance(mTablesPcr, pcr) >= TABLES_EVERY) {
@@ -199,6 +214,19 @@ std::vector<RecordingTap::OpenUnit> RecordingTap::openUnits() const {
         }
     }
     return units;
+}
+
+std::vector<uint16_t> RecordingTap::soundPids() const {
+    std::vector<uint16_t> pids;
+    for (const ElementaryStream& stream : mTables.service().streams) {
+        const bool isSound = stream.kind == StreamKind::AudioLatm ||
+                             stream.kind == StreamKind::AudioAdts ||
+                             stream.kind == StreamKind::AudioMpeg;
+        if (isSound && mStreamOf[stream.pid] != 0) {
+            pids.push_back(stream.pid);
+        }
+    }
+    return pids;
 }
 
 // ---- batches ---------------------------------------------------------------------------------

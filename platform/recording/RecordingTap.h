@@ -22,7 +22,8 @@ namespace orvhost {
 //
 // Every packet of the programme's streams and of its clock, as the source carried it and in its
 // order, from the first picture with which a decoder can begin; where none comes within two
-// seconds, from there on. The source's tables give way to those of this programme alone, which are
+// seconds, from there on. A stream of PES packets begins with the start of one: "a2" above is one.
+// The source's tables give way to those of this programme alone, which are
 // written about five times a second and whenever they change.
 class RecordingTap : public PacketTap {
 public:
@@ -46,6 +47,7 @@ public:
     };
     // Once the tap is stopped.
     std::vector<OpenUnit> openUnits() const;
+    std::vector<uint16_t> soundPids() const;
 
 private:
     enum class Phase {
@@ -57,6 +59,7 @@ private:
     // One stream of PES packets.
     struct Stream {
         uint16_t pid = 0;
+        bool begun = false;  // with the start of a unit
         bool open = false;
         uint32_t bytesLeft = 0;  // of the open unit; 0: it has no length
         uint64_t start = 0;
@@ -68,6 +71,7 @@ private:
     void goOnWaiting();
     void begin();
     void take(uint16_t pid, const uint8_t* packet);
+    bool isOfUnit(uint16_t pid, const uint8_t* packet);
     bool put(const uint8_t* packet);
     void putTables();
     void trackUnit(Stream& stream, const uint8_t* packet, uint64_t offset);

@@ -240,8 +240,11 @@ RecordingWriter::Outcome RecordingWriter::keepFile() {
     for (const RecordingTap::OpenUnit& unit : mTap.openUnits()) {
         mFile.blank(unit.pid, unit.offset);
     }
+    for (const uint16_t pid : mTap.soundPids()) {
+        mFile.trimSound(pid);
+    }
     if (mIndex != nullptr) {
-        mIndex->finish();
+        mIndex->finish(mFd);
     }
     const Status status = mFile.finish();
     if (status != Status::Ok) {

@@ -124,7 +124,7 @@ TEST_F(RecordingIndexFileTest, WrittenWhileRecordingItIsTheOneThatIsScanned) {
             }
             EXPECT_EQ(writer->durationMs(), mScanned.durationMs());
             if (finished) {
-                ASSERT_TRUE(writer->finish());
+                ASSERT_TRUE(writer->finish(mFd.get()));
             }
             auto read = readIndex(mIndexPath, mFd.get(), {});
             ASSERT_TRUE(read);

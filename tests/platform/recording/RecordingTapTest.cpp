@@ -249,7 +249,7 @@ TEST_F(RecordingTapTest, FollowsTheTablesOfTheSource) {
     const size_t head = builder.size();
     builder.pes(REC_VIDEO, 0xE0, 0, h264Picture(true, 100), 0);
     const auto sound = [&builder] {
-        builder.packet(REC_AUDIO, Bytes(184, 2)).packet(SECOND, Bytes(184, 3));
+        builder.pes(REC_AUDIO, 0xC0, 0, Bytes(100, 2)).pes(SECOND, 0xC0, 0, Bytes(100, 3));
     };
     sound();
     Bytes damaged = pmt(1, REC_VIDEO, streams(SECOND), {}, 1);
@@ -344,6 +344,28 @@ TEST_F(RecordingTapTest, AFullQueueLosesWhatComesAndCountsIt) {
     feed(TsBuilder().packet(REC_AUDIO, Bytes(184, 7)).build());
     EXPECT_EQ(only(written(), STREAMS).size(), 188u);  // and it goes on
     EXPECT_EQ(mTap->lostPackets(), lost);
+}
+
+// What begins in the middle of a PES packet is of no use; of one that carries the clock is.
+TEST_F(RecordingTapTest, EachStreamBeginsWithAPesPacket) {
+    for (const unsigned clock : {REC_PCR, REC_AUDIO}) {
+        SCOPED_TRACE(clock);
+        TsBuilder builder;
+        builder.section(0, pat({{1, PMT}}))
+            .section(PMT, pmt(1, clock, {{0x1B, REC_VIDEO, {}}, {0x0F, REC_AUDIO, {}}}));
+        begin(programmeOf(builder.build()));
+        const size_t head = builder.size();
+        builder.pes(REC_AUDIO, 0xC0, 0, Bytes(300, 1))
+            .pes(REC_VIDEO, 0xE0, 0, h264Picture(true, 9));
+        builder.packet(REC_AUDIO, Bytes(184, 2)).packet(REC_AUDIO, Bytes(100, 2), false, 27'000);
+        const size_t rest = builder.size();
+        builder.pes(REC_AUDIO, 0xC0, 0, Bytes(300, 3)).packet(REC_AUDIO, Bytes(184, 4));
+        const Bytes all = builder.build();
+        feed(Bytes(all.begin() + static_cast<std::ptrdiff_t>(head), all.end()));
+        mDemux.stopTap(*mTap);
+        const auto from = static_cast<std::ptrdiff_t>(clock == REC_AUDIO ? rest - 188 : rest);
+        EXPECT_EQ(only(written(), {REC_AUDIO}), Bytes(all.begin() + from, all.end()));
+    }
 }
 
 }  // namespace
