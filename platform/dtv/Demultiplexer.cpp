@@ -290,7 +290,13 @@ void Demultiplexer::stopTap(const PacketTap& tap) {
         markTapped();
         mIsTapped.store(false, std::memory_order_release);
     }
+    tapHasRoom();
     callBack();
+}
+
+void Demultiplexer::tapHasRoom() {
+    wakeFeeder();
+    wakeReaders();
 }
 
 // The PIDs that the tap wants by now, and no others.
@@ -522,6 +528,10 @@ void Demultiplexer::lendOne(const uint8_t* packet) {
 
 bool Demultiplexer::takeBack() {
     std::lock_guard lock(mMutex);
+    if (mTap != nullptr && !mTap->hasRoom()) {
+        mRoom = false;
+        return false;
+    }
     for (const auto& filter : mFilters) {
         if (filter != nullptr && !filter->keepLent()) {
             mRoom = false;

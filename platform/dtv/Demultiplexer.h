@@ -49,11 +49,11 @@ public:
     // Lossless, and without a copy of its own: the filters refer to the packets until takeBack().
     void lend(const uint8_t* packets, size_t count);
     // Ends the last loan: what no reader has taken yet is copied into the queues. False when one of
-    // them has no room; the loan goes on then.
+    // them, or the tap, has no room; the loan goes on then.
     bool takeBack();
 
-    // Waits until a queue that was full in takeBack() has room again, was stopped, or wakeFeeder()
-    // was called since the last return.
+    // Waits until what was full in takeBack() has room again, was stopped, or wakeFeeder() was
+    // called since the last return.
     void waitForRoom();
     void wakeFeeder();
 
@@ -77,6 +77,8 @@ public:
     bool startTap(PacketTap& tap);
     void stopTap(const PacketTap& tap);
     bool isTapped() const { return mIsTapped.load(std::memory_order_acquire); }
+    // The tap had no room and has it again.
+    void tapHasRoom();
     // Tells the tap that the source was left.
     void leaveSource();
 

@@ -24,6 +24,10 @@ public:
     // Everything that was fed at once has been seen, tapped or not.
     virtual void onBatchEnd() = 0;
 
+    // Whether it takes another batch, asked before one of a source that nothing paces: such a
+    // source waits until Demultiplexer::tapHasRoom() was called. Nothing else ever waits for a tap.
+    virtual bool hasRoom() = 0;
+
     // The tuner left the source; what comes next is of another one.
     virtual void onSourceLeft() = 0;
 };

@@ -51,6 +51,12 @@ void PacketQueue::publish() {
     }
 }
 
+bool PacketQueue::hasRoom() {
+    std::lock_guard lock(mMutex);
+    mRefused = mFilled > mDepth / 2;
+    return !mRefused;
+}
+
 PacketQueue::Stretch PacketQueue::wait(size_t enough, size_t most, int timeoutMs) {
     std::unique_lock lock(mMutex);
     mEnough = enough;
@@ -61,11 +67,12 @@ PacketQueue::Stretch PacketQueue::wait(size_t enough, size_t most, int timeoutMs
     return {mRing.get() + mFirst * TS_PACKET_BYTES, std::min({mFilled, mDepth - mFirst, most})};
 }
 
-void PacketQueue::release(size_t packets) {
+bool PacketQueue::release(size_t packets) {
     std::lock_guard lock(mMutex);
     mFilled -= packets;
     mFirst += packets;
     mFirst = mFirst == mDepth ? 0 : mFirst;
+    return mFilled <= mDepth / 2 && std::exchange(mRefused, false);
 }
 
 void PacketQueue::wake() {

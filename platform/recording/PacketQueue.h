@@ -14,9 +14,9 @@ namespace orvhost {
 //
 //   push() push() push() publish()  -->  | ring |  -->  wait() release()
 //
-// Bounded; neither side waits for the other's work. One lock for a batch of packets on the feeding
-// side, two for a block on the writing side, and the writer reads where the feed wrote. A queue
-// that is kept empty stays in its first pages, and the others are never backed.
+// Bounded; neither side waits for the other's work here. One lock for a batch of packets on the
+// feeding side, two for a block on the writing side, and the writer reads where the feed wrote. A
+// queue that is kept empty stays in its first pages, and the others are never backed.
 class PacketQueue {
 public:
     explicit PacketQueue(size_t packets);
@@ -34,6 +34,8 @@ public:
     void rollBack();
     // Hands over what was pushed, and wakes the writer when that is what it waits for.
     void publish();
+    // Whether half of it is empty. After a "no" a release() tells when that is so again.
+    bool hasRoom();
     // Of everything that was pushed and not taken back.
     uint64_t pushedBytes() const { return mPushed * TS_PACKET_BYTES; }
 
@@ -47,8 +49,9 @@ public:
     // Waits for so many packets, at most so long; wake() ends the wait. Then gives the oldest ones
     // that lie one behind the other, at most `most`, or nothing.
     Stretch wait(size_t enough, size_t most, int timeoutMs);
-    // The first packets of the stretch are written.
-    void release(size_t packets);
+    // The first packets of the stretch are written. True when the feeding side, which found no
+    // room, has it again.
+    bool release(size_t packets);
 
     // Ends the present wait, or the next one. Any thread.
     void wake();
@@ -69,6 +72,7 @@ private:
     size_t mFilled = 0;
     size_t mEnough = 0;  // of a writer that waits; 0: none does
     bool mWoken = false;
+    bool mRefused = false;  // hasRoom() said no
 };
 
 }  // namespace orvhost

@@ -34,6 +34,7 @@ public:
     const std::vector<uint16_t>& pids() const override { return mTables.pids(); }
     bool onPacket(const uint8_t* packet) override;
     void onBatchEnd() override;
+    bool hasRoom() override { return mQueue.hasRoom(); }
     void onSourceLeft() override;
 
     // Any thread.

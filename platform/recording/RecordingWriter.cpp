@@ -159,7 +159,9 @@ void RecordingWriter::writeSome(size_t enough, int timeoutMs) {
         HOST_LOGW("%s: recording %d: its index cannot be written\n", __func__, mNumber);
         mIndex.reset();
     }
-    mQueue.release(stretch.packets);
+    if (mQueue.release(stretch.packets)) {
+        mDemultiplexer.tapHasRoom();
+    }
     mSizeBytes = mFile.sizeBytes();
     mDurationMs = durationMs();
     if (mStatus != Status::Ok) {

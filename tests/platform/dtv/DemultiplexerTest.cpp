@@ -182,6 +182,7 @@ TEST_F(DemultiplexerTest, APacketThatIsSentTwiceIsDeliveredOnce) {
 
 // Wants the tables, and the video once it has seen one.
 struct TestTap : orvhost::PacketTap {
+    bool hasRoom() override { return true; }
     const std::vector<uint16_t>& pids() const override { return mPids; }
     bool onPacket(const uint8_t* packet) override {
         mGot.insert(mGot.end(), packet, packet + 188);

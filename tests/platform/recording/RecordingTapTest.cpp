@@ -89,7 +89,9 @@ protected:
                 return all;
             }
             all.insert(all.end(), part.data, part.data + part.packets * 188);
-            mQueue->release(part.packets);
+            if (mQueue->release(part.packets)) {
+                mDemux.tapHasRoom();
+            }
         }
     }
 
@@ -366,6 +368,26 @@ TEST_F(RecordingTapTest, EachStreamBeginsWithAPesPacket) {
         const auto from = static_cast<std::ptrdiff_t>(clock == REC_AUDIO ? rest - 188 : rest);
         EXPECT_EQ(only(written(), {REC_AUDIO}), Bytes(all.begin() + from, all.end()));
     }
+}
+
+TEST_F(RecordingTapTest, ASourceThatNothingPacesWaitsForTheWriter) {
+    const Bytes source = makeRecording({.pictures = 60});
+    begin(programmeOf(source), 100);
+    Bytes recording;
+    size_t refused = 0;
+    for (size_t at = 0; at < source.size(); at += 188 * 10) {
+        if (!mDemux.takeBack()) {
+            ++refused;
+            recording = recording + written();
+            mDemux.waitForRoom();
+            ASSERT_TRUE(mDemux.takeBack());
+        }
+        mDemux.lend(source.data() + at, std::min<size_t>(10, (source.size() - at) / 188));
+    }
+    recording = recording + written();
+    EXPECT_GT(refused, 1u);
+    EXPECT_EQ(mTap->lostPackets(), 0u);
+    EXPECT_EQ(only(recording, STREAMS), only(source, STREAMS, 4));
 }
 
 }  // namespace
