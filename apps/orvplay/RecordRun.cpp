@@ -9,6 +9,7 @@
 #include "HumanText.h"
 #include "Interrupt.h"
 #include "MonotonicTime.h"
+#include "RecordingFailure.h"
 #include "RecordingText.h"
 #include "ServiceChoice.h"
 
@@ -105,10 +106,12 @@ int RecordRun::finish() {
         }
     }
     orvhost::RecordingDetails details;
-    if (!player.recordings().find(mRecording.number(), &details).ok()) {
-        details.number = mRecording.number();
-    }
+    const auto found = player.recordings().find(mRecording.number(), &details);
     mSession = nullptr;  // no event comes after this
+    if (!found.ok()) {
+        return mExitCode != EXIT_OK ? mExitCode
+                                    : mMessages.fail(exitCodeOf(found.status), found.message);
+    }
     mEvents.writeLine(toJson(details));
     if (!mEvents.enabled()) {
         printf("Recording %d: %s, %s, %s\n", details.number, titleOf(details).c_str(),

@@ -48,7 +48,9 @@ void RecordingControl::look(Player& player) {
     mHasFailed = true;
     const std::string number = std::to_string(mNumber);
     player.stopRecording(true);
-    mMessages.say("recording " + number + " ended and is kept: " +
+    orvhost::RecordingDetails details;
+    const bool isKept = player.recordings().find(mNumber, &details).ok();
+    mMessages.say("recording " + number + (isKept ? " ended and is kept: " : " is lost: ") +
                   orvclient::describe(static_cast<RecordingFailure>(failure)));
 }
 
