@@ -48,6 +48,11 @@ protected:
         fclose(mNowhere);
     }
 
+    std::string ringBuffers() {
+        const std::string all = report(0);
+        return all.substr(0, all.find("+ Modules:"));
+    }
+
     FILE* const mNowhere = fopen("/dev/null", "w");
     const Config LIVE = live();
 };
@@ -206,13 +211,16 @@ TEST_F(MainControllerTest, KnowsTheKindsOfSources) {
         SCOPED_TRACE(wanted.type);
         newController();
         ASSERT_EQ(mController->configure(recorded(wanted.type)), 0);
+        const std::string empty = ringBuffers();
         ASSERT_EQ(mController->start(), 0);
         EXPECT_EQ(mTimers.armedFor(PLAYBACK_TIMER), wanted.timeoutS);
         mTrace.take();
         mDemux.feed(274, broadcast(274, 0xC0, 2));
         mDemux.feed(273, broadcast(273, 0xE0, 2));
         EXPECT_TRUE(orvtest::await([&] { return mController->getPCRValue() != 0; }));
+        EXPECT_NE(ringBuffers(), empty);
         ASSERT_EQ(mController->stop(), 0);
+        EXPECT_EQ(ringBuffers(), empty);  // nothing is left for the next run
         for (const std::string& line : mTrace.take()) {
             if (line.starts_with("setBasePCR: Setting PCR: ")) {
                 EXPECT_TRUE(line.starts_with(std::string("setBasePCR: Setting PCR: ") +
