@@ -107,7 +107,6 @@ int MainController::stopRecord(bool save) {
         return 1;
     }
     m_pRecorder->stop(save ? 1 : 0);
-    m_pRecorder->setListener(nullptr);
     m_pRecorder = nullptr;
     mRecording = false;
     return 0;
