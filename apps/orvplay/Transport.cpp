@@ -23,6 +23,7 @@ Status Transport::togglePause() {
     mParts.events.write(pause ? "onPaused" : "onResumed", {{"result", 0}});
     mIsPaused = pause;
     if (pause) {
+        expectOthers();
         mParts.pictures.showStatus("paused  " + position(), true);
     } else {
         beginBreak();  // what follows is later than it would have been
@@ -44,6 +45,7 @@ Status Transport::seekTo(int64_t positionMs) {
     if (!status.ok()) {
         return status;
     }
+    expectOthers();
     mParts.events.write("onSeeked", {{"position", positionMs}});
     showPosition(mIsPaused ? "paused  " : "");
     return status;
@@ -76,6 +78,11 @@ void Transport::keepPosition() {
 void Transport::beginBreak() {
     mParts.askService();
     mParts.summary.beginBreak(mParts.session.figures());
+    expectOthers();
+}
+
+// To be said once more when playback stands: until then a picture of before may come.
+void Transport::expectOthers() {
     mParts.pictures.expectBreak();
     mFramesAtBreak = mParts.pictures.figures().frames;
     mIsBroken = true;

@@ -34,6 +34,7 @@ public:
 
 private:
     void beginBreak();
+    void expectOthers();
     void showPosition(const std::string& what);
 
     const PlayParts mParts;
