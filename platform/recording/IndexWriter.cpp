@@ -75,17 +75,20 @@ private:
 
     bool flush() {
         mFlushAt27M = mScanner.duration27M() + FLUSH_27M;
-        if (mWritten == mPoints.size()) {
+        const size_t fresh = mPoints.size() - mKnown;
+        if (fresh == 0) {
             return !mFailed;
         }
-        std::vector<uint8_t> bytes((mPoints.size() - mWritten) * INDEX_POINT_BYTES);
-        uint8_t* out = bytes.data();
-        for (size_t i = mWritten; i < mPoints.size(); ++i, out += INDEX_POINT_BYTES) {
-            encodeIndexPoint(mPoints[i], static_cast<uint32_t>(i), out);
+        std::vector<uint8_t> bytes(fresh * INDEX_POINT_BYTES);
+        for (size_t i = 0; i < fresh; ++i) {
+            encodeIndexPoint(mPoints[mKnown + i], static_cast<uint32_t>(mWritten + i),
+                             bytes.data() + i * INDEX_POINT_BYTES);
         }
         const bool done =
             write(bytes.data(), bytes.size(), INDEX_HEADER_BYTES + mWritten * INDEX_POINT_BYTES);
-        mWritten = mPoints.size();
+        mWritten += fresh;
+        mPoints.erase(mPoints.begin(), mPoints.end() - 1);
+        mKnown = 1;
         return done;
     }
 
@@ -98,8 +101,9 @@ private:
     RecordingScanner mScanner;
     IndexHeader mHeader;
     std::vector<uint8_t> mHead;
-    std::vector<RandomAccessPoint> mPoints;  // all: the scanner looks at the last one
-    size_t mWritten = 0;                     // of them
+    size_t mWritten = 0;                     // points
+    std::vector<RandomAccessPoint> mPoints;  // the next ones, behind the last of those ...
+    size_t mKnown = 0;                       // ... which the scanner looks at: 1 once there is one
     uint64_t mBytes = 0;
     int64_t mFlushAt27M = 0;
     bool mFailed = false;
