@@ -222,7 +222,12 @@ bool MpvEngine::seek(int64_t ms, bool exactly) {
     snprintf(seconds, sizeof seconds, "%.3f", static_cast<double>(ms) / 1000.0);
     const char* command[] = {"seek", seconds, exactly ? "absolute+exact" : "absolute+keyframes",
                              nullptr};
-    return mpv_command(mPlayer, command) >= 0;
+    mPictures->unsettle();
+    const bool isUnderWay = mpv_command(mPlayer, command) >= 0;
+    if (!isUnderWay) {
+        mPictures->settle();
+    }
+    return isUnderWay;
 }
 
 void MpvEngine::setGain(double gain) {
@@ -259,7 +264,11 @@ void MpvEngine::onEvent(const mpv_event& event) {
         case MPV_EVENT_FILE_LOADED:
             keepUpright();
             break;
+        case MPV_EVENT_SEEK:
+            mPictures->unsettle();
+            break;
         case MPV_EVENT_PLAYBACK_RESTART: {  // the first picture and the first sound are there
+            onArrival();
             const std::lock_guard guard(mLock);
             mOpening = mOpening == Opening::UNDER_WAY ? Opening::DONE : mOpening;
             mChanged.notify_all();
@@ -284,6 +293,20 @@ void MpvEngine::onEvent(const mpv_event& event) {
         default:
             break;
     }
+}
+
+void MpvEngine::onArrival() {
+    double seconds = 0.0;
+    if (mpv_get_property(mPlayer, "time-pos", MPV_FORMAT_DOUBLE, &seconds) >= 0) {
+        onTime(seconds);
+    }
+    mPictures->settle();
+}
+
+void MpvEngine::onTime(double seconds) {
+    const double bounded = std::clamp(seconds, -1e9, 1e9);
+    mPictures->setTime(std::llround(bounded * 1e6));
+    mClient.onPosition(std::max(std::llround(bounded * 1e3), 0LL));
 }
 
 // The picture is turned here and not where it is shown: a surface has no word for it.
@@ -322,12 +345,9 @@ void MpvEngine::onProperty(uint64_t which, const mpv_event_property& property) {
         return;  // there is none at the moment
     }
     switch (which) {
-        case TIME: {
-            const double seconds = std::clamp(*static_cast<double*>(property.data), -1e9, 1e9);
-            mPictures->setTime(std::llround(seconds * 1e6));
-            mClient.onPosition(std::max(std::llround(seconds * 1e3), 0LL));
+        case TIME:
+            onTime(*static_cast<double*>(property.data));
             break;
-        }
         case END:
             if (*static_cast<int*>(property.data) != 0) {
                 mClient.onEnd();

@@ -38,6 +38,8 @@ private:
     bool restrictProtocols();
     bool load(const std::string& location);
     void keepUpright();
+    void onArrival();
+    void onTime(double seconds);
 
     void run();
     void onEvent(const mpv_event& event);

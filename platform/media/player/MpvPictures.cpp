@@ -14,6 +14,7 @@ constexpr size_t ALIGNMENT = 64;  // of rows, for the vector units of the conver
 constexpr int64_t LONGEST_LEAD_US = 100'000;
 constexpr int64_t LONGEST_PERIOD_US = 500'000;
 constexpr auto IDLE_WAIT = std::chrono::milliseconds(300);
+constexpr auto SETTLING_WAIT = std::chrono::milliseconds(200);
 
 size_t strideOf(int width) {
     return (static_cast<size_t>(width) * 4 + ALIGNMENT - 1) / ALIGNMENT * ALIGNMENT;
@@ -70,6 +71,18 @@ void MpvPictures::awaitIdle() {
     mChanged.wait_for(guard, IDLE_WAIT, [this] { return mIsIdle && !mUpdated && !mRedraw; });
 }
 
+void MpvPictures::unsettle() {
+    const std::lock_guard guard(mLock);
+    mIsSettled = false;
+    mSettledBy.reset();
+}
+
+void MpvPictures::settle() {
+    const std::lock_guard guard(mLock);
+    mIsSettled = true;
+    mChanged.notify_all();
+}
+
 void MpvPictures::redraw() {
     const std::lock_guard guard(mLock);
     mRedraw = true;
@@ -113,7 +126,6 @@ void MpvPictures::takePicture(bool isAskedFor) {
     const bool isNew = (info.flags & MPV_RENDER_FRAME_INFO_PRESENT) != 0 &&
                        (info.flags & MPV_RENDER_FRAME_INFO_REDRAW) == 0;
     mHasPicture = mHasPicture || isNew;
-    const int64_t timeUs = timeOf(info.target_time);
     const MediaPicture format = formatOfPicture();
     if ((!isNew && !(isAskedFor && mHasPicture)) || format.width <= 0 || format.height <= 0 ||
         !mSink.reserve(format.width, format.height)) {
@@ -123,6 +135,10 @@ void MpvPictures::takePicture(bool isAskedFor) {
     if (!draw(format)) {
         return;
     }
+    if (!awaitSettled()) {
+        return;
+    }
+    const int64_t timeUs = timeOf(info.target_time);
     waitUntil(info.target_time);
     mSink.present(timeUs);
 }
@@ -190,6 +206,26 @@ void MpvPictures::skip() {
                                      {MPV_RENDER_PARAM_BLOCK_FOR_TARGET_TIME, &dontWait},
                                      {MPV_RENDER_PARAM_INVALID, nullptr}};
     mpv_render_context_render(mContext, parameters);
+}
+
+// mpv says that it has arrived once its first picture is drawn, or, close to the end of the file,
+// the second: then that one is shown. Should it never say so, the wait is over all the same.
+bool MpvPictures::awaitSettled() {
+    std::unique_lock guard(mLock);
+    if (mIsSettled) {
+        return true;
+    }
+    if (!mSettledBy.has_value()) {
+        mSettledBy = std::chrono::steady_clock::now() + SETTLING_WAIT;
+    }
+    const bool isEarly = mChanged.wait_until(
+        guard, *mSettledBy, [this] { return mIsSettled || mUpdated || mRedraw || mExit; });
+    if (isEarly && !mIsSettled) {
+        mRedraw = true;
+        return false;
+    }
+    mIsSettled = true;
+    return true;
 }
 
 // Pictures of a pause, and the first after a jump, have no time: they are due at once.

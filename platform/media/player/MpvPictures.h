@@ -4,11 +4,13 @@
 #include <mpv/render.h>
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <thread>
 
 #include "media/player/MediaEngine.h"
@@ -34,6 +36,10 @@ public:
     void setFormat(const MediaPicture& format);
     void setFields(bool isInterlaced, bool isTopFieldFirst);
     void setTime(int64_t us) { mTimeUs = us; }
+    // While mpv goes elsewhere, the time that it tells is where it was sent: pictures wait for
+    // settle(), which comes with the true one.
+    void unsettle();
+    void settle();
     void redraw();
     // Returns once nothing is left to draw, or after a while.
     void awaitIdle();
@@ -47,6 +53,7 @@ private:
     bool draw(const MediaPicture& format);
     void skip();
     void waitUntil(int64_t playerTimeUs);
+    bool awaitSettled();
 
     mpv_handle* const mPlayer;
     PictureSink& mSink;
@@ -60,6 +67,8 @@ private:
     bool mRedraw = false;
     bool mAwaitsFormat = false;  // a picture came without
     bool mIsIdle = true;
+    bool mIsSettled = true;
+    std::optional<std::chrono::steady_clock::time_point> mSettledBy;  // of the first that waits
     bool mExit = false;
 
     std::atomic<int64_t> mTimeUs{0};  // where mpv is in the file

@@ -191,6 +191,7 @@ TEST_F(MediaPlayerTest, PausesSeeksAndStartsOver) {
 
     EXPECT_EQ(mPlayer->seekTo(2600), OK);  // all of it while it is paused
     EXPECT_EQ(mWindow->awaitLast(50), 50);
+    EXPECT_NEAR(static_cast<double>(mWindow->pictures().back().input.timestamp) / 1e6, 2000, 80);
     EXPECT_EQ(mPlayer->seekTo(1400, MediaPlayerSeekMode::SEEK_CLOSEST), OK);
     EXPECT_EQ(mWindow->awaitLast(35), 35);
     EXPECT_EQ(mPlayer->seekTo(-5), OK);
