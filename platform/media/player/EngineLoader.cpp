@@ -34,9 +34,10 @@ CreateMediaEngine* load(std::string* error) {
                        ? nullptr
                        : reinterpret_cast<CreateMediaEngine*>(dlsym(module, MEDIA_ENGINE_FUNCTION));
     if (create == nullptr) {
-        const char* reason = dlerror();
-        *error = std::string("no module for media files: ") +
-                 (reason != nullptr ? reason : path.c_str());
+        const char* told = dlerror();
+        const std::string reason = told != nullptr ? told : path.string();
+        *error = "no module for media files: " + reason +
+                 (reason.find("libmpv") != std::string::npos ? "; install libmpv2" : "");
     }
     return create;
 }
