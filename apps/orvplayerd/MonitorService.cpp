@@ -60,7 +60,8 @@ android::status_t MonitorService::figures(orvhost::PlaybackFigures* figures) {
     figures->audioEarlyCount = player.audioEarlyCount;
     const orvhost::CodecStatistics& codec = orvhost::codecStatistics();
     figures->picturesReleasedUnseen = codec.picturesReleasedUnseen;
-    figures->picturesDroppedAtWindow = codec.picturesDroppedAtWindow;
+    figures->picturesDroppedAtWindow =
+        codec.picturesDroppedAtWindow + orvhost::mediaPicturesDropped();
     figures->firstIdrQueuedUs = codec.firstIdrQueuedUs;
     figures->firstIdrReadyUs = codec.firstIdrReadyUs;
     figures->audioFrames = mSound.frames();

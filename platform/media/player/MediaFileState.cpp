@@ -7,4 +7,9 @@ std::atomic<int64_t>& mediaFileDurationMs() {
     return durationMs;
 }
 
+std::atomic<uint64_t>& mediaPicturesDropped() {
+    static std::atomic<uint64_t> pictures{0};
+    return pictures;
+}
+
 }  // namespace orvhost

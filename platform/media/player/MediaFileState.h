@@ -9,4 +9,7 @@ namespace orvhost {
 // is unknown; for the host's status lines. Any thread.
 std::atomic<int64_t>& mediaFileDurationMs();
 
+// Pictures of media files that found no free buffer in their surface. Any thread.
+std::atomic<uint64_t>& mediaPicturesDropped();
+
 }  // namespace orvhost

@@ -4,6 +4,7 @@
 
 #include <utility>
 
+#include "media/player/MediaFileState.h"
 #include "trace/HostLog.h"
 
 namespace orvhost {
@@ -81,9 +82,15 @@ void SurfaceSink::expectFirstPicture() {
 bool SurfaceSink::reserve(int width, int height) {
     const std::lock_guard guard(mLock);
     giveBack();
-    return mSurface != nullptr && width > 0 && height > 0 &&
-           mSurface->dequeueBuffer(static_cast<uint32_t>(width), static_cast<uint32_t>(height),
-                                   android::PIXEL_FORMAT_YCBCR_420_SP, &mBuffer) == android::OK;
+    if (mSurface == nullptr || width <= 0 || height <= 0) {
+        return false;
+    }
+    if (mSurface->dequeueBuffer(static_cast<uint32_t>(width), static_cast<uint32_t>(height),
+                                android::PIXEL_FORMAT_YCBCR_420_SP, &mBuffer) != android::OK) {
+        ++mediaPicturesDropped();
+        return false;
+    }
+    return true;
 }
 
 bool SurfaceSink::prepare(const MediaPicture& picture) {
