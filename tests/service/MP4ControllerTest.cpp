@@ -251,8 +251,9 @@ TEST_F(MP4ControllerTest, PlaysWithoutATimer) {
     EXPECT_TRUE(
         isTraced("stopInternalTimer: Error stopping timer to update UI: 1 (Operation not "
                  "permitted)"));
+    mTimers.reset();  // none is known to the system any more
     mController = nullptr;
-    mTimers.reset();
+    EXPECT_TRUE(isTraced("~MP4Controller: Unable to delete internal timer"));
     mTimers.failCreation(EAGAIN);
     mController = new MP4Controller;
     EXPECT_TRUE(isTraced("MP4Controller: Could not create timer!"));
