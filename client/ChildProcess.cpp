@@ -25,9 +25,12 @@ std::string reason(int error) {
 // What the child inherits.
 class FileActions {
 public:
-    explicit FileActions(int socket) {
+    FileActions(int socket, int errorOutput) {
         posix_spawn_file_actions_init(&mActions);
         const bool hasErrors = fcntl(STDERR_FILENO, F_GETFD) >= 0;
+        if (hasErrors && errorOutput >= 0) {
+            posix_spawn_file_actions_adddup2(&mActions, errorOutput, STDERR_FILENO);
+        }
         // First: the socket may be one of the standard descriptors, where those were closed.
         posix_spawn_file_actions_adddup2(&mActions, socket, CHILD_SOCKET);
         posix_spawn_file_actions_addopen(&mActions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
@@ -73,7 +76,7 @@ private:
 }  // namespace
 
 std::unique_ptr<ChildProcess> ChildProcess::start(const std::vector<std::string>& command,
-                                                  int socket, std::string* error) {
+                                                  int socket, int errorOutput, std::string* error) {
     std::vector<std::string> words = command;
     words.insert(words.end(), {"--peer-fd", std::to_string(CHILD_SOCKET)});
     std::vector<char*> arguments;
@@ -82,7 +85,7 @@ std::unique_ptr<ChildProcess> ChildProcess::start(const std::vector<std::string>
     }
     arguments.push_back(nullptr);
     pid_t pid = -1;
-    const int failure = posix_spawnp(&pid, arguments[0], FileActions(socket).get(),
+    const int failure = posix_spawnp(&pid, arguments[0], FileActions(socket, errorOutput).get(),
                                      Attributes().get(), arguments.data(), environ);
     if (failure != 0) {
         *error = words[0] + ": the player service cannot be started: " + reason(failure);

@@ -20,9 +20,10 @@ class ChildProcess {
 public:
     // Runs `command` (a program with arguments; without a '/', looked for in PATH) with
     // "--peer-fd N" behind it, N being the descriptor of `socket` in the child. The socket stays
-    // the caller's. Null, and one line in *error, when that cannot be.
+    // the caller's. `errorOutput` becomes its standard error, unless that is -1 or this process has
+    // none. Null, and one line in *error, when that cannot be.
     static std::unique_ptr<ChildProcess> start(const std::vector<std::string>& command, int socket,
-                                               std::string* error);
+                                               int errorOutput, std::string* error);
     ~ChildProcess();                             // end()
     ChildProcess(const ChildProcess&) = delete;  // owns a process
     ChildProcess& operator=(const ChildProcess&) = delete;

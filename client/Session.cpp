@@ -53,8 +53,8 @@ void explainEnd(ChildProcess* child, std::string* error) {
     }
 }
 
-std::shared_ptr<Session> startEmbedded(const std::string& daemon, std::string* error) {
-    const std::vector<std::string> command = daemonCommand(daemon);
+std::shared_ptr<Session> startEmbedded(const Player::Options& options, std::string* error) {
+    const std::vector<std::string> command = daemonCommand(options.daemon);
     if (command.empty()) {
         *error = "no program is named that is the player service";
         return nullptr;
@@ -64,7 +64,7 @@ std::shared_ptr<Session> startEmbedded(const std::string& daemon, std::string* e
         *error = std::string("no socket for the player service: ") + std::strerror(errno);
         return nullptr;
     }
-    auto child = ChildProcess::start(command, sockets[1], error);
+    auto child = ChildProcess::start(command, sockets[1], options.errorOutput, error);
     close(sockets[1]);
     if (child == nullptr) {
         close(sockets[0]);
@@ -93,7 +93,7 @@ private:
 
 std::shared_ptr<Session> Session::start(const Player::Options& options, std::string* error) {
     if (options.service == Player::Service::EMBEDDED) {
-        return startEmbedded(options.daemon, error);
+        return startEmbedded(options, error);
     }
     const auto bus = options.service == Player::Service::SESSION_BUS ? BinderConnection::SESSION_BUS
                                                                      : BinderConnection::SYSTEM_BUS;

@@ -24,7 +24,7 @@ constexpr std::chrono::seconds BOUND{20};
 std::unique_ptr<ChildProcess> shell(const std::string& script) {
     const int socket = open("/dev/null", O_RDWR | O_CLOEXEC);
     std::string error;
-    auto child = ChildProcess::start({"sh", "-c", script}, socket, &error);
+    auto child = ChildProcess::start({"sh", "-c", script}, socket, -1, &error);
     EXPECT_EQ(error, "");
     close(socket);
     return child;

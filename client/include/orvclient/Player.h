@@ -141,6 +141,9 @@ public:
         // Embedded: the program to run, with its arguments, parted by blanks, before ours; empty:
         // "orvplayerd" beside this program, else in PATH.
         std::string daemon;
+        // Embedded: the descriptor that is to be its standard error; -1: ours. To be kept open as
+        // long as a service can be started.
+        int errorOutput = -1;
         // When the service ended by itself, the next command starts a new one, or connects to it.
         // That has the surface and the settings of the old one, but no source.
         bool restart = false;
