@@ -22,6 +22,7 @@ struct ServiceOptions {
     std::string connect;   // "session" or "system": the bus of a running one; empty: our own
     bool restart = false;  // our own: another one in the place of one that ended by itself
     bool silent = false;   // our own: no sound output is opened
+    bool media = false;    // a media file is to be played
 };
 
 struct PlayOptions : StreamOptions, ServiceOptions {
@@ -66,7 +67,7 @@ struct RecordingsOptions : ServiceOptions {
 struct SnapshotOptions : StreamOptions, ServiceOptions {
     int count = 1;
     int everyMs = 1000;
-    std::string out;  // file, folder or "-"; empty: dated names in this folder
+    std::string out;   // file, folder or "-"; empty: dated names in this folder
 };
 
 struct UnitsOptions : StreamOptions {

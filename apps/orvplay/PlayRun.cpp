@@ -26,7 +26,9 @@ PlayRun::PlayRun(const PlayOptions& options)
     : mOptions(options), mEvents(options.json), mStill(options.snapshot) {}
 
 int PlayRun::run() {
-    mSession = std::make_unique<PlayerSession>(mOptions, callbacks());
+    ServiceOptions service = mOptions;
+    service.media = isMediaFile(mOptions.source);
+    mSession = std::make_unique<PlayerSession>(service, callbacks());
     std::string error;
     if (!mSession->connect(&error)) {
         return mMessages.fail(EXIT_SERVICE, error);
@@ -138,7 +140,9 @@ int PlayRun::play() {
     mEvents.begin();
     mSummary.begin();
     if (const Status status = start(); !status.ok()) {
-        return mSource.kind == SourceKind::MEDIA && status.code == Status::LOST
+        askService(false);
+        const bool isLost = status.code == Status::LOST;
+        return mSource.kind == SourceKind::MEDIA && isLost && mSession->hasMediaFailed()
                    ? mediaFailed()
                    : mMessages.failed(*mSession, status, "the player cannot start");
     }
@@ -218,6 +222,9 @@ int PlayRun::finish() {
     mPictures->stop();
     const PictureOutput::Figures figures = mPictures->figures();
     bool filesSaved = finishCaptionFile();
+    if (mSource.kind == SourceKind::MEDIA && mFailure == EXIT_SOURCE) {
+        return mFailure;  // nothing played
+    }
     filesSaved = mStill.save({mSelection.serviceName, mSelection.serviceId}, mEvents) && filesSaved;
     mEvents.writeLine(mSummary.toJson(figures, mSync));
     if (!mEvents.enabled()) {

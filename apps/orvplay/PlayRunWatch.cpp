@@ -125,7 +125,8 @@ PlayRun::Outcome PlayRun::lookAtEnd() {
 PlayRun::Outcome PlayRun::replaceService() {
     const uint64_t frames = mSession->figures().framesTimed;
     const std::string message = mSession->lostMessage();
-    if (mSource.kind == SourceKind::MEDIA) {
+    askService(false);
+    if (mSource.kind == SourceKind::MEDIA && mSession->hasMediaFailed()) {
         return giveUp(mediaFailed());
     }
     if (mFramesAtReplacement == frames || !mSession->replaceLost()) {
@@ -144,9 +145,8 @@ PlayRun::Outcome PlayRun::replaceService() {
 int PlayRun::mediaFailed() {
     const bool hasPlayed =
         mPictures->figures().frames > 0 || mSession->player().elapsed().count() > 0;
-    return mMessages.fail(
-        hasPlayed ? EXIT_PLAYBACK : EXIT_SOURCE,
-        mSource.path + ": the media player cannot play this; is it a media file, and whole?");
+    return mMessages.fail(hasPlayed ? EXIT_PLAYBACK : EXIT_SOURCE,
+                          mSession->mediaMessage(mSource.path));
 }
 
 bool PlayRun::outputsOpened(const PictureOutput::Figures& figures) const {

@@ -45,6 +45,9 @@ bool PlayerSession::connect(bool forEvents, std::string* error) {
     if (mOptions.silent && mOptions.connect.empty()) {
         setenv("ORV_AUDIO", "silent", 1);  // our service inherits it
     }
+    if (mOptions.media && mOptions.connect.empty()) {
+        options.errorOutput = mErrors.open();
+    }
     mPlayer = Player::create(options, mCallbacks, error);
     if (mPlayer == nullptr) {
         *error += mOptions.connect.empty()
@@ -82,6 +85,7 @@ Status PlayerSession::start() {
 }
 
 bool PlayerSession::look(bool urgent) {
+    mErrors.look();
     const int64_t now = monotonicNs();
     const int64_t intervalNs = mSourceEnded ? LOOK_AT_END_NS : LOOK_NS;
     if (mLost || (!urgent && now - mLastLookNs < intervalNs)) {
@@ -104,6 +108,19 @@ std::string PlayerSession::lostMessage(const std::string& reason) const {
     std::lock_guard<std::mutex> guard(mLock);
     return (reason.empty() ? mLostReason : reason) + "; start orvplay again" +
            (mOptions.connect.empty() && !mOptions.restart ? ", or use --restart" : "");
+}
+
+bool PlayerSession::hasMediaFailed() const {
+    return mErrors.hasFault() || !mOptions.connect.empty();
+}
+
+std::string PlayerSession::mediaMessage(const std::string& path) const {
+    if (!hasMediaFailed()) {
+        return lostMessage();
+    }
+    const std::string& reason = mErrors.reason();
+    return path + ": the media player cannot play this" +
+           (reason.empty() ? "; is it a media file, and whole?" : ": " + reason);
 }
 
 bool PlayerSession::replaceLost() {

@@ -10,6 +10,7 @@
 
 #include "Options.h"
 #include "PlaySource.h"
+#include "ServiceErrors.h"
 #include "ServiceFigures.h"
 #include "StreamSelection.h"
 
@@ -54,6 +55,10 @@ public:
     bool isLost() const { return mLost; }
     // That, for people, with what to do; `reason` is what a command said of it.
     std::string lostMessage(const std::string& reason = {}) const;
+    // It was the media player that could not go on. A service on a bus does not say.
+    bool hasMediaFailed() const;
+    // That it is lost while it played this media file.
+    std::string mediaMessage(const std::string& path) const;
     // Goes on with another service, where that was asked for: the source is to be tuned and opened
     // again. False when it was not.
     bool replaceLost();
@@ -71,6 +76,7 @@ private:
 
     const ServiceOptions mOptions;
     orvclient::Callbacks mCallbacks;
+    ServiceErrors mErrors;
     ServiceFigures mFigures;
     bool mStarted = false;
     bool mSourceEnded = false;

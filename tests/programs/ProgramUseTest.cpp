@@ -262,6 +262,20 @@ TEST(ProgramUseTest, SnapshotSavesStillsAndPrintsTheirNames) {
     std::filesystem::remove_all(folder);
 }
 
+// Whatever its service says of its end, the program makes one line of it.
+TEST(ProgramUseTest, WhyAMediaFileIsNotPlayedIsToldInOneLine) {
+    const TempFile text({'h', 'e', 'l', 'l', 'o'});
+    for (const char* command : {"play"}) {
+        const ProgramResult result = runProgram({command, text.path()}, PATIENCE_S);
+        EXPECT_EQ(result.exitCode, 4);
+        EXPECT_EQ(result.errLines(), 1U) << result.err;
+        EXPECT_EQ(result.err,
+                  "orvplay: " + text.path() +
+                      ": the media player cannot play this: unrecognized file format\n");
+        EXPECT_EQ(result.out, "");
+    }
+}
+
 TEST(ProgramUseTest, ProbeListsWhatIsThere) {
     const ProgramResult text = runProgram({"probe", SMALL}, PATIENCE_S);
     EXPECT_EQ(text.exitCode, 0) << text.err;
