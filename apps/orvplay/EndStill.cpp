@@ -36,6 +36,10 @@ void EndStill::take(orvclient::Player* player) {
     }
 }
 
+void EndStill::take(const PictureOutput& pictures) {
+    mTaken = !mPath.empty() && pictures.takeStill(&mStill);
+}
+
 bool EndStill::save(const StillLabels& labels, EventLog& events) {
     if (mPath.empty()) {
         return true;

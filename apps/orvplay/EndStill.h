@@ -5,6 +5,7 @@
 #include <string>
 
 #include "EventLog.h"
+#include "PictureOutput.h"
 #include "PngEncoder.h"
 #include "Still.h"
 
@@ -28,6 +29,8 @@ public:
     // Has what is on the screen now, for which it waits; where no picture comes any more, or there
     // is no player to ask (null), what came last.
     void take(orvclient::Player* player);
+    // The same of a media file, whose stills the player does not make.
+    void take(const PictureOutput& pictures);
     // Writes it. False, and one line on standard error, when there is none or that fails.
     bool save(const StillLabels& labels, EventLog& events);
 

@@ -67,6 +67,7 @@ struct RecordingsOptions : ServiceOptions {
 struct SnapshotOptions : StreamOptions, ServiceOptions {
     int count = 1;
     int everyMs = 1000;
+    double atS = 0.0;  // of a media file, where the first one is from
     std::string out;   // file, folder or "-"; empty: dated names in this folder
 };
 

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "MonotonicTime.h"
+#include "PictureView.h"
 #include "pattern/TestPattern.h"
 
 namespace orvplay {
@@ -141,6 +142,7 @@ void PictureOutput::onPicture(const orvhost::AcquiredBuffer& picture) {
             mFirst.notify_all();
         }
         mFigures.lastFrameNs = now;
+        mFigures.lastTimestampNs = picture.input.timestamp;
         mFigures.width = picture.input.crop.right - picture.input.crop.left + 1;
         mFigures.height = picture.input.crop.bottom - picture.input.crop.top + 1;
         mFigures.interlaced = picture.input.interlaced;
@@ -157,10 +159,21 @@ void PictureOutput::onPicture(const orvhost::AcquiredBuffer& picture) {
 }
 
 void PictureOutput::keepLast(const orvhost::AcquiredBuffer& picture) {
-    if (mLast.slot >= 0) {
-        mConsumer->release(mLast.slot);
+    int former = -1;
+    {
+        std::lock_guard<std::mutex> guard(mLastLock);
+        former = mLast.slot;
+        mLast = picture;
     }
-    mLast = picture;
+    if (former >= 0) {
+        mConsumer->release(former);
+    }
+}
+
+bool PictureOutput::takeStill(Still* still) const {
+    std::lock_guard<std::mutex> guard(mLastLock);
+    const LockedPicture picture(mLast);
+    return picture.isValid() && copyPicture(picture.view(), still);
 }
 
 void PictureOutput::awaitFirst(std::chrono::nanoseconds timeout) const {

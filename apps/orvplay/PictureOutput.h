@@ -14,6 +14,7 @@
 #include "Display.h"
 #include "FrameMeter.h"
 #include "Mailbox.h"
+#include "Still.h"
 #include "SyncMeter.h"
 #include "graphics/BufferQueue.h"
 
@@ -30,6 +31,7 @@ public:
         uint64_t frames = 0;
         int64_t firstFrameNs = 0;  // monotonic time of the first picture, 0 before
         int64_t lastFrameNs = 0;
+        int64_t lastTimestampNs = 0;  // of the last picture, on the time line of its source
         int width = 0;
         int height = 0;
         bool interlaced = false;
@@ -71,6 +73,9 @@ public:
     Figures figures() const;
     // Waits for the first picture, at most so long.
     void awaitFirst(std::chrono::nanoseconds timeout) const;
+    // A still of the picture that is shown. False when there is none. Any thread; the next picture
+    // waits until it is copied.
+    bool takeStill(Still* still) const;
     // The user closed the window or asked to quit.
     bool quitRequested() const { return mQuitRequested; }
     // How often the user asked for this since the last call.
@@ -111,6 +116,7 @@ private:
     // Whichever thread takes the pictures.
     bool mFlashOn = false;
     bool mCaptionShown = false;
+    mutable std::mutex mLastLock;  // who is not that thread, or changes it
     orvhost::AcquiredBuffer mLast;
 };
 

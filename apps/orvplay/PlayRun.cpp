@@ -198,11 +198,24 @@ void PlayRun::awaitAnswer(const Status& status) {
     }
 }
 
+void PlayRun::takeStill() {
+    if (mSource.kind == SourceKind::MEDIA) {
+        mStill.take(*mPictures);
+        return;
+    }
+    const bool canAsk = mPictures->figures().frames > 0 && mOutcome != Outcome::FAILED;
+    mStill.take(canAsk ? &mSession->player() : nullptr);
+}
+
+StillLabels PlayRun::labels() const {
+    return {mSource.kind == SourceKind::MEDIA ? mSource.title : mSelection.serviceName,
+            mSelection.serviceId};
+}
+
 int PlayRun::finish() {
     askService(true);
     mSummary.end(mSession->figures());
-    const bool canAsk = mPictures->figures().frames > 0 && mOutcome != Outcome::FAILED;
-    mStill.take(canAsk ? &mSession->player() : nullptr);
+    takeStill();
     if (!mSession->isLost()) {
         const bool isRecording = mSession->player().isRecording();
         const Status kept = isRecording ? mControl->stopRecording(true) : Status();
@@ -225,7 +238,7 @@ int PlayRun::finish() {
     if (mSource.kind == SourceKind::MEDIA && mFailure == EXIT_SOURCE) {
         return mFailure;  // nothing played
     }
-    filesSaved = mStill.save({mSelection.serviceName, mSelection.serviceId}, mEvents) && filesSaved;
+    filesSaved = mStill.save(labels(), mEvents) && filesSaved;
     mEvents.writeLine(mSummary.toJson(figures, mSync));
     if (!mEvents.enabled()) {
         fputs(mSummary.toText(figures, mSync).c_str(), stdout);

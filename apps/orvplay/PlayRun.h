@@ -66,6 +66,8 @@ private:
     int mediaFailed();
     std::string missingStream() const;
     void hint(const std::string& reason);
+    void takeStill();
+    StillLabels labels() const;
     int finish();
     int exitCode(bool nothingCame, const std::string& missing, bool filesSaved);
     bool openCaptionFile();

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <charconv>
+#include <filesystem>
 #include <vector>
 
 #include "dtv/PacketSynchronizer.h"
@@ -57,6 +58,10 @@ bool isMediaFile(const std::string& path) {
         close(fd);
     }
     return !hasPackets && got >= 0;
+}
+
+PlaySource mediaSource(const std::string& path) {
+    return {SourceKind::MEDIA, path, std::filesystem::path(path).stem().string(), 0, 0};
 }
 
 }  // namespace orvplay

@@ -29,5 +29,7 @@ std::optional<int> recordingNumberOf(const std::string& source);
 // bytes, most of which are in packets where it is one. Pipes and files that cannot be read are
 // left to the tuner, which says why.
 bool isMediaFile(const std::string& path);
+// That file as a source, called by its name without what follows the last point.
+PlaySource mediaSource(const std::string& path);
 
 }  // namespace orvplay

@@ -10,6 +10,7 @@
 #include "ExitCode.h"
 #include "Options.h"
 #include "PictureOutput.h"
+#include "PlaySource.h"
 #include "PlayerSession.h"
 #include "SourceEnd.h"
 #include "Still.h"
@@ -20,7 +21,7 @@ namespace orvplay {
 
 // One run of `orvplay snapshot`: connects to the player service, waits for the first picture, then
 // asks the player for stills, as many at a time as there is room for, and writes them while the
-// next ones come. All of it on one thread.
+// next ones come. Of a media file it copies what is shown. All of it on one thread.
 class SnapshotRun {
 public:
     explicit SnapshotRun(const SnapshotOptions& options);
@@ -35,14 +36,20 @@ private:
     bool tune();
     bool open();
     bool awaitPicture();
+    bool goToPosition();
     void collect();
+    void collectShown();
     void request();
     bool save(const Still& still);
     bool mayGoOn();
+    bool lookAtMedia();
+    bool isMedia() const { return mSource.kind == SourceKind::MEDIA; }
+    std::string endedEarly() const;
     bool fail(ExitCode code, const std::string& message);
     bool fail(const orvclient::Status& status);
 
     const SnapshotOptions mOptions;
+    PlaySource mSource;
     StreamSelection mSelection;
     SyncMeter mSync;
     orvclient::PictureQueue mQueue;
@@ -57,6 +64,7 @@ private:
     int64_t mDueNs = 0;       // when the next request may begin
     int64_t mProgressNs = 0;  // of the last request or still
     std::atomic<bool> mScrambled{false};
+    std::atomic<bool> mEndOfContent{false};
 };
 
 }  // namespace orvplay

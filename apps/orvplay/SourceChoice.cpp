@@ -32,8 +32,11 @@ int findSource(PlayerSession& session, const std::string& source, Messages& mess
     if (number.has_value()) {
         return findRecording(session, *number, messages, found);
     }
-    found->kind = isMediaFile(source) ? SourceKind::MEDIA : SourceKind::LIVE;
-    found->path = source;
+    if (isMediaFile(source)) {
+        *found = mediaSource(source);
+    } else {
+        found->path = source;
+    }
     return EXIT_OK;
 }
 

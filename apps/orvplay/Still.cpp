@@ -1,5 +1,10 @@
 #include "Still.h"
 
+extern "C" {
+#include <libswscale/swscale.h>
+}
+
+#include <memory>
 #include <utility>
 
 namespace orvplay {
@@ -14,7 +19,43 @@ uint64_t ticksOf(int64_t timestampNs) {
     return static_cast<uint64_t>((timeUs * 9 + 99) / 100) & MASK_33_BITS;
 }
 
+int coefficientsOf(ColourMatrix matrix) {
+    return matrix == ColourMatrix::BT709    ? SWS_CS_ITU709
+           : matrix == ColourMatrix::BT2020 ? SWS_CS_BT2020
+                                            : SWS_CS_ITU601;
+}
+
 }  // namespace
+
+bool copyPicture(const PictureView& view, Still* still) {
+    const EvenCrop area = evenCropOf(view);
+    const std::unique_ptr<SwsContext, void (*)(SwsContext*)> scaler(
+        sws_getContext(area.width, area.height, AV_PIX_FMT_NV12, area.width, area.height,
+                       AV_PIX_FMT_BGRA, SWS_BILINEAR | SWS_FULL_CHR_H_INT | SWS_ACCURATE_RND,
+                       nullptr, nullptr, nullptr),
+        sws_freeContext);
+    if (scaler == nullptr) {
+        return false;
+    }
+    constexpr int UNCHANGED = 1 << 16;
+    const int* coefficients = sws_getCoefficients(coefficientsOf(colourMatrixOf(view)));
+    sws_setColorspaceDetails(scaler.get(), coefficients, hasFullRange(view) ? 1 : 0, coefficients,
+                             1, 0, UNCHANGED, UNCHANGED);
+    still->width = static_cast<uint32_t>(area.width);
+    still->height = static_cast<uint32_t>(area.height);
+    still->pixels.resize(size_t{4} * still->width * still->height);
+    const ptrdiff_t lumaAt = ptrdiff_t{area.y} * view.lumaStride + area.x;
+    const ptrdiff_t chromaAt = ptrdiff_t{area.y / 2} * view.chromaStride + area.x;
+    const uint8_t* const in[4] = {view.luma + lumaAt, view.chroma + chromaAt, nullptr, nullptr};
+    const int inStrides[4] = {view.lumaStride, view.chromaStride, 0, 0};
+    uint8_t* const out[4] = {still->pixels.data(), nullptr, nullptr, nullptr};
+    const int outStrides[4] = {area.width * 4, 0, 0, 0};
+    still->takenAt = std::chrono::system_clock::now();
+    still->pts90k = ticksOf(view.input.timestamp);
+    still->sampleAspectWidth = view.input.sampleAspectWidth;
+    still->sampleAspectHeight = view.input.sampleAspectHeight;
+    return sws_scale(scaler.get(), in, inStrides, 0, area.height, out, outStrides) == area.height;
+}
 
 void StillTray::put(const orvclient::StillView& view) {
     Still still;

@@ -9,6 +9,8 @@
 #include <mutex>
 #include <vector>
 
+#include "PictureView.h"
+
 namespace orvplay {
 
 // One picture of the screen, as the player's capture gives it.
@@ -21,6 +23,10 @@ struct Still {
     uint32_t sampleAspectWidth = 0;  // 0 when unknown
     uint32_t sampleAspectHeight = 0;
 };
+
+// Makes a still of a picture that this program has, with the colours as a screen shows them. False
+// when that cannot be converted.
+bool copyPicture(const PictureView& view, Still* still);
 
 // Keeps the stills that the player hands out until somebody has time for them: callback thread in,
 // any thread out. The bound is on memory, 8 MB for each still of 1920 x 1080: when there is no room

@@ -35,8 +35,12 @@ void addPlay(CLI::App& app, PlayOptions& options) {
 void addSnapshot(CLI::App& app, SnapshotOptions& options) {
     constexpr int MOST = 1'000'000;
     constexpr int DAY_MS = 86'400'000;
-    CLI::App* snapshot = app.add_subcommand("snapshot", "Save stills of a transport stream as PNG");
-    addSource(snapshot, options.source)->required();
+    CLI::App* snapshot =
+        app.add_subcommand("snapshot", "Save stills of a broadcast or a media file as PNG");
+    snapshot
+        ->add_option("SOURCE", options.source,
+                     "A transport stream file, - for one on standard input, or a media file")
+        ->required();
     addStreams(snapshot, options);
     addPid(snapshot, "--pcr-pid", options.pcrPid, "clock");
     addService(snapshot, options);
@@ -46,6 +50,9 @@ void addSnapshot(CLI::App& app, SnapshotOptions& options) {
     snapshot->add_option("--every", options.everyMs, "Milliseconds between stills (default 1000)")
         ->check(CLI::Range(1, DAY_MS))
         ->type_name("MS");
+    snapshot->add_option("--at", options.atS, "Of a media file: the position of the first (0)")
+        ->check(CLI::Range(0.0, DAY_MS / 1000.0))
+        ->type_name("SECONDS");
     snapshot
         ->add_option("-o,--out", options.out,
                      "Where to: a file, a folder, or - for standard output (one still only)")

@@ -5,7 +5,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <sstream>
 #include <string>
@@ -262,10 +264,61 @@ TEST(ProgramUseTest, SnapshotSavesStillsAndPrintsTheirNames) {
     std::filesystem::remove_all(folder);
 }
 
+// A still shows what is on the screen: after a seek, at the end of the time asked for, after the
+// end.
+TEST(ProgramUseTest, StillsOfAMediaFileAreThePictureThatIsShown) {
+    const std::filesystem::path folder =
+        testing::TempDir() + "orv-film-stills-" + std::to_string(getpid());
+    std::filesystem::create_directories(folder);
+    const std::string film = folder / "three colours.mkv";
+    std::string command = "ffmpeg -v error -y";
+    for (const char* colour : {"red", "lime", "blue"}) {
+        command += std::string(" -f lavfi -i color=") + colour + ":s=160x120:r=25:d=2";
+    }
+    command += " -filter_complex concat=n=3 -c:v mpeg4 -q:v 2 -g 50 '" + film + "'";
+    ASSERT_EQ(system(command.c_str()), 0);
+    const std::string still = folder / "still.png";
+    const struct {
+        std::vector<std::string> arguments;
+        std::array<int, 3> colour;
+        int fromMs;
+        int toMs;
+    } cases[] = {
+        {{"snapshot", film, "-o", still}, {255, 0, 0}, 0, 1900},
+        {{"snapshot", film, "--at", "3", "-o", still}, {0, 255, 0}, 2960, 3900},
+        {{"play", film, "--headless", "--snapshot", still, "--duration", "0.5"},
+         {255, 0, 0},
+         300,
+         1900},
+        {{"play", film, "--headless", "--snapshot", still}, {0, 0, 255}, 5000, 6000},
+    };
+    for (const auto& one : cases) {
+        const ProgramResult result = runProgram(one.arguments, PATIENCE_S);
+        EXPECT_EQ(result.exitCode, 0) << result.err;
+        EXPECT_EQ(result.err, "");
+        const PngFile png = decodePng(readFile(still));
+        EXPECT_EQ(png.texts.at("Title"), "three colours");
+        EXPECT_EQ(png.width, 160);
+        EXPECT_EQ(png.height, 120);
+        const std::array<int, 3> seen = png.at(80, 60);
+        for (size_t i = 0; i < seen.size(); ++i) {
+            EXPECT_NEAR(seen[i], one.colour[i], 6) << i;
+        }
+        const int ms = std::stoi(png.texts.at("Stream PTS")) / 90;
+        EXPECT_GE(ms, one.fromMs);
+        EXPECT_LE(ms, SANITIZED ? 6000 : one.toMs);
+        unlink(still.c_str());
+    }
+    const ProgramResult late = runProgram({"snapshot", film, "--at", "60", "-o", still});
+    EXPECT_EQ(late.exitCode, 5);
+    EXPECT_NE(late.err.find("ended after 0 of 1 stills"), std::string::npos) << late.err;
+    std::filesystem::remove_all(folder);
+}
+
 // Whatever its service says of its end, the program makes one line of it.
 TEST(ProgramUseTest, WhyAMediaFileIsNotPlayedIsToldInOneLine) {
     const TempFile text({'h', 'e', 'l', 'l', 'o'});
-    for (const char* command : {"play"}) {
+    for (const char* command : {"play", "snapshot"}) {
         const ProgramResult result = runProgram({command, text.path()}, PATIENCE_S);
         EXPECT_EQ(result.exitCode, 4);
         EXPECT_EQ(result.errLines(), 1U) << result.err;
