@@ -101,9 +101,11 @@ int PlayRun::tune() {
                               "--resume: only of a recording it is known where playback "
                               "stopped; see: orvplay record list");
     }
-    return mSource.kind == SourceKind::MEDIA
-               ? EXIT_OK
-               : findStreams(mSession->tuner(), mOptions, &mSelection);
+    if (mSource.kind == SourceKind::MEDIA) {
+        mSummary.leaveOutSound();
+        return EXIT_OK;
+    }
+    return findStreams(mSession->tuner(), mOptions, &mSelection);
 }
 
 bool PlayRun::openOutputs() {

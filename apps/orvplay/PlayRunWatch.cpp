@@ -201,12 +201,16 @@ PlayRun::Outcome PlayRun::lookAtErrors() {
 }
 
 void PlayRun::reportFirstPicture(const PictureOutput::Figures& figures) {
-    if (mFirstPictureReported || figures.frames == 0) {
+    // Of a media file there may be none; the player then tells the time alone.
+    const bool isSoundAlone = figures.frames == 0 && mSource.kind == SourceKind::MEDIA &&
+                              mSession->player().elapsed().count() > 0;
+    if (mFirstPictureReported || (figures.frames == 0 && !isSoundAlone)) {
         return;
     }
     mFirstPictureReported = true;
     if (mOptions.durationS > 0.0) {
-        mEndNs = figures.firstFrameNs + std::llround(std::min(mOptions.durationS, LONGEST_S) * 1e9);
+        const int64_t beginNs = isSoundAlone ? monotonicNs() : figures.firstFrameNs;
+        mEndNs = beginNs + std::llround(std::min(mOptions.durationS, LONGEST_S) * 1e9);
     }
     askService(true);
     mSummary.outputsOpened(mSession->figures());
@@ -232,12 +236,18 @@ void PlayRun::updateStatus(const PictureOutput::Figures& figures) {
     if (time.empty()) {
         time = timeText((figures.lastFrameNs - figures.firstFrameNs) / 1'000'000);
     }
-    char text[160];
-    snprintf(text, sizeof text, "%s%s  %dx%d%c  %llu pictures  skew %+.0f ms", time.c_str(),
-             mControl->transport().isPaused() ? "  paused" : "", figures.width, figures.height,
-             figures.interlaced ? 'i' : 'p', static_cast<unsigned long long>(figures.frames),
-             mSync.skew().meanMs());
-    mMessages.line().show(std::string(text) + (state.empty() ? "" : "  " + state));
+    std::string text = time + (mControl->transport().isPaused() ? "  paused" : "");
+    char part[96];
+    if (figures.frames > 0) {
+        snprintf(part, sizeof part, "  %dx%d%c  %llu pictures", figures.width, figures.height,
+                 figures.interlaced ? 'i' : 'p', static_cast<unsigned long long>(figures.frames));
+        text += part;
+    }
+    if (mSource.kind != SourceKind::MEDIA) {
+        snprintf(part, sizeof part, "  skew %+.0f ms", mSync.skew().meanMs());
+        text += part;
+    }
+    mMessages.line().show(text + (state.empty() ? "" : "  " + state));
 }
 
 }  // namespace orvplay

@@ -114,11 +114,12 @@ double RunSummary::firstFrameMs(const PictureOutput::Figures& pictures) const {
 nlohmann::ordered_json RunSummary::toJson(const PictureOutput::Figures& pictures,
                                           const SyncMeter& sync) const {
     const Distribution skew = sync.skew();
-    nlohmann::ordered_json line = {{"event", "summary"},
-                                   {"framesRendered", pictures.frames},
-                                   {"framesDropped", mDropped},
-                                   {"audioFrames", mAudioFrames},
-                                   {"captions", mCaptions.load()}};
+    nlohmann::ordered_json line = {
+        {"event", "summary"}, {"framesRendered", pictures.frames}, {"framesDropped", mDropped}};
+    if (mHasSound) {
+        line["audioFrames"] = mAudioFrames;
+    }
+    line["captions"] = mCaptions.load();
     line["firstFrameMs"] = pictures.frames > 0
                                ? nlohmann::ordered_json(toDecimals(firstFrameMs(pictures), 0))
                                : nlohmann::ordered_json(nullptr);
@@ -126,10 +127,12 @@ nlohmann::ordered_json RunSummary::toJson(const PictureOutput::Figures& pictures
     line["frameJitterMs"] =
         quantiles(pictures.jitterP50Ms, pictures.jitterP99Ms, pictures.jitterMaxMs);
     line["longestGapMs"] = toDecimals(pictures.longestGapMs, 0);
-    line["avSkewMs"] = quantiles(skew.quantileMs(0.50), skew.quantileMs(0.99), skew.maxMs());
-    line["avSkewMs"]["mean"] = toDecimals(skew.meanMs(), 1);
-    line["avSkewMs"]["count"] = skew.count();
-    line["avSkewMs"]["from"] = sync.measuredByMarks() ? "marks" : "timestamps";
+    if (mHasSound) {
+        line["avSkewMs"] = quantiles(skew.quantileMs(0.50), skew.quantileMs(0.99), skew.maxMs());
+        line["avSkewMs"]["mean"] = toDecimals(skew.meanMs(), 1);
+        line["avSkewMs"]["count"] = skew.count();
+        line["avSkewMs"]["from"] = sync.measuredByMarks() ? "marks" : "timestamps";
+    }
     if (pictures.numbers.read > 0) {
         line["frameNumbers"] = {{"first", pictures.numbers.first},
                                 {"last", pictures.numbers.last},
@@ -145,16 +148,20 @@ nlohmann::ordered_json RunSummary::toJson(const PictureOutput::Figures& pictures
 
 std::string RunSummary::toText(const PictureOutput::Figures& pictures,
                                const SyncMeter& sync) const {
-    const Distribution skew = sync.skew();
+    char sound[128] = "";
+    if (mHasSound) {
+        snprintf(sound, sizeof sound,
+                 "Sound:    %llu sample frames, skew to the picture p99 %.1f ms\n",
+                 static_cast<unsigned long long>(mAudioFrames), sync.skew().quantileMs(0.99));
+    }
     char text[512];
     snprintf(text, sizeof text,
              "Pictures: %llu shown, %llu dropped, first after %.0f ms, jitter p99 %.1f ms\n"
-             "Sound:    %llu sample frames, skew to the picture p99 %.1f ms\n"
+             "%s"
              "Used:     %.2f s of processor time, %.0f MiB of memory at most\n",
              static_cast<unsigned long long>(pictures.frames),
              static_cast<unsigned long long>(mDropped), firstFrameMs(pictures),
-             pictures.jitterP99Ms, static_cast<unsigned long long>(mAudioFrames),
-             skew.quantileMs(0.99), mCpuSeconds, static_cast<double>(mMaxRssKb) / 1024);
+             pictures.jitterP99Ms, sound, mCpuSeconds, static_cast<double>(mMaxRssKb) / 1024);
     return text;
 }
 

@@ -21,6 +21,8 @@ public:
 
     // Playback starts: usage counts from here.
     void begin();
+    // What plays the sound does not count it, nor when it is heard.
+    void leaveOutSound() { mHasSound = false; }
     // The outputs opened: pictures thrown away count from here.
     void outputsOpened(const ServiceCounts& service);
     // Playback is paused or goes elsewhere, and shows pictures again: what is thrown away in
@@ -51,6 +53,7 @@ private:
     uint64_t mDroppedAtOpening = 0;
     uint64_t mDropped = 0;
     bool mOpened = false;
+    bool mHasSound = true;
     std::optional<uint64_t> mThrownAwayAtBreak;  // while there is one
     uint64_t mThrownAwayInBreaks = 0;
     std::atomic<uint64_t> mCaptions{0};
