@@ -14,6 +14,7 @@ FakeMediaPlayer& FakeMediaPlayer::instance() {
 void FakeMediaPlayer::reset() {
     const std::lock_guard guard(mLock);
     mCommands.clear();
+    mAnnotation = nullptr;
     mListener = nullptr;
     mPositionMs = 0;
     mSurfaceStatus = 0;
@@ -50,9 +51,14 @@ void FakeMediaPlayer::failSurfaces(int status) {
     mSurfaceStatus = status;
 }
 
+void FakeMediaPlayer::annotate(std::function<std::string()> annotation) {
+    const std::lock_guard guard(mLock);
+    mAnnotation = std::move(annotation);
+}
+
 void FakeMediaPlayer::note(const std::string& command) {
     const std::lock_guard guard(mLock);
-    mCommands.push_back(command);
+    mCommands.push_back(command + (mAnnotation ? mAnnotation() : ""));
 }
 
 void FakeMediaPlayer::addPlayer(int change) {

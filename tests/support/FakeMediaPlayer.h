@@ -2,6 +2,7 @@
 
 #include <media/mediaplayer.h>
 
+#include <functional>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -22,6 +23,9 @@ public:
     // The player tells, on a thread of its own. False when there is nobody to tell.
     bool tell(int msg, int ext1 = 0, int ext2 = 0);
 
+    // What is taken down behind each command.
+    void annotate(std::function<std::string()> annotation);
+
     void setPosition(int ms);
     void failSurfaces(int status);
 
@@ -35,6 +39,7 @@ public:
 private:
     mutable std::mutex mLock;
     std::vector<std::string> mCommands;
+    std::function<std::string()> mAnnotation;
     android::sp<android::MediaPlayerListener> mListener;
     int mPositionMs = 0;
     int mSurfaceStatus = 0;
