@@ -221,7 +221,8 @@ void PlayRun::reportFirstPicture(const PictureOutput::Figures& figures) {
 }
 
 void PlayRun::updateStatus(const PictureOutput::Figures& figures) {
-    std::string state = mService.text();
+    // Of a media file buffering is told to begin, never to end.
+    std::string state = mSource.kind != SourceKind::MEDIA ? mService.text() : "";
     if (mSession->player().isRecording()) {
         state += (state.empty() ? "" : "  ") + ("recording " + mRecording.lengthText());
     }
