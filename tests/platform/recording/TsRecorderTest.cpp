@@ -347,7 +347,7 @@ std::string complaintsOf(const std::string& command) {
 }
 
 TEST(RecorderBinderTest, ARecordedBroadcastIsTheBroadcastAndPlaysAnywhere) {
-    const std::string sample = std::string(ORV_SAMPLES_DIR) + "/small-aligned.ts";
+    const std::string sample = std::string(ORV_SAMPLES_DIR) + "/small.ts";
     RecordingFolder folder;
     setenv("XDG_DATA_HOME", folder.path("data").c_str(), 1);
     setenv("ORV_RECORDING_DIR", folder.path("tv").c_str(), 1);
@@ -384,6 +384,7 @@ TEST(RecorderBinderTest, ARecordedBroadcastIsTheBroadcastAndPlaysAnywhere) {
     ASSERT_TRUE(orvhost::Catalogue::instance()->find(record->fileNumName, &kept).ok());
     EXPECT_EQ(kept.state, RecordingState::Whole);
     // Each stream from a unit on, to the one that the end of the stream leaves open: that is blank.
+    // Sound is cut to frames at both ends.
     const Bytes recording = fileBytes(kept.path);
     const Bytes broadcast = fileBytes(sample);
     size_t known = packetsOf(recording, {0, 0x100, 0x1FFF}).size();
@@ -393,17 +394,18 @@ TEST(RecorderBinderTest, ARecordedBroadcastIsTheBroadcastAndPlaysAnywhere) {
         const Bytes source = packetsOf(broadcast, {pid});
         known += recorded.size();
         ASSERT_GT(recorded.size() + 188 * 100, source.size());
-        const auto begin =
-            std::search(source.begin(), source.end(), recorded.begin(), recorded.begin() + 188);
-        ASSERT_LE(begin - source.begin(),
+        const std::ptrdiff_t edge = pid == 0x112 || pid == 0x113 ? 188 * 12 : 0;
+        const auto first = recorded.begin() + edge;
+        const auto begin = std::search(source.begin(), source.end(), first, first + 188);
+        ASSERT_LE(begin - source.begin() - edge,
                   static_cast<std::ptrdiff_t>(source.size() - recorded.size()));
-        EXPECT_TRUE(std::equal(recorded.begin(), recorded.end(), begin));
+        EXPECT_TRUE(std::equal(first, recorded.end() - edge, begin));
     }
     EXPECT_EQ(known, recording.size());
     EXPECT_NEAR(static_cast<double>(kept.durationMs), 10'000, 1500) << kept.path;
     // A player has no more to say of it than of the broadcast.
     for (const char* player :
-         {"ffprobe -v warning",
+         {"ffprobe -v warning", "ffmpeg -nostdin -v warning -map 0:a -f null - -i",
           "timeout 60 mpv --no-config --o=/dev/null --of=null --msg-level=all=warn --end=2"}) {
         EXPECT_EQ(complaintsOf(player + (" '" + kept.path + "'")),
                   complaintsOf(player + (" '" + sample + "'")));
