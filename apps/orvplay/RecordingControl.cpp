@@ -1,5 +1,7 @@
 #include "RecordingControl.h"
 
+#include <utility>
+
 #include "HumanText.h"
 #include "MonotonicTime.h"
 
@@ -45,13 +47,26 @@ void RecordingControl::look(Player& player) {
     if (failure == NO_FAILURE) {
         return;
     }
-    mHasFailed = true;
     const std::string number = std::to_string(mNumber);
+    if (failure == static_cast<int>(RecordingFailure::NO_INPUT) && goesOn(player)) {
+        if (std::exchange(mHoleToldOf, mNumber) != mNumber) {
+            mMessages.say("recording " + number +
+                          " goes on with packets missing: its storage is too slow");
+        }
+        return;
+    }
+    mHasFailed = true;
     player.stopRecording(true);
     orvhost::RecordingDetails details;
     const bool isKept = player.recordings().find(mNumber, &details).ok();
     mMessages.say("recording " + number + (isKept ? " ended and is kept: " : " is lost: ") +
                   orvclient::describe(static_cast<RecordingFailure>(failure)));
+}
+
+bool RecordingControl::goesOn(Player& player) const {
+    orvhost::RecordingDetails details;
+    return player.recordings().find(mNumber, &details).ok() &&
+           details.state == orvhost::RecordingState::Recording;
 }
 
 std::string RecordingControl::lengthText() const {

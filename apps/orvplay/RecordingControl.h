@@ -24,7 +24,8 @@ public:
     void subscribe(orvclient::Callbacks* callbacks);
 
     orvclient::Status start(orvclient::Player& player, const orvclient::RecordingLabels& labels);
-    // To be called now and then: ends, and keeps, a recording that failed.
+    // To be called now and then: ends, and keeps, a recording that failed. One that goes on with a
+    // hole in it is left alone; of its holes the first is told.
     void look(orvclient::Player& player);
     // One did.
     bool hasFailed() const { return mHasFailed; }
@@ -37,11 +38,14 @@ public:
 private:
     static constexpr int NO_FAILURE = -1;
 
+    bool goesOn(orvclient::Player& player) const;
+
     EventLog& mEvents;
     Messages& mMessages;
     std::atomic<int> mFailure{NO_FAILURE};  // not looked at yet
     bool mHasBegun = false;                 // by the events
     std::atomic<int> mNumber{0};
+    int mHoleToldOf = 0;  // the recording
     bool mHasFailed = false;
     int64_t mBeginNs = 0;
 };

@@ -41,12 +41,14 @@ struct StillView {
     Picture source;              // the picture that it shows, without its pixels
 };
 
-// Why a recording ended before it was stopped. What was written until then is kept.
+// Why a recording ended before it was stopped, or lacks packets. What was written until then is
+// kept.
 enum class RecordingFailure {
     NOT_BEGUN,     // nothing could be written
     NOT_WRITTEN,   // the storage refuses, or is gone
     STORAGE_FULL,  //
-    NO_INPUT,      // the source brings nothing of the service any more
+    NO_INPUT,      // packets are missing: it goes on where its storage was too slow for them (its
+                   // state, see Recordings, is Recording still), else the source was left
 };
 ORVCLIENT_API const char* describe(RecordingFailure failure);  // one line for people
 
