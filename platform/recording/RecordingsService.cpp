@@ -5,6 +5,9 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
+#include <thread>
+#include <utility>
 
 #include "recording/FileBytes.h"
 #include "recording/RecordingFiles.h"
@@ -61,9 +64,8 @@ RecordingsService::RecordingsService(FindCatalogue catalogue)
 
 RecordingsService::~RecordingsService() {
     mCancelled = true;
-    if (mImportThread.joinable()) {
-        mImportThread.join();
-    }
+    std::unique_lock lock(mMutex);
+    mImportEnded.wait(lock, [this] { return mImporter == nullptr; });
 }
 
 void RecordingsService::repairAtStart() {
@@ -158,16 +160,13 @@ RecordingResult RecordingsService::importFile(const sp<IBinder>& listener, int f
     if (mImporter != nullptr) {
         return {RecordingStatus::InUse, "another file is being imported; try again later"};
     }
-    if (mImportThread.joinable()) {
-        mImportThread.join();  // has told its end
-    }
     import.fd = fcntl(fd, F_DUPFD_CLOEXEC, 0);
     if (import.fd < 0) {
         return {RecordingStatus::BadFile, displayName + ": no open file"};
     }
     mImporter = listener;
     mCancelled = listener->linkToDeath(mDeath) == android::DEAD_OBJECT;
-    mImportThread = std::thread([this, import] { runImport(import); });
+    std::thread([this, import] { runImport(import); }).detach();
     return {};
 }
 
@@ -190,7 +189,8 @@ void RecordingsService::runImport(const Import& import) {
         std::lock_guard lock(mMutex);
         import.listener->unlinkToDeath(mDeath);
         mImporter = nullptr;
-    }
+        mImportEnded.notify_all();
+    }  // from here on without the service, which may be gone
     tellDone(import.listener, result, imported);
 }
 

@@ -1,9 +1,9 @@
 #pragma once
 
 #include <atomic>
+#include <condition_variable>
 #include <functional>
 #include <mutex>
-#include <thread>
 
 #include "recording/Catalogue.h"
 #include "recording/IRecordings.h"
@@ -58,7 +58,7 @@ private:
     std::atomic<bool> mRepairing{false};
     std::mutex mMutex;                        // guards what follows
     android::sp<android::IBinder> mImporter;  // null: no import runs
-    std::thread mImportThread;
+    std::condition_variable mImportEnded;
     std::atomic<bool> mCancelled{false};  // read without the lock
 };
 

@@ -81,7 +81,7 @@ public:
     void stop() {
         if (mHandle >= 0) {
             mTuner.demultiplexer().stopFiltering(mClockHandle);
-            mTuner.demultiplexer().stopFiltering(std::exchange(mHandle, -1));
+            mTuner.demultiplexer().stopFiltering(mHandle.exchange(-1));
         }
     }
 
@@ -140,7 +140,7 @@ public:
     Tuner mTuner{mClock};
     RecordingPlayer mPlayer{mTuner};
     Events mEvents;
-    int mHandle = -1;
+    std::atomic<int> mHandle{-1};  // a callback may stop it, too
     int mClockHandle = -1;
     std::vector<int64_t> mPictures;
 };
