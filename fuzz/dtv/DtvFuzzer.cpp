@@ -29,6 +29,8 @@ public:
         return static_cast<ssize_t>(n);
     }
     bool rewind() override { return false; }
+    bool seek(uint64_t) override { return false; }
+    int duplicate() const override { return -1; }
     void interrupt() override {}
 
 private:
