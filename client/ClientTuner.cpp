@@ -75,4 +75,16 @@ orvhost::TunerSignal ClientTuner::signal() {
     return tuner != nullptr ? tuner->signal() : orvhost::TunerSignal();
 }
 
+orvhost::BroadcastInformation ClientTuner::information(int timeoutMs) {
+    const CallTimeout bound(waitOf(timeoutMs) + mPatience);
+    std::string error;
+    const sp<ITuner> tuner = find(&error);
+    if (tuner == nullptr) {
+        orvhost::BroadcastInformation none;
+        none.result = {TuneStatus::ServiceLost, error};
+        return none;
+    }
+    return tuner->information(timeoutMs);
+}
+
 }  // namespace orvclient

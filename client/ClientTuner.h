@@ -28,6 +28,7 @@ public:
     void untune() override;
     orvhost::ServiceList services(int timeoutMs) override;
     orvhost::TunerSignal signal() override;
+    orvhost::BroadcastInformation information(int timeoutMs) override;
 
 private:
     android::sp<orvhost::ITuner> find(std::string* error);

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "dtv/Demultiplexer.h"
+#include "dtv/EventTables.h"
 #include "dtv/PacketCounter.h"
 #include "dtv/PacketWindow.h"
 #include "dtv/PcrPacer.h"
@@ -49,8 +50,8 @@ orvtest::Bytes asSections(const uint8_t* data, size_t size) {
     static constexpr struct {
         unsigned pid;
         uint8_t tableId;
-    } TABLES[] = {{0, 0x00},    {0x100, 0x02}, {0x1FC8, 0x02},
-                  {0x10, 0x40}, {0x11, 0x42},  {0x11, 0x46}};
+    } TABLES[] = {{0, 0x00},    {0x100, 0x02}, {0x1FC8, 0x02}, {0x10, 0x40}, {0x11, 0x42},
+                  {0x11, 0x46}, {0x12, 0x4E},  {0x27, 0x4E},   {0x14, 0x73}, {0x14, 0x70}};
     orvtest::TsBuilder builder;
     builder.section(0, orvtest::pat({{1, 0x100}}));
     size_t at = 0;
@@ -70,6 +71,7 @@ void run(const orvtest::Bytes& bytes, size_t slice) {
     orvhost::PacketWindow window;
     orvhost::PacketCounter counter;
     orvhost::ServiceTables tables;
+    orvhost::EventTables events;
     orvhost::PcrPacer pacer;
     // Kept over the runs: its queues are large.
     static orvhost::Demultiplexer demultiplexer;
@@ -87,6 +89,9 @@ void run(const orvtest::Bytes& bytes, size_t slice) {
             counter.count(packet);
             if (tables.wants(orvhost::pidOf(packet))) {
                 tables.push(packet);
+            }
+            if (orvhost::EventTables::wants(orvhost::pidOf(packet))) {
+                events.push(packet);
             }
         }
         pacer.add(window.fresh(), window.freshCount());
@@ -108,6 +113,10 @@ void run(const orvtest::Bytes& bytes, size_t slice) {
         window.release(pacer.takeDue(nowNs));
     }
     tables.services();
+    orvhost::BroadcastInformation information;
+    tables.addTo(&information);
+    events.addTo(&information);
+    require(information.events.size() <= 512 && information.oneSegment.size() <= 64);
     counter.pids();
 }
 

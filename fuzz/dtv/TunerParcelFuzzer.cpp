@@ -43,6 +43,10 @@ public:
         return {};
     }
     orvhost::TunerSignal signal() override { return {}; }
+    orvhost::BroadcastInformation information(int timeoutMs) override {
+        check(timeoutMs >= 0 && timeoutMs <= MAX_TIMEOUT_MS);
+        return {};
+    }
 };
 
 // Answers everything with the same bytes.
@@ -101,6 +105,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     checkAgain(list);
     remote->tune(fd, "news", {});
     remote->signal();
+    const orvhost::BroadcastInformation information = remote->information(0);
+    check(information.events.size() <= 512 && information.clock.ageMs >= 0);
     orvhost::PlaybackFigures figures;
     orvhost::IMonitor::asInterface(hostile)->figures(&figures);
     check(figures.beepsNs.size() <= orvhost::PlaybackFigures::MAX_BEEPS);

@@ -77,6 +77,20 @@ public:
                    : TunerSignal();
     }
 
+    BroadcastInformation information(int timeoutMs) override {
+        Parcel data;
+        data.writeInterfaceToken(descriptor);
+        data.writeInt32(timeoutMs);
+        Parcel reply;
+        const status_t status = remote()->transact(INFORMATION, data, &reply);
+        BroadcastInformation information;
+        if (status != android::OK || !readBroadcastInformation(reply, &information)) {
+            information = {};
+            information.result = failure(status != android::OK ? status : android::BAD_VALUE);
+        }
+        return information;
+    }
+
 private:
     status_t call(uint32_t code, Parcel* reply) {
         Parcel data;
@@ -101,7 +115,7 @@ sp<ITuner> ITuner::asInterface(const sp<IBinder>& binder) {
 }
 
 status_t BnTuner::onTransact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags) {
-    if (code < TUNE || code > SIGNAL) {
+    if (code < TUNE || code > INFORMATION) {
         return BBinder::onTransact(code, data, reply, flags);
     }
     if (!data.checkInterface(this)) {
@@ -131,6 +145,15 @@ status_t BnTuner::onTransact(uint32_t code, const Parcel& data, Parcel* reply, u
                 return android::BAD_VALUE;
             }
             writeServiceList(answer, services(std::clamp(timeoutMs, 0, MAX_TIMEOUT_MS)));
+            return android::OK;
+        }
+        case INFORMATION: {
+            int32_t timeoutMs = 0;
+            if (data.readInt32(&timeoutMs) != android::OK) {
+                return android::BAD_VALUE;
+            }
+            writeBroadcastInformation(answer,
+                                      information(std::clamp(timeoutMs, 0, MAX_TIMEOUT_MS)));
             return android::OK;
         }
         default:

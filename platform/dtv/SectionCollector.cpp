@@ -47,9 +47,10 @@ struct SectionCollector::Library {
     }
 
     static void gather(dvbpsi_t* handle, dvbpsi_psi_section_t* section) {
-        if (section->b_syntax_indicator && section->b_current_next &&
-            section->p_payload_end > section->p_payload_start) {
-            auto* owner = static_cast<SectionCollector*>(handle->p_sys);
+        auto* owner = static_cast<SectionCollector*>(handle->p_sys);
+        const bool wanted =
+            section->b_syntax_indicator ? section->b_current_next : owner->mForms == Forms::ANY;
+        if (wanted && section->p_payload_end > section->p_payload_start) {
             owner->mSink.onSection(
                 {owner->mPid, section->i_table_id, section->i_extension, section->i_version,
                  section->i_number, section->i_last_number, section->p_payload_start,
@@ -61,8 +62,8 @@ struct SectionCollector::Library {
     dvbpsi_t* const handle;
 };
 
-SectionCollector::SectionCollector(uint16_t pid, SectionSink& sink)
-    : mPid(pid), mSink(sink), mpLibrary(std::make_unique<Library>(*this)) {}
+SectionCollector::SectionCollector(uint16_t pid, SectionSink& sink, Forms forms)
+    : mPid(pid), mForms(forms), mSink(sink), mpLibrary(std::make_unique<Library>(*this)) {}
 
 SectionCollector::~SectionCollector() = default;
 

@@ -6,8 +6,9 @@
 
 namespace orvhost {
 
-// One section in the long form, whole and with a good CRC (ISO/IEC 13818-1 2.4.4). Its body lies
-// behind last_section_number and ends before the CRC; it is gone after the call that hands it over.
+// One section, whole and with a good CRC (ISO/IEC 13818-1 2.4.4). Its body lies behind
+// last_section_number, in the short form behind section_length, and ends before the CRC; it is gone
+// after the call that hands it over.
 struct Section {
     uint16_t pid = 0;
     uint8_t tableId = 0;
@@ -32,7 +33,11 @@ public:
 // does not make its inner lengths true, and the table library's own table decoders trust them.
 class SectionCollector {
 public:
-    SectionCollector(uint16_t pid, SectionSink& sink);
+    // ANY: sections in the short form too, as of the TDT, which have no number and no version, and
+    // a CRC only in the TOT.
+    enum class Forms { LONG, ANY };
+
+    SectionCollector(uint16_t pid, SectionSink& sink, Forms forms = Forms::LONG);
     ~SectionCollector();
     SectionCollector(const SectionCollector&) = delete;  // the library knows us by address
     SectionCollector& operator=(const SectionCollector&) = delete;
@@ -43,6 +48,7 @@ private:
     struct Library;  // hides the table library
 
     const uint16_t mPid;
+    const Forms mForms;
     SectionSink& mSink;
     std::unique_ptr<Library> mpLibrary;
 };

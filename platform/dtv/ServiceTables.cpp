@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "dtv/TableCursor.h"
+
 namespace orvhost {
 
 namespace {
@@ -23,87 +25,28 @@ constexpr uint8_t TAG_LANGUAGE = 0x0A;
 constexpr uint8_t TAG_NETWORK_NAME = 0x40;
 constexpr uint8_t TAG_SERVICE = 0x48;
 constexpr uint8_t TAG_STREAM_IDENTIFIER = 0x52;
-constexpr uint8_t TAG_AUDIO_COMPONENT = 0xC4;  // ARIB STD-B10 part 2, 6.2.26
+// ARIB STD-B10 part 2:
+constexpr uint8_t TAG_AUDIO_COMPONENT = 0xC4;
+constexpr uint8_t TAG_TS_INFORMATION = 0xCD;
+constexpr uint8_t TAG_PARTIAL_RECEPTION = 0xFB;
 
 // What a hostile PAT or SDT may cost at most.
 constexpr size_t MAX_SERVICES = 256;
-
-// Reads forward through bytes and never past their end: what is missing reads as 0 or as nothing.
-class Cursor {
-public:
-    Cursor(const uint8_t* data, size_t size) : mAt(data), mLeft(size) {}
-    explicit Cursor(const std::vector<uint8_t>& data) : Cursor(data.data(), data.size()) {}
-
-    size_t left() const { return mLeft; }
-
-    uint8_t u8() {
-        if (mLeft == 0) {
-            return 0;
-        }
-        --mLeft;
-        return *mAt++;
-    }
-    uint16_t u16() {
-        const unsigned high = u8();
-        return static_cast<uint16_t>(high << 8 | u8());
-    }
-    uint16_t pid() { return u16() & 0x1FFF; }
-
-    // The next `size` bytes on their own, cut where these end.
-    Cursor part(size_t size) {
-        const size_t taken = std::min(size, mLeft);
-        const Cursor inner(mAt, taken);
-        mAt += taken;
-        mLeft -= taken;
-        return inner;
-    }
-    // A loop behind its 12-bit length.
-    Cursor loop() { return part(u16() & 0x0FFF); }
-
-    std::vector<uint8_t> bytes() const { return {mAt, mAt + mLeft}; }
-
-private:
-    const uint8_t* mAt;
-    size_t mLeft;
-};
-
-std::vector<Descriptor> descriptorsOf(Cursor loop) {
-    std::vector<Descriptor> list;
-    while (loop.left() >= 2) {
-        Descriptor& d = list.emplace_back();
-        d.tag = loop.u8();
-        d.data = loop.part(loop.u8()).bytes();
-    }
-    return list;
-}
-
-std::string languageAt(const std::vector<uint8_t>& data, size_t at) {
-    if (at + 3 > data.size()) {
-        return {};
-    }
-    std::string code;
-    for (size_t i = at; i < at + 3; ++i) {
-        const uint8_t lower = data[i] | 0x20;
-        if (lower < 'a' || lower > 'z') {
-            return {};
-        }
-        code.push_back(static_cast<char>(data[i]));
-    }
-    return code;
-}
+constexpr size_t MAX_STREAMS = 64;      // of a NIT
+constexpr size_t MAX_ONE_SEGMENT = 64;  // services of a stream
 
 void interpret(const Descriptor& d, ElementaryStream& stream) {
     constexpr size_t AUDIO_LANGUAGE_OFFSET = 6;
     switch (d.tag) {
         case TAG_LANGUAGE:
-            stream.language = languageAt(d.data, 0);
+            stream.language = lettersAt(d.data, 0);
             break;
         case TAG_STREAM_IDENTIFIER:
             stream.componentTag = d.data.empty() ? -1 : d.data[0];
             break;
         case TAG_AUDIO_COMPONENT:
             if (stream.language.empty()) {
-                stream.language = languageAt(d.data, AUDIO_LANGUAGE_OFFSET);
+                stream.language = lettersAt(d.data, AUDIO_LANGUAGE_OFFSET);
             }
             break;
         default:
@@ -148,7 +91,7 @@ std::string latinText(const std::vector<uint8_t>& raw) {
 }
 
 Service readPmt(uint16_t serviceId, uint16_t pmtPid, const uint8_t* body, size_t size) {
-    Cursor cursor(body, size);
+    TableCursor cursor(body, size);
     Service service;
     service.serviceId = serviceId;
     service.pmtPid = pmtPid;
@@ -168,7 +111,7 @@ Service readPmt(uint16_t serviceId, uint16_t pmtPid, const uint8_t* body, size_t
 }
 
 uint16_t pmtPidIn(const Section& pat, uint16_t serviceId) {
-    Cursor cursor(pat.body, pat.size);
+    TableCursor cursor(pat.body, pat.size);
     while (cursor.left() >= 4) {
         const uint16_t id = cursor.u16();
         const uint16_t pid = cursor.pid();
@@ -265,7 +208,7 @@ void ServiceTables::takePat(const Section& section) {
     }
     mPat.note(section);
     mTransportStreamId = section.extension;
-    Cursor cursor(section.body, section.size);
+    TableCursor cursor(section.body, section.size);
     while (cursor.left() >= 4) {
         const uint16_t serviceId = cursor.u16();
         const uint16_t pid = cursor.pid();
@@ -295,15 +238,17 @@ void ServiceTables::takeSdt(const Section& section) {
         mLabels.clear();
     }
     mSdt.note(section);
-    Cursor cursor(section.body, section.size);
-    cursor.part(3);  // original_network_id, reserved
+    TableCursor cursor(section.body, section.size);
+    mOriginalNetworkId = cursor.u16();
+    cursor.u8();  // reserved
     while (cursor.left() >= 5 && mLabels.size() < MAX_SERVICES) {
         const uint16_t serviceId = cursor.u16();
-        cursor.part(1);  // EIT flags
+        const bool hasEvents = (cursor.u8() & 1) != 0;  // EIT_present_following_flag
         for (const Descriptor& d : descriptorsOf(cursor.loop())) {
             if (d.tag == TAG_SERVICE) {
-                Cursor text(d.data);
+                TableCursor text(d.data);
                 Label& label = mLabels[serviceId];
+                label.hasEvents = hasEvents;
                 label.type = text.u8();
                 label.provider = text.part(text.u8()).bytes();
                 label.name = text.part(text.u8()).bytes();
@@ -313,12 +258,65 @@ void ServiceTables::takeSdt(const Section& section) {
 }
 
 void ServiceTables::takeNit(const Section& section) {
-    Cursor cursor(section.body, section.size);
+    TableCursor cursor(section.body, section.size);
     for (const Descriptor& d : descriptorsOf(cursor.loop())) {
         if (d.tag == TAG_NETWORK_NAME) {
             mNetworkName = latinText(d.data);
+            mRawNetworkName = d.data;
         }
     }
+    mNetworkId = section.extension;
+    TableCursor streams = cursor.loop();
+    while (streams.left() >= 6) {
+        const uint16_t id = streams.u16();
+        const uint16_t originalNetworkId = streams.u16();
+        mOriginalNetworkId = mOriginalNetworkId < 0 ? originalNetworkId : mOriginalNetworkId;
+        const std::vector<Descriptor> descriptors = descriptorsOf(streams.loop());
+        if (mStreams.contains(id) || mStreams.size() < MAX_STREAMS) {
+            mStreams[id] = readStream(descriptors);
+        }
+    }
+}
+
+ServiceTables::Stream ServiceTables::readStream(const std::vector<Descriptor>& descriptors) {
+    Stream stream;
+    for (const Descriptor& d : descriptors) {
+        TableCursor cursor(d.data);
+        if (d.tag == TAG_TS_INFORMATION && d.data.size() >= 2) {
+            stream.remoteControlKey = cursor.u8();
+            stream.name = cursor.part(cursor.u8() >> 2).bytes();
+        }
+        while (d.tag == TAG_PARTIAL_RECEPTION && cursor.left() >= 2 &&
+               stream.oneSegment.size() < MAX_ONE_SEGMENT) {
+            stream.oneSegment.push_back(cursor.u16());
+        }
+    }
+    return stream;
+}
+
+void ServiceTables::addTo(BroadcastInformation* information) const {
+    information->networkId = mNetworkId;
+    information->originalNetworkId = mOriginalNetworkId;
+    information->rawNetworkName = mRawNetworkName;
+    if (mPat.version < 0) {
+        return;
+    }
+    information->transportStreamId = mTransportStreamId;
+    if (const auto found = mStreams.find(mTransportStreamId); found != mStreams.end()) {
+        information->remoteControlKey = found->second.remoteControlKey;
+        information->rawStreamName = found->second.name;
+        information->oneSegment = found->second.oneSegment;
+    }
+}
+
+std::vector<uint16_t> ServiceTables::servicesWithEvents() const {
+    std::vector<uint16_t> list;
+    for (const auto& [id, label] : mLabels) {
+        if (label.hasEvents) {
+            list.push_back(id);
+        }
+    }
+    return list;
 }
 
 bool ServiceTables::isComplete() const {

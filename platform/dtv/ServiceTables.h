@@ -1,5 +1,7 @@
 #pragma once
 
+#include <dtv/BroadcastTypes.h>
+
 #include <array>
 #include <bitset>
 #include <cstdint>
@@ -57,6 +59,12 @@ public:
 
     const std::string& networkName() const { return mNetworkName; }
 
+    // Adds what NIT and SDT tell of the network and of the stream in it.
+    void addTo(BroadcastInformation* information) const;
+
+    // The services of which the SDT says that their events are told.
+    std::vector<uint16_t> servicesWithEvents() const;
+
 private:
     // Which sections of a table of several were seen.
     struct Progress {
@@ -73,6 +81,14 @@ private:
         uint8_t type = 0;
         std::vector<uint8_t> name;
         std::vector<uint8_t> provider;
+        bool hasEvents = false;
+    };
+
+    // What the NIT says of a stream of the network.
+    struct Stream {
+        int remoteControlKey = -1;
+        std::vector<uint8_t> name;
+        std::vector<uint16_t> oneSegment;
     };
 
     void onSection(const Section& section) override;
@@ -80,6 +96,7 @@ private:
     void takePmt(const Section& section);
     void takeSdt(const Section& section);
     void takeNit(const Section& section);
+    static Stream readStream(const std::vector<Descriptor>& descriptors);
     void follow(uint16_t pid);
     void followPat();
 
@@ -93,6 +110,10 @@ private:
     std::map<uint16_t, std::vector<uint8_t>> mPmts;  // their bodies
     std::map<uint16_t, Label> mLabels;               // by service id, from the SDT
     std::string mNetworkName;
+    std::vector<uint8_t> mRawNetworkName;
+    int mNetworkId = -1;
+    int mOriginalNetworkId = -1;          // of the SDT, else of the NIT
+    std::map<uint16_t, Stream> mStreams;  // by transport_stream_id
     bool mPatChanged = false;  // collectors follow after the packet, not inside their own call
 };
 

@@ -117,6 +117,16 @@ ServiceList Tuner::services(int timeoutMs) {
     return present->services(timeoutMs);
 }
 
+BroadcastInformation Tuner::information(int timeoutMs) {
+    const auto present = session();
+    if (present == nullptr) {
+        BroadcastInformation none;
+        none.result = {TuneStatus::NotTuned, "nothing is tuned; tune to a source first"};
+        return none;
+    }
+    return present->information(timeoutMs);
+}
+
 std::optional<TunedProgramme> Tuner::findProgramme(int videoPid, int audioPid) const {
     const auto present = session();
     return present == nullptr ? std::nullopt : present->findProgramme(videoPid, audioPid);

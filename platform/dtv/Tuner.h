@@ -1,5 +1,6 @@
 #pragma once
 
+#include <dtv/BroadcastTypes.h>
 #include <dtv/TunerTypes.h>
 
 #include <atomic>
@@ -82,6 +83,11 @@ public:
     // timeoutMs; after that returns what is known, NoTables when that is nothing. A source without
     // an SDT costs the whole time-out only if it never ends.
     ServiceList services(int timeoutMs);
+
+    // What the source tells of itself, its clock and what is on air. Waits until that is known of
+    // every service, at most timeoutMs; after that returns what is known. A source that nobody
+    // reads (no filter runs, nor is it free-running) is not waited for.
+    BroadcastInformation information(int timeoutMs);
 
     // The service of the source with streams on these PIDs, as far as its tables are known, see
     // ServiceTables. Nothing when none has them, or nothing is tuned.

@@ -16,6 +16,11 @@ constexpr int32_t MAX_SERVICES = 256;
 constexpr int32_t MAX_STREAMS = 256;
 constexpr int32_t MAX_DESCRIPTORS = 512;
 constexpr size_t MAX_DESCRIPTOR_BYTES = 255;
+constexpr int32_t MAX_EVENTS = 2 * MAX_SERVICES;
+// What 16 bits of days and two digits of hours come to, and a zone.
+constexpr int64_t LONG_AGO_S = -86'400;
+constexpr int64_t FAR_AHEAD_S = 65'536LL * 86'400;
+constexpr int32_t MAX_OFFSET_MINUTES = 256 * 60;
 
 constexpr int32_t LAST_STATUS = static_cast<int32_t>(TuneStatus::Busy);
 constexpr int32_t LAST_KIND = static_cast<int32_t>(StreamKind::Caption);
@@ -93,6 +98,11 @@ bool readList(const Parcel& parcel, int32_t most, std::vector<T>* list,
     return true;
 }
 
+bool readTime(const Parcel& parcel, int64_t* seconds) {
+    return parcel.readInt64(seconds) == android::OK && *seconds >= LONG_AGO_S &&
+           *seconds <= FAR_AHEAD_S;
+}
+
 void writeDescriptor(Parcel* parcel, const Descriptor& d) {
     parcel->writeInt32(d.tag);
     writeBytes(parcel, d.data, MAX_DESCRIPTOR_BYTES);
@@ -139,6 +149,47 @@ bool readService(const Parcel& parcel, Service* service) {
            readBytes(parcel, MAX_DESCRIPTOR_BYTES, &service->rawName) &&
            readText(parcel, &service->name) && readText(parcel, &service->provider) &&
            readList(parcel, MAX_STREAMS, &service->streams, readStream);
+}
+
+void writeNumber(Parcel* parcel, const uint16_t& number) {
+    parcel->writeInt32(number);
+}
+
+bool readNumber(const Parcel& parcel, uint16_t* number) {
+    return readIn(parcel, 0, UINT16_MAX, number);
+}
+
+void writeEvent(Parcel* parcel, const BroadcastEvent& event) {
+    parcel->writeInt32(event.serviceId);
+    parcel->writeInt32(event.following ? 1 : 0);
+    parcel->writeInt32(event.eventId);
+    parcel->writeInt64(event.startUtcS);
+    parcel->writeInt32(event.durationS);
+    writeText(parcel, event.language);
+    writeBytes(parcel, event.rawName, MAX_DESCRIPTOR_BYTES);
+    writeBytes(parcel, event.rawText, MAX_DESCRIPTOR_BYTES);
+}
+
+bool readEvent(const Parcel& parcel, BroadcastEvent* event) {
+    return readIn(parcel, 0, UINT16_MAX, &event->serviceId) &&
+           readIn(parcel, 0, 1, &event->following) &&
+           readIn(parcel, 0, UINT16_MAX, &event->eventId) && readTime(parcel, &event->startUtcS) &&
+           readIn(parcel, -1, INT32_MAX, &event->durationS) && readText(parcel, &event->language) &&
+           readBytes(parcel, MAX_DESCRIPTOR_BYTES, &event->rawName) &&
+           readBytes(parcel, MAX_DESCRIPTOR_BYTES, &event->rawText);
+}
+
+void writeClock(Parcel* parcel, const BroadcastClock& clock) {
+    parcel->writeInt64(clock.utcS);
+    parcel->writeInt32(clock.ageMs);
+    parcel->writeInt32(clock.localOffsetMinutes);
+    writeText(parcel, clock.country);
+}
+
+bool readClock(const Parcel& parcel, BroadcastClock* clock) {
+    return readTime(parcel, &clock->utcS) && readIn(parcel, 0, INT32_MAX, &clock->ageMs) &&
+           readIn(parcel, -MAX_OFFSET_MINUTES, MAX_OFFSET_MINUTES, &clock->localOffsetMinutes) &&
+           readText(parcel, &clock->country);
 }
 
 }  // namespace
@@ -208,6 +259,32 @@ void writeServiceList(Parcel* parcel, const ServiceList& list) {
 bool readServiceList(const Parcel& parcel, ServiceList* list) {
     return readTuneResult(parcel, &list->result) && readText(parcel, &list->networkName) &&
            readList(parcel, MAX_SERVICES, &list->services, readService);
+}
+
+void writeBroadcastInformation(Parcel* parcel, const BroadcastInformation& information) {
+    writeTuneResult(parcel, information.result);
+    parcel->writeInt32(information.networkId);
+    parcel->writeInt32(information.originalNetworkId);
+    parcel->writeInt32(information.transportStreamId);
+    parcel->writeInt32(information.remoteControlKey);
+    writeBytes(parcel, information.rawNetworkName, MAX_DESCRIPTOR_BYTES);
+    writeBytes(parcel, information.rawStreamName, MAX_DESCRIPTOR_BYTES);
+    writeList(parcel, information.oneSegment, MAX_SERVICES, writeNumber);
+    writeClock(parcel, information.clock);
+    writeList(parcel, information.events, MAX_EVENTS, writeEvent);
+}
+
+bool readBroadcastInformation(const Parcel& parcel, BroadcastInformation* information) {
+    return readTuneResult(parcel, &information->result) &&
+           readIn(parcel, -1, UINT16_MAX, &information->networkId) &&
+           readIn(parcel, -1, UINT16_MAX, &information->originalNetworkId) &&
+           readIn(parcel, -1, UINT16_MAX, &information->transportStreamId) &&
+           readIn(parcel, -1, UINT8_MAX, &information->remoteControlKey) &&
+           readBytes(parcel, MAX_DESCRIPTOR_BYTES, &information->rawNetworkName) &&
+           readBytes(parcel, MAX_DESCRIPTOR_BYTES, &information->rawStreamName) &&
+           readList(parcel, MAX_SERVICES, &information->oneSegment, readNumber) &&
+           readClock(parcel, &information->clock) &&
+           readList(parcel, MAX_EVENTS, &information->events, readEvent);
 }
 
 void writeTunerSignal(Parcel* parcel, const TunerSignal& signal) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <binder/Parcel.h>
+#include <dtv/BroadcastTypes.h>
 #include <dtv/TunerTypes.h>
 
 // How the tuner's structures stand in a parcel: their fields in the order of declaration, numbers
@@ -28,6 +29,9 @@ bool readTuneResult(const android::Parcel& parcel, TuneResult* result);
 // Services that would make the parcel larger than a call may be are left out.
 void writeServiceList(android::Parcel* parcel, const ServiceList& list);
 bool readServiceList(const android::Parcel& parcel, ServiceList* list);
+
+void writeBroadcastInformation(android::Parcel* parcel, const BroadcastInformation& information);
+bool readBroadcastInformation(const android::Parcel& parcel, BroadcastInformation* information);
 
 void writeTunerSignal(android::Parcel* parcel, const TunerSignal& signal);
 bool readTunerSignal(const android::Parcel& parcel, TunerSignal* signal);

@@ -88,6 +88,17 @@ ServiceList TunerService::services(int timeoutMs) {
     return list;
 }
 
+BroadcastInformation TunerService::information(int timeoutMs) {
+    BroadcastInformation information;
+    if (mWaiting.fetch_add(1) < MAX_WAITING) {
+        information = mTuner.information(timeoutMs);
+    } else {
+        information.result = {TuneStatus::Busy, "others wait for the tables already; try again"};
+    }
+    --mWaiting;
+    return information;
+}
+
 TunerSignal TunerService::signal() {
     const TunerStatistics all = mTuner.statistics();
     TunerSignal signal;

@@ -9,8 +9,8 @@
 
 namespace orvhost {
 
-// The tuner of this process for other processes. Any thread; tune() and services() wait on the
-// thread that calls.
+// The tuner of this process for other processes. Any thread; tune(), services() and
+// information() wait on the thread that calls.
 class TunerService : public BnTuner {
 public:
     explicit TunerService(Tuner& tuner);
@@ -20,6 +20,7 @@ public:
     void untune() override;
     ServiceList services(int timeoutMs) override;
     TunerSignal signal() override;
+    BroadcastInformation information(int timeoutMs) override;
 
 private:
     class OwnerDeath;
@@ -30,7 +31,7 @@ private:
 
     Tuner& mTuner;
     const android::sp<android::IBinder::DeathRecipient> mDeath;
-    std::atomic<int> mWaiting{0};  // in services()
+    std::atomic<int> mWaiting{0};  // in services() and information()
     // Guards the owner, and is held while the source of a dead owner is left: the next owner
     // tunes after that.
     std::mutex mOwnerMutex;

@@ -199,6 +199,33 @@ ServiceList TunerSession::services(int timeoutMs) {
     return list;
 }
 
+// Whether all is known that services() and information() tell. With mMutex held.
+bool TunerSession::isInformed() const {
+    const auto told = [this](uint16_t serviceId) { return mEvents.isTold(serviceId); };
+    const std::vector<uint16_t> wanted = mTables.servicesWithEvents();
+    return mTables.isComplete() && mEvents.clockRevision() > 0 &&
+           std::all_of(wanted.begin(), wanted.end(), told);
+}
+
+BroadcastInformation TunerSession::information(int timeoutMs) {
+    std::unique_lock lock(mMutex);
+    mCallerWake.wait_for(lock, std::chrono::milliseconds(std::max(timeoutMs, 0)), [this] {
+        const bool idle = mHeadDone && !mHeadCut && !mFeeding && !mOptions.freeRunning;
+        return isInformed() || mAllRead || idle || isCancelled();
+    });
+    BroadcastInformation information;
+    mTables.addTo(&information);
+    mEvents.addTo(&information);
+    if (information.clock.utcS >= 0) {
+        const int64_t ageMs = (mClock.nowNs() - mClockReadNs) / MS;
+        information.clock.ageMs = static_cast<int32_t>(std::clamp<int64_t>(ageMs, 0, INT32_MAX));
+    }
+    if (isCancelled()) {
+        information.result = {TuneStatus::Cancelled, mName + ": given up"};
+    }
+    return information;
+}
+
 std::optional<TunedProgramme> TunerSession::findProgramme(int videoPid, int audioPid) const {
     std::lock_guard lock(mMutex);
     return mTables.findProgramme(videoPid, audioPid, mOptions.serviceId);
@@ -225,6 +252,7 @@ ssize_t TunerSession::fill(int timeoutMs) {
     {
         std::lock_guard lock(mMutex);
         const bool wereDone = mTables.isComplete();
+        const uint64_t revision = mEvents.revision();
         if (mOptions.follow || !mHeadDone) {
             readFresh();
         } else {
@@ -234,7 +262,8 @@ ssize_t TunerSession::fill(int timeoutMs) {
         mSyncLosses = mWindow.synchronizer().syncLosses();
         mSkippedBytes = mWindow.synchronizer().skippedBytes();
         mAllRead = mAllRead || got <= 0;
-        answered = got <= 0 || (!wereDone && mTables.isComplete());
+        answered =
+            got <= 0 || (!wereDone && mTables.isComplete()) || revision != mEvents.revision();
     }
     if (answered) {
         mCallerWake.notify_all();
@@ -249,6 +278,10 @@ void TunerSession::readFresh() {
         mCounter.count(packet);
         if (mTables.wants(pidOf(packet))) {
             mTables.push(packet);
+        } else if (EventTables::wants(pidOf(packet))) {
+            const uint64_t clocks = mEvents.clockRevision();
+            mEvents.push(packet);
+            mClockReadNs = clocks != mEvents.clockRevision() ? mClock.nowNs() : mClockReadNs;
         }
     }
 }

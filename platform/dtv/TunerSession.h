@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "dtv/ByteSource.h"
+#include "dtv/EventTables.h"
 #include "dtv/PacketCounter.h"
 #include "dtv/PacketWindow.h"
 #include "dtv/PcrPacer.h"
@@ -54,6 +55,7 @@ public:
 
     TuneResult waitForPackets();
     ServiceList services(int timeoutMs);
+    BroadcastInformation information(int timeoutMs);
     std::optional<TunedProgramme> findProgramme(int videoPid, int audioPid) const;
     TunerStatistics statistics() const;
     bool atEnd() const;
@@ -97,6 +99,7 @@ private:
     bool startOver(std::optional<uint64_t> offset = {});
     ssize_t fill(int timeoutMs);
     void readFresh();
+    bool isInformed() const;
     void sleepUntil(int64_t deadlineNs);
     uint16_t choosePid(int filterKind, uint16_t (*pidIn)(const Service&)) const;
     bool isCancelled() const { return mCancelled.load(std::memory_order_relaxed); }
@@ -161,6 +164,8 @@ private:
     uint64_t mDroppedBefore = 0;
     uint64_t mRepeatedBefore = 0;
     ServiceTables mTables;
+    EventTables mEvents;
+    int64_t mClockReadNs = 0;  // when the stream last told its clock
     PacketCounter mCounter;
 
     std::mutex mThreadMutex;  // start() and close()

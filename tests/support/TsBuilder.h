@@ -51,11 +51,11 @@ inline Bytes descriptor(uint8_t tag, const Bytes& data) {
 
 // A long-form section around `body`: the bytes behind last_section_number, CRC left out.
 inline Bytes section(uint8_t tableId, unsigned extension, const Bytes& body, uint8_t version = 0,
-                     bool privateSyntax = false) {
+                     bool privateSyntax = false, uint8_t number = 0, uint8_t lastNumber = 0) {
     const unsigned length = static_cast<unsigned>(body.size()) + 9;
     Bytes out{tableId};
     out = out + be16((privateSyntax ? 0xF000 : 0xB000) | length) + be16(extension) +
-          Bytes{static_cast<uint8_t>(0xC1 | version << 1), 0, 0} + body;
+          Bytes{static_cast<uint8_t>(0xC1 | version << 1), number, lastNumber} + body;
     const uint32_t crc = crc32Mpeg(out);
     return out + be16(crc >> 16) + be16(crc & 0xFFFF);
 }
@@ -106,11 +106,19 @@ inline Bytes sdt(const std::vector<SdtService>& services) {
     return section(0x42, 0x7FE1, body, 0, true);
 }
 
-inline Bytes nit(const Bytes& networkName) {
+// With descriptors of the stream there is one, the PAT's.
+inline Bytes nit(const Bytes& networkName, const Bytes& streamDescriptors = {}) {
     const Bytes loop = descriptor(0x40, networkName);
+    Bytes streams;
+    if (!streamDescriptors.empty()) {
+        streams = be16(1) + be16(0x7FE0) +
+                  be16(0xF000 | static_cast<unsigned>(streamDescriptors.size())) +
+                  streamDescriptors;
+    }
     return section(0x40, 0x7FE0,
-                   be16(0xF000 | static_cast<unsigned>(loop.size())) + loop + be16(0xF000), 0,
-                   true);
+                   be16(0xF000 | static_cast<unsigned>(loop.size())) + loop +
+                       be16(0xF000 | static_cast<unsigned>(streams.size())) + streams,
+                   0, true);
 }
 
 class TsBuilder {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <dtv/BroadcastTypes.h>
 #include <dtv/TunerTypes.h>
 #include <orvclient/Export.h>
 
@@ -22,6 +23,9 @@ public:
     // What the source carries, after waiting so long for the tables.
     virtual orvhost::ServiceList services(int timeoutMs) = 0;
     virtual orvhost::TunerSignal signal() = 0;
+    // The broadcast's clock, what is on air and what comes next, after waiting so long for the
+    // tables. Zero while something plays: those that came are there.
+    virtual orvhost::BroadcastInformation information(int timeoutMs) = 0;
 };
 
 }  // namespace orvclient

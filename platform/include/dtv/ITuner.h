@@ -1,6 +1,7 @@
 #pragma once
 
 #include <binder/IInterface.h>
+#include <dtv/BroadcastTypes.h>
 #include <dtv/TunerTypes.h>
 
 #include <string>
@@ -18,6 +19,7 @@ namespace orvhost {
 //   2     untune     -                                           -
 //   3     services   int32 milliseconds                          services
 //   4     signal     -                                           signal
+//   5     information  int32 milliseconds                        information
 //
 // TunerParcel.h of the host tells how structures stand in a parcel.
 class ITuner : public android::IInterface {
@@ -35,6 +37,7 @@ public:
         UNTUNE,
         SERVICES,
         SIGNAL,
+        INFORMATION,
     };
 
     // See Tuner::tune(). The descriptor stays the caller's and may be closed after the call, which
@@ -47,6 +50,8 @@ public:
     // See Tuner::services().
     virtual ServiceList services(int timeoutMs) = 0;
     virtual TunerSignal signal() = 0;
+    // See Tuner::information().
+    virtual BroadcastInformation information(int timeoutMs) = 0;
 };
 
 // The side that implements takes parcels apart here; whatever a hostile parcel holds, an operation

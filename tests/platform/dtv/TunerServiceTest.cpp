@@ -10,6 +10,7 @@
 
 #include "dtv/TunerParcel.h"
 #include "platform/binder/RelayBinder.h"
+#include "support/EventSections.h"
 #include "support/TempFile.h"
 #include "support/TsBuilder.h"
 
@@ -59,7 +60,12 @@ Bytes broadcast() {
                              {0x11, 0x112, descriptor(0x0A, bytesOf("por") + Bytes{0})}}))
         .section(0x200, pmt(2, 0x211, {{0x06, 0x213, descriptor(0x52, {0x30})}}))
         .section(0x11, sdt({{1, 1, bytesOf("Casa"), bytesOf("Um")}, {2, 1, {}, bytesOf("Dois")}}))
-        .section(0x10, nit(bytesOf("Rede")));
+        .section(0x10, nit(bytesOf("Rede"), descriptor(0xFB, be16(2))))
+        .section(0x12, eit(1, 0,
+                           {{5, timeBytes(61365, 0x20, 0, 0) + Bytes{0, 0x30, 0}, bytesOf("Now"),
+                             bytesOf("Text")}}))
+        .section(0x14, tot(timeBytes(61365, 0x20, 0x10, 0),
+                           timeOffset("BRA", false, 0, timeBytes(0xFFFF, 0xFF, 0xFF, 0xFF), 0)));
     for (int i = 0; i < 200; ++i) {
         builder.packet(0x111, Bytes(184, 9));
     }
@@ -116,6 +122,17 @@ TEST_F(TunerServiceTest, AClientSeesWhatTheTunerSees) {
     EXPECT_EQ(list.services[1].rawName, bytesOf("Dois"));
     EXPECT_EQ(list.services[1].streams[0].componentTag, 0x30);
     EXPECT_EQ(list.networkName, "Rede");
+    const auto told = mClient->information(5000);
+    ASSERT_TRUE(told.result.ok()) << told.result.message;
+    EXPECT_EQ(told.originalNetworkId, 0x7FE0);
+    EXPECT_EQ(told.oneSegment, std::vector<uint16_t>{2});
+    EXPECT_EQ(told.clock.country, "BRA");
+    EXPECT_EQ(told.clock.localOffsetMinutes, -180);
+    ASSERT_EQ(told.events.size(), 1u);
+    EXPECT_EQ(told.clock.utcS - told.events[0].startUtcS, 600);
+    EXPECT_EQ(told.events[0].rawName, bytesOf("Now"));
+    EXPECT_EQ(told.events[0].rawText, bytesOf("Text"));
+    EXPECT_EQ(told.events[0].durationS, 1800);
     const auto signal = mClient->signal();
     EXPECT_TRUE(signal.tuned);
     EXPECT_EQ(signal.bytes, mTuner.statistics().bytes);
