@@ -29,7 +29,7 @@ public:
     RecordCommandLine(const RecordCommandLine&) = delete;  // the command line writes here
     RecordCommandLine& operator=(const RecordCommandLine&) = delete;
 
-    void addTo(CLI::App& app);
+    CLI::App* addTo(CLI::App& app);
     // Runs what was asked for; the exit code.
     int run();
 

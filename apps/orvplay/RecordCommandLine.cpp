@@ -21,7 +21,7 @@ void addNumbers(CLI::App* command, std::vector<int>& numbers) {
 
 }  // namespace
 
-void RecordCommandLine::addTo(CLI::App& app) {
+CLI::App* RecordCommandLine::addTo(CLI::App& app) {
     mRecord = app.add_subcommand("record", "Record a transport stream, and look after recordings");
     mRecord->require_subcommand(0, 1);
     addSource(mRecord, mSingle.source);
@@ -45,6 +45,7 @@ void RecordCommandLine::addTo(CLI::App& app) {
     });
     addSwitch();
     addRecordings();
+    return mRecord;
 }
 
 void RecordCommandLine::addSwitch() {

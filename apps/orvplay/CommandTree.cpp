@@ -1,0 +1,158 @@
+#include "CommandTree.h"
+
+#include <utility>
+
+#include "CaptionsCommand.h"
+#include "CommandLine.h"
+#include "ExitCode.h"
+#include "PlayCommand.h"
+#include "ProbeCommand.h"
+#include "SnapshotCommand.h"
+#include "UnitsCommand.h"
+
+namespace orvplay {
+
+namespace {
+
+constexpr char EXIT_CODES[] =
+    "Exit codes: 0 ok, 1 failure, 2 usage, 3 player service not reachable or lost, 4 source cannot "
+    "be\n"
+    "opened, 5 no signal or no data, 6 playback error, 7 recording failed or disk full, 8 "
+    "service,\n"
+    "PID or recording not found, 130 interrupted.";
+
+CLI::App* addPlay(CLI::App& app, PlayOptions& options) {
+    CLI::App* play = app.add_subcommand("play", "Play a broadcast, a recording or a media file");
+    play->add_option("SOURCE", options.source,
+                     "A transport stream file, which plays as live television, - for one on "
+                     "standard input, recording:N, or a media file")
+        ->required();
+    addStreams(play, options);
+    addPid(play, "--pcr-pid", options.pcrPid, "clock");
+    addPlayback(play, options);
+    return play;
+}
+
+CLI::App* addSnapshot(CLI::App& app, SnapshotOptions& options) {
+    constexpr int MOST = 1'000'000;
+    constexpr int DAY_MS = 86'400'000;
+    CLI::App* snapshot =
+        app.add_subcommand("snapshot", "Save stills of a broadcast or a media file as PNG");
+    snapshot
+        ->add_option("SOURCE", options.source,
+                     "A transport stream file, - for one on standard input, or a media file")
+        ->required();
+    addStreams(snapshot, options);
+    addPid(snapshot, "--pcr-pid", options.pcrPid, "clock");
+    addService(snapshot, options);
+    snapshot->add_option("-n,--count", options.count, "How many stills (default 1)")
+        ->check(CLI::Range(1, MOST))
+        ->type_name("COUNT");
+    snapshot->add_option("--every", options.everyMs, "Milliseconds between stills (default 1000)")
+        ->check(CLI::Range(1, DAY_MS))
+        ->type_name("MS");
+    snapshot->add_option("--at", options.atS, "Of a media file: the position of the first (0)")
+        ->check(CLI::Range(0.0, DAY_MS / 1000.0))
+        ->type_name("SECONDS");
+    snapshot
+        ->add_option("-o,--out", options.out,
+                     "Where to: a file, a folder, or - for standard output (one still only)")
+        ->type_name("FILE|-");
+    snapshot->footer(
+        "Plays without window and sound and prints the name of each file. By default it is\n"
+        "orvplay-SERVICE-2026-11-21-143015.png in this folder. No file is ever overwritten: a "
+        "name\n"
+        "that is taken gets -1, -2 and so on.");
+    return snapshot;
+}
+
+CLI::App* addProbe(CLI::App& app, ProbeOptions& options) {
+    CLI::App* probe = app.add_subcommand("probe", "Show what is in a transport stream");
+    addSource(probe, options.source)->required();
+    probe
+        ->add_option("--duration", options.durationS,
+                     "Seconds to read from standard input (a file is read to its end)")
+        ->check(CLI::PositiveNumber)
+        ->type_name("SECONDS");
+    probe->add_flag("--json", options.json, "Print JSON, one object a line");
+    return probe;
+}
+
+CLI::App* addUnits(CLI::App& app, UnitsOptions& options) {
+    CLI::App* units = app.add_subcommand(
+        "units", "Print every access unit that the player cuts out of a stream, as JSON");
+    addSource(units, options.source)->required();
+    addStreams(units, options);
+    units->add_option("--stream", options.stream, "Only the picture, the sound or the captions")
+        ->check(CLI::IsMember({"video", "audio", "captions"}))
+        ->type_name("video|audio|captions");
+    units
+        ->add_option("--stage", options.stage,
+                     "What to print: access units (the default) or PES packets")
+        ->check(CLI::IsMember({"units", "pes"}))
+        ->type_name("units|pes");
+    units->add_option("--out", options.out, "Write the bytes of the units there, one after another")
+        ->type_name("FILE");
+    units->add_flag("--quiet", options.quiet, "Print the summary alone");
+    units->footer(
+        "Nothing is lost and nothing waits for a clock. With --video-pid, --audio-pid or\n"
+        "--caption-pid only the streams named are taken. The last PES packet of a stream is never\n"
+        "complete. Units of captions are their texts.");
+    return units;
+}
+
+CLI::App* addCaptions(CLI::App& app, CaptionsOptions& options) {
+    CLI::App* captions = app.add_subcommand(
+        "captions", "Write the captions of a transport stream as text or subtitles");
+    addSource(captions, options.source)->required();
+    captions->add_option("--service", options.service,
+                         "Service to take, by name or number (the first one with captions)");
+    addPid(captions, "--caption-pid", options.captionPid, "captions");
+    captions
+        ->add_option("--format", options.format,
+                     "Text (the default), SubRip, WebVTT or JSON, one object a line")
+        ->check(CLI::IsMember({"txt", "srt", "vtt", "jsonl"}))
+        ->type_name("txt|srt|vtt|jsonl");
+    captions->add_option("--out", options.out, "Write there instead of standard output")
+        ->type_name("FILE");
+    captions->footer(
+        "Times count from the first picture, or the first sound where there is no picture. A\n"
+        "caption ends when the next one begins, after 5 seconds at the latest: that a broadcast\n"
+        "cleared its screen is not told. A caption of blanks ends the one before and is left out.\n"
+        "After a jump back in the time stamps the next caption begins a second later.");
+    return captions;
+}
+
+}  // namespace
+
+CommandTree::CommandTree() : mApp("OrvPlayer: ISDB-T / SBTVD digital television", "orvplay") {
+    mApp.set_version_flag("--version", "orvplay " ORV_VERSION);
+    mApp.require_subcommand(1);
+    mApp.footer(EXIT_CODES);
+    add(addPlay(mApp, mPlay), [this] { return playCommand(mPlay); });
+    add(addSnapshot(mApp, mSnapshot), [this] { return snapshotCommand(mSnapshot); });
+    add(addProbe(mApp, mProbe), [this] { return probeCommand(mProbe); });
+    add(addUnits(mApp, mUnits), [this] { return unitsCommand(mUnits); });
+    add(addCaptions(mApp, mCaptions), [this] { return captionsCommand(mCaptions); });
+    add(mRecord.addTo(mApp), [this] { return mRecord.run(); });
+}
+
+void CommandTree::add(CLI::App* command, std::function<int()> run) {
+    mCommands.push_back({command, std::move(run)});
+}
+
+int CommandTree::run(int argc, char** argv) {
+    try {
+        mApp.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return mApp.exit(error) == 0 ? EXIT_OK : EXIT_USAGE;
+    }
+    for (const Command& command : mCommands) {
+        if (command.node->parsed()) {
+            return command.run();
+        }
+    }
+    return EXIT_USAGE;
+}
+
+}  // namespace orvplay
