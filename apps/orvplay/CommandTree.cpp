@@ -1,9 +1,13 @@
 #include "CommandTree.h"
 
+#include <iostream>
+#include <memory>
 #include <utility>
 
 #include "CaptionsCommand.h"
 #include "CommandLine.h"
+#include "CommandText.h"
+#include "Completion.h"
 #include "ExitCode.h"
 #include "PlayCommand.h"
 #include "ProbeCommand.h"
@@ -123,9 +127,22 @@ CLI::App* addCaptions(CLI::App& app, CaptionsOptions& options) {
     return captions;
 }
 
+CLI::App* addCompletion(CLI::App& app, std::string& shell) {
+    CLI::App* completion =
+        app.add_subcommand("completion", "Print what makes a shell complete orvplay's commands");
+    completion->add_option("bash|zsh|fish", shell, "Which shell")
+        ->check(CLI::IsMember({"bash", "zsh", "fish"}))
+        ->required();
+    completion->footer(
+        "For one session of bash or zsh: source <(orvplay completion bash). For fish:\n"
+        "orvplay completion fish | source. An installed orvplay brings these along.");
+    return completion;
+}
+
 }  // namespace
 
 CommandTree::CommandTree() : mApp("OrvPlayer: ISDB-T / SBTVD digital television", "orvplay") {
+    mApp.formatter(std::make_shared<orvmanual::HelpText>());
     mApp.set_version_flag("--version", "orvplay " ORV_VERSION);
     mApp.require_subcommand(1);
     mApp.footer(EXIT_CODES);
@@ -135,10 +152,20 @@ CommandTree::CommandTree() : mApp("OrvPlayer: ISDB-T / SBTVD digital television"
     add(addUnits(mApp, mUnits), [this] { return unitsCommand(mUnits); });
     add(addCaptions(mApp, mCaptions), [this] { return captionsCommand(mCaptions); });
     add(mRecord.addTo(mApp), [this] { return mRecord.run(); });
+    add(addCompletion(mApp, mShell), [this] { return printCompletion(); });
 }
 
 void CommandTree::add(CLI::App* command, std::function<int()> run) {
     mCommands.push_back({command, std::move(run)});
+}
+
+int CommandTree::printCompletion() const {
+    const orvmanual::CommandText program = orvmanual::describe(mApp);
+    std::cout << (mShell == "bash"  ? orvmanual::bashCompletion(program)
+                  : mShell == "zsh" ? orvmanual::zshCompletion(program)
+                                    : orvmanual::fishCompletion(program))
+              << std::flush;
+    return std::cout ? EXIT_OK : EXIT_FAILED;
 }
 
 int CommandTree::run(int argc, char** argv) {

@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <functional>
+#include <string>
 #include <vector>
 
 #include "CommandLine.h"
@@ -29,6 +30,7 @@ private:
     };
 
     void add(CLI::App* command, std::function<int()> run);
+    int printCompletion() const;
 
     CLI::App mApp;
     std::vector<Command> mCommands;
@@ -38,6 +40,7 @@ private:
     UnitsOptions mUnits;
     CaptionsOptions mCaptions;
     RecordCommandLine mRecord;
+    std::string mShell;  // to complete for
 };
 
 }  // namespace orvplay

@@ -10,7 +10,7 @@
 #include <initializer_list>
 #include <string>
 
-#include "Options.h"
+#include "DaemonOptions.h"
 #include "binder/PermissionPolicy.h"
 
 namespace orvplayerd {

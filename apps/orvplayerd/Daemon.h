@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "Options.h"
+#include "DaemonOptions.h"
 #include "Signals.h"
 #include "binder/BinderConnection.h"
 

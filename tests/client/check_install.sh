@@ -10,7 +10,9 @@ nm=$5
 root=$(mktemp -d)
 trap 'rm -rf "$root"' EXIT
 
-DESTDIR=$root "$cmake" --install "$build" --component client > "$root/log"
+for component in client dev; do
+    DESTDIR=$root "$cmake" --install "$build" --component $component >> "$root/log"
+done
 pc=$(find "$root" -name orvclient.pc)
 library=$(find "$root" -name liborvclient.so)
 LD_LIBRARY_PATH=$(dirname "$library")

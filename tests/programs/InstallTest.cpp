@@ -22,10 +22,12 @@ protected:
         char folder[] = "/tmp/orvinstall-XXXXXX";
         ASSERT_NE(mkdtemp(folder), nullptr);
         sStage = folder;
-        Program install({ORV_CMAKE}, {"--install", ORV_BUILD, "--component", "player"},
-                        {"DESTDIR=" + sStage.string()});
-        const ProgramResult result = install.finish(120);
-        ASSERT_EQ(result.exitCode, 0) << result.err;
+        for (const char* component : {"player", "tools"}) {
+            Program install({ORV_CMAKE}, {"--install", ORV_BUILD, "--component", component},
+                            {"DESTDIR=" + sStage.string()});
+            const ProgramResult result = install.finish(120);
+            ASSERT_EQ(result.exitCode, 0) << result.err;
+        }
     }
     static void TearDownTestSuite() { fs::remove_all(sStage); }
 
