@@ -146,6 +146,10 @@ std::unique_ptr<ByteSource> wrap(OwnedDescriptor fd, const std::string& name, Tu
 
 }  // namespace
 
+NetworkStatistics ByteSource::network() const {
+    return {};
+}
+
 std::unique_ptr<ByteSource> openByteSource(const std::string& path, TuneResult& result) {
     OwnedDescriptor fd(openSourceFile(path, result));
     return fd.get() >= 0 ? wrap(std::move(fd), sourceNameOf(path), result) : nullptr;

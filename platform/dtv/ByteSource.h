@@ -10,6 +10,7 @@
 
 namespace orvhost {
 
+struct NetworkStatistics;
 struct TuneResult;
 
 // Where the bytes of a stream come from. One thread reads; interrupt() may come from any.
@@ -30,6 +31,15 @@ public:
 
     // A descriptor of the file that the caller closes, -1 where there is no file. Any thread.
     virtual int duplicate() const = 0;
+
+    // Whether it comes at a sender's pace, asked for or not, and has no end.
+    virtual bool isLive() const { return false; }
+
+    // Whether every read gives whole packets of 188 bytes and nothing else.
+    virtual bool givesPackets() const { return false; }
+
+    // What came over the network. Any thread.
+    virtual NetworkStatistics network() const;
 
     // Ends a waiting read() and every later one.
     virtual void interrupt() = 0;

@@ -41,6 +41,11 @@ ssize_t PacketWindow::fill(ByteSource& source, size_t most, int timeoutMs, bool 
     if (got < 0 || (got == 0 && mayGrow)) {
         return got;
     }
+    if (source.givesPackets()) {
+        mFresh = static_cast<size_t>(got) / TS_PACKET_BYTES;
+        mCount += mFresh;
+        return got;
+    }
     mRaw += static_cast<size_t>(got);
     const PacketSynchronizer::Result result = mSynchronizer.align(raw, mRaw, got == 0);
     const size_t packetBytes = result.packets * TS_PACKET_BYTES;

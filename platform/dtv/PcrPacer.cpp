@@ -172,7 +172,7 @@ size_t PcrPacer::takeDue(int64_t nowNs) {
         mLastTicks = -1;
     }
     const int64_t lateNs = nowNs - nextDueNs(nowNs);
-    if (lateNs > MAX_LATE_NS && !begins) {
+    if (lateNs > MAX_LATE_NS && !begins && !mCatchesUp) {
         mStartNs += lateNs;
     }
     size_t due = 0;

@@ -33,6 +33,9 @@ public:
     // missing there, as on air while the signal was gone. Otherwise the pace carries on.
     void setKeepGaps(bool keep) { mKeepGaps = keep; }
 
+    // However late, everything that is due goes out: for what comes at a pace of its own.
+    void setCatchesUp(bool catchesUp) { mCatchesUp = catchesUp; }
+
     // Adds `count` packets behind those that are not due yet.
     void add(const uint8_t* packets, size_t count);
 
@@ -92,6 +95,7 @@ private:
 
     StreamClock mClock;
     bool mKeepGaps = false;
+    bool mCatchesUp = false;
     int64_t mLastTicks = -1;  // -1: none to measure from
     size_t mOpen = 0;         // packets of the segment that no sample has closed yet
     size_t mUnrated = 0;      // packets before them that wait for the first rate

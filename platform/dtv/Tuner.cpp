@@ -3,6 +3,8 @@
 #include <utility>
 
 #include "dtv/ByteSource.h"
+#include "dtv/LiveSource.h"
+#include "dtv/SourceUri.h"
 #include "dtv/TunerSession.h"
 
 namespace orvhost {
@@ -44,12 +46,27 @@ std::shared_ptr<TunerSession> Tuner::replaceSession(std::shared_ptr<TunerSession
 }
 
 TuneResult Tuner::tune(const std::string& source, const TuneOptions& options) {
+    if (SourceUri::isUri(source)) {
+        return tuneUri(source, options);
+    }
     untune();
     TuneResult result;
     auto opened = openByteSource(source, result);
     return opened == nullptr
                ? result
                : begin(std::move(opened), source == "-" ? "standard input" : source, options);
+}
+
+TuneResult Tuner::tuneUri(const std::string& uri, const TuneOptions& options) {
+    TuneResult result;
+    const std::string key = liveSourceKey(uri, result);
+    const auto present = session();
+    if (present != nullptr && present->isLiveFor(key, options)) {
+        return settled(present->waitForMore(options.timeoutMs), present);
+    }
+    untune();
+    auto opened = key.empty() ? nullptr : openLiveSource(key, mClock, result);
+    return opened == nullptr ? result : begin(std::move(opened), key, options);
 }
 
 TuneResult Tuner::tune(int descriptor, const TuneOptions& options, const std::string& name) {
@@ -83,13 +100,18 @@ TuneResult Tuner::begin(std::unique_ptr<ByteSource> source, const std::string& n
         }
         mine->start();
     }
-    const TuneResult result = mine->waitForPackets();
+    return settled(mine->waitForPackets(), mine);
+}
+
+// Leaves a source that failed.
+TuneResult Tuner::settled(const TuneResult& result, const std::shared_ptr<TunerSession>& mine) {
     if (!result.ok()) {
         std::lock_guard changing(mChangeMutex);
         if (session() == mine) {
             replaceSession(nullptr);
         }
         mine->close();
+        mDemultiplexer.leaveSource();
     }
     return result;
 }

@@ -59,9 +59,12 @@ public:
     Tuner(const Tuner&) = delete;  // filters and threads know us by address
     Tuner& operator=(const Tuner&) = delete;
 
-    // Leaves the present source and opens a file, a FIFO, or "-" (standard input). Waits until
-    // packets are found, at most options.timeoutMs; untune() from another thread ends the wait. On
-    // failure nothing is tuned.
+    // Leaves the present source and opens a file, a FIFO, "-" (standard input) or what a URI names
+    // ("udp://239.255.1.1:5000"). Waits until packets are found, at most options.timeoutMs;
+    // untune() from another thread ends the wait. On failure nothing is tuned.
+    //
+    // A live source that is tuned already, under whatever spelling, stays: its packets go on, for
+    // filters that run and for those that are started next, and its counts.
     TuneResult tune(const std::string& source, const TuneOptions& options);
 
     // The same for an open descriptor, which stays the caller's and may be closed after the call.
@@ -123,8 +126,10 @@ public:
     Demultiplexer& demultiplexer() { return mDemultiplexer; }
 
 private:
+    TuneResult tuneUri(const std::string& uri, const TuneOptions& options);
     TuneResult begin(std::unique_ptr<ByteSource> source, const std::string& name,
                      const TuneOptions& options);
+    TuneResult settled(const TuneResult& result, const std::shared_ptr<TunerSession>& mine);
     std::shared_ptr<TunerSession> session() const;
     std::shared_ptr<TunerSession> replaceSession(std::shared_ptr<TunerSession> next);
 

@@ -107,6 +107,10 @@ void TunerSession::wake() {
 }
 
 void TunerSession::run() {
+    if (isLive()) {
+        runLive();
+        return;
+    }
     {
         std::lock_guard feeding(mFeedMutex);
         lookAtHead();
@@ -175,10 +179,15 @@ TuneResult TunerSession::waitForPackets() {
     if (mOpened) {
         return mOpening;
     }
-    return mBytes == 0
-               ? TuneResult{TuneStatus::NoData, mName + ": no data came; is its sender running?"}
-               : TuneResult{TuneStatus::NoSync,
-                            mName + ": not an MPEG transport stream (no sync bytes found)"};
+    return silence();
+}
+
+// What a wait without packets has come to.
+TuneResult TunerSession::silence() const {
+    if (mBytes == 0 && mSource->network().badDatagrams == 0) {
+        return {TuneStatus::NoData, mName + ": no data came; is its sender running?"};
+    }
+    return {TuneStatus::NoSync, mName + ": not an MPEG transport stream (no sync bytes found)"};
 }
 
 ServiceList TunerSession::services(int timeoutMs) {
@@ -258,12 +267,16 @@ ssize_t TunerSession::fill(int timeoutMs) {
         } else {
             mPassed += mWindow.freshCount();
         }
-        mBytes += got > 0 ? static_cast<uint64_t>(got) : 0;
+        if (got > 0) {
+            mBytes += static_cast<uint64_t>(got);
+            mLastDataNs = mClock.nowNs();
+            answered = std::exchange(mMoreWanted, false);
+        }
         mSyncLosses = mWindow.synchronizer().syncLosses();
         mSkippedBytes = mWindow.synchronizer().skippedBytes();
         mAllRead = mAllRead || got <= 0;
-        answered =
-            got <= 0 || (!wereDone && mTables.isComplete()) || revision != mEvents.revision();
+        answered = answered || got <= 0 || (!wereDone && mTables.isComplete()) ||
+                   revision != mEvents.revision();
     }
     if (answered) {
         mCallerWake.notify_all();
@@ -575,6 +588,7 @@ TunerStatistics TunerSession::statistics() const {
     all.droppedPackets = mDemultiplexer.droppedPackets() - mDroppedBefore;
     all.repeatedPackets = mDemultiplexer.repeatedPackets() - mRepeatedBefore;
     all.pids = mCounter.pids();
+    all.network = mSource->network();
     return all;
 }
 

@@ -11,6 +11,7 @@
 
 #include "dtv/ByteSource.h"
 #include "dtv/EventTables.h"
+#include "dtv/LivePacer.h"
 #include "dtv/PacketCounter.h"
 #include "dtv/PacketWindow.h"
 #include "dtv/PcrPacer.h"
@@ -23,6 +24,9 @@ namespace orvhost {
 //
 //   look at the head  ->  idle  <->  feeding  ->  ended
 //                          ^------- rewind --------'
+//
+// A live source, paced, is read and fed from its first packet to the end of the session, whether
+// filters run or not: what nobody wants passes by, and a filter gets what comes from then on.
 //
 // The head is read until the tables are known, a bound is reached or filters wait; it stays in the
 // window and is fed like the rest. Feeding begins when a filter runs and its reader has asked for
@@ -54,6 +58,12 @@ public:
     bool pump(int timeoutMs);
 
     TuneResult waitForPackets();
+
+    // Whether tuning to that source with these options would change nothing: it is live, and one
+    // that is tuned goes on.
+    bool isLiveFor(const std::string& name, const TuneOptions& options) const;
+    // Waits until packets come, at most that long; not at all when some just came.
+    TuneResult waitForMore(int timeoutMs);
     ServiceList services(int timeoutMs);
     BroadcastInformation information(int timeoutMs);
     std::optional<TunedProgramme> findProgramme(int videoPid, int audioPid) const;
@@ -88,8 +98,14 @@ private:
     void takePause();
     bool isPreview() const;
     void noteBegun(int64_t nowNs);
+    void runLive();
+    void receiveLive();
+    void choosePace();
+    bool isWantedLive();
+    TuneResult silence() const;
     void feedLossless();
     bool feedOnce(int timeoutMs);
+    bool isLive() const { return mOptions.paced && mSource->isLive(); }
     bool isPumped() const { return !mOptions.paced && !mOptions.freeRunning; }
     bool isHeld() const { return mPausedAtNs >= 0 && !mBurst; }
     bool mayGrow() const { return mOptions.recorded && !mFinishing; }
@@ -134,6 +150,9 @@ private:
     int mEndEvent = 0;           // what the end is told as
     size_t mHeldBack = 0;        // packets that were due while it was paused
     size_t mJunkBytes = 0;       // in a row, without a packet
+    // Live:
+    LivePacer mLivePacer;
+    bool mPaceChosen = false;
     uint64_t mFedThisLap = 0;
     int64_t mNextTickNs = 0;
     int64_t mLongTicksNs = 0;  // from when on
@@ -157,6 +176,8 @@ private:
     bool mBurst = false;                // the begin of a recording's feed is to be handed over
     bool mWasFed = false;               // since then
     bool mRewindResult = false;
+    int64_t mLastDataNs = 0;
+    bool mMoreWanted = false;  // waitForMore() waits
     uint64_t mBytes = 0;
     uint64_t mPassed = 0;  // packets that nobody looked at
     uint64_t mSyncLosses = 0;

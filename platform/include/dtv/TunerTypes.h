@@ -61,6 +61,8 @@ enum class TuneStatus {
     Cancelled,    // untuned, or tuned elsewhere, by another thread meanwhile
     ServiceLost,  // the process of the tuner is gone, or did not understand
     Busy,         // too many wait for the tuner already
+    BadUri,       // a source that cannot be understood, or of a kind that is not known
+    CannotOpen,   // no such interface, no such address here, the port is taken ...
 };
 
 // How a request ended, with one line for the user that says what to do about a failure.
@@ -107,6 +109,18 @@ struct PidStatistics {
     int64_t maxPcrIntervalNs = 0;  // in stream time, discontinuities left out
 };
 
+// What came over the network, in datagrams, since tune().
+struct NetworkStatistics {
+    uint64_t datagrams = 0;
+    uint64_t badDatagrams = 0;  // in which there is no transport stream
+    uint64_t lost = 0;          // missing between RTP sequence numbers
+    uint64_t reordered = 0;     // came behind a later one, and were put in their place
+    uint64_t duplicates = 0;
+    uint64_t kernelDrops = 0;  // came to this machine, and were not taken in time
+    uint64_t restarts = 0;     // the sender began anew
+    uint64_t jitterUs = 0;     // of arrival against the PCR, smoothed as in RFC 3550 6.4.1
+};
+
 // Counts since tune(); what the look at the head of the source read counts once, when it is fed.
 struct TunerStatistics {
     uint64_t packets = 0;
@@ -116,6 +130,7 @@ struct TunerStatistics {
     uint64_t droppedPackets = 0;      // by full filter queues
     uint64_t repeatedPackets = 0;     // sent twice and given to a filter once
     std::vector<PidStatistics> pids;  // those that were seen, ascending
+    NetworkStatistics network;        // all 0 for other sources
 };
 
 // How reception stands: the totals of TunerStatistics, over all PIDs.
@@ -130,6 +145,7 @@ struct TunerSignal {
     uint64_t syncLosses = 0;
     uint64_t skippedBytes = 0;
     uint64_t droppedPackets = 0;
+    NetworkStatistics network;
 };
 
 }  // namespace orvhost
