@@ -53,6 +53,7 @@ TEST(MksampleTest, WrongUseIsOneClearLine) {
         {"--out - --duration nan", 2, "--duration"},
         {"--out - --mux-rate 1e300", 2, "--mux-rate"},
         {"--out - --audio ogg", 2, "--audio"},
+        {"--out - --guide xx", 2, "--guide"},
         {"--out - --audio mpeg --wrong-framing", 2, "--wrong-framing"},
         {"--out - --start-pts 8589934592", 2, "--start-pts"},
         {"--out - --duration 3 --cut-at 4", 2, "--cut-at"},

@@ -37,6 +37,7 @@ enum Id : int {
     kLatmConfigEvery,
     kNoCaptions,
     kCaptionsList,
+    kGuide,
     kMuxRate,
     kPcrOnVideo,
     kNoPcr,
@@ -66,6 +67,7 @@ const option kLongOptions[] = {
     {"latm-config-every", required_argument, nullptr, kLatmConfigEvery},
     {"no-captions", no_argument, nullptr, kNoCaptions},
     {"captions-list", required_argument, nullptr, kCaptionsList},
+    {"guide", required_argument, nullptr, kGuide},
     {"mux-rate", required_argument, nullptr, kMuxRate},
     {"pcr-on-video", no_argument, nullptr, kPcrOnVideo},
     {"no-pcr-pid", no_argument, nullptr, kNoPcr},
@@ -176,6 +178,16 @@ AudioFormat parseAudio(const std::string& text) {
     refuseValue("audio", text.c_str(), "latm, adts or mpeg");
 }
 
+Country parseCountry(const std::string& text) {
+    if (text == "br") {
+        return Country::Brazil;
+    }
+    if (text == "jp") {
+        return Country::Japan;
+    }
+    refuseValue("guide", text.c_str(), "br or jp");
+}
+
 // The sample for tests: everything that the large one has, in a second or two and 1.5 MB.
 void makeSmall(Options* options) {
     options->width = 320;
@@ -258,6 +270,9 @@ void applyStreamOption(int id, const char* value, Options* options) {
             break;
         case kCaptionsList:
             options->captionsList = value;
+            break;
+        case kGuide:
+            options->guide = parseCountry(value);
             break;
         case kMuxRate:
             options->muxRate = parseNumber("mux-rate", value, 300'000, 100'000'000);
@@ -379,6 +394,10 @@ Sound of the main service
 Captions of the main service
   --no-captions          leave them out
   --captions-list FILE   write there what each shows: {"pts":...,"text":"..."}, one a line
+
+Tables
+  --guide br|jp          names in that country's character coding, what is on air and comes next,
+                         and a clock
 
 Multiplex
   --mux-rate N           bit/s, filled up with null packets (17M)

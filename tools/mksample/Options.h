@@ -29,6 +29,9 @@ struct FrameRate {
     int64_t ticks90k(int64_t frames) const { return frames * 90000 * den / num; }
 };
 
+// Whose programme guide the stream has, in its character coding.
+enum class Country { None, Brazil, Japan };
+
 enum class AudioFormat { Latm, Adts, Mpeg };
 
 struct Options {
@@ -55,6 +58,8 @@ struct Options {
 
     bool captions = true;
     std::string captionsList;  // what they show, one JSON object a line; empty: not written
+
+    Country guide = Country::None;
 
     int64_t muxRate = 17'000'000;
     bool pcrOnVideo = false;

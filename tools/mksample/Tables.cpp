@@ -14,14 +14,17 @@
 #include <dvbpsi/sdt.h>
 
 #include <memory>
+#include <utility>
 
-#include "mksample/Options.h"
+#include "mksample/BroadcastCoding.h"
+#include "mksample/Guide.h"
 
 namespace mksample {
 namespace {
 
+// In terrestrial networks of one stream both have the same id.
 constexpr uint16_t kNetworkId = 0x0640;
-constexpr uint16_t kTransportStreamId = 0x0640;
+constexpr uint16_t kJapaneseNetworkId = 0x7FE8;
 constexpr char kNetworkName[] = "ORV Network";
 constexpr char kStreamName[] = "ORV";
 constexpr char kProviderName[] = "ORV";
@@ -95,13 +98,19 @@ std::vector<std::vector<uint8_t>> takeSections(dvbpsi_psi_section_t* first) {
     return sections;
 }
 
-Table buildPat(dvbpsi_t* handle, const std::vector<ServiceInfo>& services) {
-    const Handle<dvbpsi_pat_t> pat(dvbpsi_pat_new(kTransportStreamId, 0, true));
+// Whose tables they are.
+struct Network {
+    Country country;
+    uint16_t id;
+};
+
+Table buildPat(dvbpsi_t* handle, const std::vector<ServiceInfo>& services, const Network& network) {
+    const Handle<dvbpsi_pat_t> pat(dvbpsi_pat_new(network.id, 0, true));
     dvbpsi_pat_program_add(pat.get(), 0, kNitPid);
     for (const ServiceInfo& service : services) {
         dvbpsi_pat_program_add(pat.get(), service.serviceId, service.pmtPid);
     }
-    return {0, kPatPeriodMs, takeSections(dvbpsi_pat_sections_generate(handle, pat.get(), 64))};
+    return {0, kPatPeriodMs, takeSections(dvbpsi_pat_sections_generate(handle, pat.get(), 64)), {}};
 }
 
 Table buildPmt(dvbpsi_t* handle, const ServiceInfo& service) {
@@ -129,31 +138,40 @@ Table buildPmt(dvbpsi_t* handle, const ServiceInfo& service) {
         dvbpsi_pmt_es_descriptor_add(captions, kDescriptorDataComponent, component.size(),
                                      component.data.data());
     }
-    return {service.pmtPid, kPatPeriodMs,
-            takeSections(dvbpsi_pmt_sections_generate(handle, pmt.get()))};
+    return {service.pmtPid,
+            kPatPeriodMs,
+            takeSections(dvbpsi_pmt_sections_generate(handle, pmt.get())),
+            {}};
 }
 
-Table buildSdt(dvbpsi_t* handle, const std::vector<ServiceInfo>& services) {
+Table buildSdt(dvbpsi_t* handle, const std::vector<ServiceInfo>& services, const Network& network) {
     const Handle<dvbpsi_sdt_t> sdt(
-        dvbpsi_sdt_new(kTableSdtActual, kTransportStreamId, 0, true, kNetworkId));
+        dvbpsi_sdt_new(kTableSdtActual, network.id, 0, true, network.id));
+    const bool hasEvents = network.country != Country::None;
     for (const ServiceInfo& service : services) {
         dvbpsi_sdt_service_t* entry =
-            dvbpsi_sdt_service_add(sdt.get(), service.serviceId, false, false, kRunning, false);
-        Bytes description =
-            Bytes().u8(kServiceTypeTv).sizedText(kProviderName).sizedText(service.name);
+            dvbpsi_sdt_service_add(sdt.get(), service.serviceId, false, hasEvents, kRunning, false);
+        const auto name = broadcastText(service.name, network.country);
+        const auto provider = broadcastText(kProviderName, network.country);
+        Bytes description = Bytes()
+                                .u8(kServiceTypeTv)
+                                .sizedText({provider.begin(), provider.end()})
+                                .sizedText({name.begin(), name.end()});
         dvbpsi_sdt_service_descriptor_add(entry, kDescriptorService, description.size(),
                                           description.data.data());
     }
-    return {kSdtPid, kSdtPeriodMs, takeSections(dvbpsi_sdt_sections_generate(handle, sdt.get()))};
+    return {
+        kSdtPid, kSdtPeriodMs, takeSections(dvbpsi_sdt_sections_generate(handle, sdt.get())), {}};
 }
 
-Table buildNit(dvbpsi_t* handle, const std::vector<ServiceInfo>& services) {
+Table buildNit(dvbpsi_t* handle, const std::vector<ServiceInfo>& services, const Network& network) {
     const Handle<dvbpsi_nit_t> nit(
-        dvbpsi_nit_new(kTableNitActual, kNetworkId, kNetworkId, 0, true));
-    Bytes network = Bytes().text(kNetworkName);
-    dvbpsi_nit_descriptor_add(nit.get(), kDescriptorNetworkName, network.size(),
-                              network.data.data());
-    dvbpsi_nit_ts_t* stream = dvbpsi_nit_ts_add(nit.get(), kTransportStreamId, kNetworkId);
+        dvbpsi_nit_new(kTableNitActual, network.id, network.id, 0, true));
+    const auto name = broadcastText(kNetworkName, network.country);
+    Bytes networkName = Bytes().text({name.begin(), name.end()});
+    dvbpsi_nit_descriptor_add(nit.get(), kDescriptorNetworkName, networkName.size(),
+                              networkName.data.data());
+    dvbpsi_nit_ts_t* stream = dvbpsi_nit_ts_add(nit.get(), network.id, network.id);
     Bytes list;
     Bytes partial;
     for (const ServiceInfo& service : services) {
@@ -163,34 +181,41 @@ Table buildNit(dvbpsi_t* handle, const std::vector<ServiceInfo>& services) {
         }
     }
     dvbpsi_nit_ts_descriptor_add(stream, kDescriptorServiceList, list.size(), list.data.data());
+    const auto streamName = broadcastText(kStreamName, network.country);
     // Key on the remote control, length of the name and no transmission types, then the name.
     Bytes information = Bytes()
                             .u8(kRemoteControlKey)
-                            .u8(static_cast<unsigned>(sizeof(kStreamName) - 1) << 2)
-                            .text(kStreamName);
+                            .u8(static_cast<unsigned>(streamName.size()) << 2)
+                            .text({streamName.begin(), streamName.end()});
     dvbpsi_nit_ts_descriptor_add(stream, kDescriptorTsInformation, information.size(),
                                  information.data.data());
     if (!partial.data.empty()) {
         dvbpsi_nit_ts_descriptor_add(stream, kDescriptorPartialReception, partial.size(),
                                      partial.data.data());
     }
-    return {kNitPid, kNitPeriodMs,
-            takeSections(dvbpsi_nit_sections_generate(handle, nit.get(), kTableNitActual))};
+    return {kNitPid,
+            kNitPeriodMs,
+            takeSections(dvbpsi_nit_sections_generate(handle, nit.get(), kTableNitActual)),
+            {}};
 }
 
 }  // namespace
 
-std::vector<Table> buildTables(const std::vector<ServiceInfo>& services) {
+std::vector<Table> buildTables(const std::vector<ServiceInfo>& services, Country country) {
     const Handle<dvbpsi_t> handle(dvbpsi_new(nullptr, DVBPSI_MSG_NONE));
     if (!handle) {
         throw Failure("out of memory");
     }
-    std::vector<Table> tables{buildPat(handle.get(), services)};
+    const Network network{country, country == Country::Japan ? kJapaneseNetworkId : kNetworkId};
+    std::vector<Table> tables{buildPat(handle.get(), services, network)};
     for (const ServiceInfo& service : services) {
         tables.push_back(buildPmt(handle.get(), service));
     }
-    tables.push_back(buildSdt(handle.get(), services));
-    tables.push_back(buildNit(handle.get(), services));
+    tables.push_back(buildSdt(handle.get(), services, network));
+    tables.push_back(buildNit(handle.get(), services, network));
+    for (Table& table : buildGuide(services, country, network.id, network.id)) {
+        tables.push_back(std::move(table));
+    }
     return tables;
 }
 

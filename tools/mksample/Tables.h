@@ -4,8 +4,11 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
+
+#include "mksample/Options.h"
 
 namespace mksample {
 
@@ -35,9 +38,11 @@ struct Table {
     uint16_t pid = 0;
     int periodMs = 0;
     std::vector<std::vector<uint8_t>> sections;
+    // Of a table that changes: its sections so many seconds into the stream.
+    std::function<std::vector<std::vector<uint8_t>>(double seconds)> renew;
 };
 
 // In the order in which a receiver wants them. Throws Failure.
-std::vector<Table> buildTables(const std::vector<ServiceInfo>& services);
+std::vector<Table> buildTables(const std::vector<ServiceInfo>& services, Country country);
 
 }  // namespace mksample

@@ -57,13 +57,20 @@ void TsMuxer::addStream(uint16_t pid, uint8_t streamId, PesSource& source, int64
 }
 
 void TsMuxer::addTable(const Table& table) {
-    TableState state;
-    for (const auto& section : table.sections) {
-        const auto packets = sectionPackets(table.pid, section);
-        state.packets.insert(state.packets.end(), packets.begin(), packets.end());
-    }
+    TableState state{};
+    state.table = table;
+    state.nextDue27M = INT64_MIN;
+    packetize(&state);
     state.period27M = kClock / 1000 * table.periodMs;
     mTables.push_back(std::move(state));
+}
+
+void TsMuxer::packetize(TableState* state) {
+    state->packets.clear();
+    for (const auto& section : state->table.sections) {
+        const auto packets = sectionPackets(state->table.pid, section);
+        state->packets.insert(state->packets.end(), packets.begin(), packets.end());
+    }
 }
 
 void TsMuxer::addPcrPid(uint16_t pid) {
@@ -181,6 +188,11 @@ bool TsMuxer::sendTable(int64_t now27M) {
         }
         if (table.nextPacket == 0) {
             table.nextDue27M = now27M + table.period27M;
+            if (table.table.renew) {
+                table.table.sections = table.table.renew(static_cast<double>(elapsed27M(0)) /
+                                                         static_cast<double>(kClock));
+                packetize(&table);
+            }
         }
         TsPacket packet = table.packets[table.nextPacket];
         packet[3] = static_cast<uint8_t>((packet[3] & 0xF0) | advance(&table.counter));

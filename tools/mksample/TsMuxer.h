@@ -74,6 +74,7 @@ private:
     };
     struct TableState {
         std::vector<TsPacket> packets;
+        Table table;
         int64_t period27M;
         int64_t nextDue27M = INT64_MIN;
         size_t nextPacket = 0;
@@ -90,6 +91,7 @@ private:
     Stream* chooseStream(int64_t now27M);
     bool sendPcr(int64_t now27M);
     bool sendTable(int64_t now27M);
+    static void packetize(TableState* state);
     void sendStream(Stream& stream, int64_t now27M, bool withPcr);
     void cut(int64_t now27M);
 

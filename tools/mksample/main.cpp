@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "mksample/CaptionSource.h"
+#include "mksample/Guide.h"
 #include "mksample/Options.h"
 #include "mksample/OutputFile.h"
 #include "mksample/PesSource.h"
@@ -122,8 +123,8 @@ AudioSettings audioSettings(const Options& options) {
 Service mainService(const Options& options) {
     Service service;
     ServiceInfo& info = service.info;
-    info.serviceId = 0xC800;
-    info.name = "ORV HD";
+    info.serviceId = serviceIdOf(options.guide, false);
+    info.name = serviceNameOf(options.guide, false);
     info.pmtPid = 0x0100;
     info.videoPid = 0x0111;
     info.pcrPid = options.noPcr ? kNoPcrPid : options.pcrOnVideo ? info.videoPid : 0x01FF;
@@ -169,8 +170,8 @@ Service mainService(const Options& options) {
 Service smallService(const Options& options) {
     Service service;
     ServiceInfo& info = service.info;
-    info.serviceId = 0xC818;
-    info.name = "ORV 1SEG";
+    info.serviceId = serviceIdOf(options.guide, true);
+    info.name = serviceNameOf(options.guide, true);
     info.partialReception = true;
     info.pmtPid = 0x1FC8;
     info.videoPid = 0x0181;
@@ -223,7 +224,7 @@ void makeSample(const Options& options) {
         }
         infos.push_back(info);
     }
-    for (const Table& table : buildTables(infos)) {
+    for (const Table& table : buildTables(infos, options.guide)) {
         muxer.addTable(table);
     }
 
