@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "dtv/SourceUri.h"
+#include "dtv/dvb/DvbSource.h"
 #include "dtv/network/NetworkSource.h"
 #include "dtv/network/NetworkUri.h"
 
@@ -20,7 +21,8 @@ std::optional<NetworkUri> networkUriOf(const std::string& text, TuneResult& resu
         return std::nullopt;
     }
     if (!isNetworkScheme(uri->scheme)) {
-        result.message = text + ": no such kind of source; there are udp://, rtp:// and files";
+        result.message =
+            text + ": no such kind of source; there are udp://, rtp://, dvb:// and files";
         return std::nullopt;
     }
     auto network = NetworkUri::from(*uri, &result.message);
@@ -34,15 +36,35 @@ std::optional<NetworkUri> networkUriOf(const std::string& text, TuneResult& resu
     return network;
 }
 
+// Nothing for a source of another kind; `result` says what is wrong with one of this kind.
+std::optional<DvbParameters> dvbParametersOf(const std::string& text, TuneResult& result) {
+    std::string error;
+    const auto uri = SourceUri::parse(text, &error);
+    if (!uri || uri->scheme != "dvb") {
+        return std::nullopt;
+    }
+    const auto parameters = DvbParameters::parse(uri->target, uri->parameters, &error);
+    if (!parameters) {
+        result = {TuneStatus::BadUri, text + ": " + error};
+    }
+    return parameters;
+}
+
 }  // namespace
 
 std::string liveSourceKey(const std::string& uri, TuneResult& result) {
+    if (const auto dvb = dvbParametersOf(uri, result); dvb || !result.ok()) {
+        return dvb ? dvb->uri() : std::string();
+    }
     const auto network = networkUriOf(uri, result);
     return network ? network->toString() : std::string();
 }
 
 std::unique_ptr<ByteSource> openLiveSource(const std::string& uri, HostClock& clock,
                                            TuneResult& result) {
+    if (const auto dvb = dvbParametersOf(uri, result); dvb || !result.ok()) {
+        return dvb ? DvbSource::open(*dvb, result) : nullptr;
+    }
     const auto network = networkUriOf(uri, result);
     return network ? NetworkSource::open(*network, clock, result) : nullptr;
 }

@@ -219,7 +219,7 @@ bool TunerSession::isInformed() const {
 BroadcastInformation TunerSession::information(int timeoutMs) {
     std::unique_lock lock(mMutex);
     mCallerWake.wait_for(lock, std::chrono::milliseconds(std::max(timeoutMs, 0)), [this] {
-        const bool idle = mHeadDone && !mHeadCut && !mFeeding && !mOptions.freeRunning;
+        const bool idle = mHeadDone && !mHeadCut && !mFeeding && !mOptions.freeRunning && !isLive();
         return isInformed() || mAllRead || idle || isCancelled();
     });
     BroadcastInformation information;
