@@ -6,6 +6,7 @@
 #include "CaptionFile.h"
 #include "ExitCode.h"
 #include "Interrupt.h"
+#include "ServiceNames.h"
 #include "StatusLine.h"
 #include "StreamSelection.h"
 #include "TuneFailure.h"
@@ -29,7 +30,7 @@ bool hasCaptions(const orvhost::Service& service) {
 
 // Of the service that was named, else of the first one that has captions.
 int chooseCaptions(CaptionsOptions options, StreamSelection* selection) {
-    const orvhost::ServiceList list = orvhost::Tuner::instance().services(TABLES_TIMEOUT_MS);
+    const orvhost::ServiceList list = namedServices(orvhost::Tuner::instance(), TABLES_TIMEOUT_MS);
     if (list.services.empty() && !options.captionPid) {
         return fail(exitCodeOf(list.result.status), list.result.message);
     }

@@ -22,6 +22,10 @@ std::string checkLabel(const std::string& name);
 // Of `play` but for what is played.
 void addPlayback(CLI::App* command, PlayOptions& options);
 
+// `orvplay channels` with all that is below it, and `orvplay scan`.
+CLI::App* addChannels(CLI::App& app, ChannelsOptions& options);
+CLI::App* addScan(CLI::App& app, ScanOptions& options);
+
 // `orvplay record` and all that is below it.
 class RecordCommandLine {
 public:

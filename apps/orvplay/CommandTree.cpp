@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "CaptionsCommand.h"
+#include "ChannelsCommand.h"
 #include "CommandLine.h"
 #include "CommandText.h"
 #include "Completion.h"
@@ -23,13 +24,13 @@ constexpr char EXIT_CODES[] =
     "be\n"
     "opened, 5 no signal or no data, 6 playback error, 7 recording failed or disk full, 8 "
     "service,\n"
-    "PID or recording not found, 130 interrupted.";
+    "PID, channel or recording not found, 130 interrupted.";
 
 CLI::App* addPlay(CLI::App& app, PlayOptions& options) {
     CLI::App* play = app.add_subcommand("play", "Play a broadcast, a recording or a media file");
     play->add_option("SOURCE", options.source,
-                     "A transport stream file, which plays as live television, - for one on "
-                     "standard input, recording:N, or a media file")
+                     "A channel by name or number, a transport stream file, which plays as live "
+                     "television, - for one on standard input, recording:N, or a media file")
         ->required();
     addStreams(play, options);
     addPid(play, "--pcr-pid", options.pcrPid, "clock");
@@ -152,6 +153,8 @@ CommandTree::CommandTree() : mApp("OrvPlayer: ISDB-T / SBTVD digital television"
     add(addUnits(mApp, mUnits), [this] { return unitsCommand(mUnits); });
     add(addCaptions(mApp, mCaptions), [this] { return captionsCommand(mCaptions); });
     add(mRecord.addTo(mApp), [this] { return mRecord.run(); });
+    add(addChannels(mApp, mChannels), [this] { return channelsCommand(mChannels); });
+    add(addScan(mApp, mScan), [this] { return scanCommand(mScan); });
     add(addCompletion(mApp, mShell), [this] { return printCompletion(); });
 }
 

@@ -40,6 +40,8 @@ private:
     UnitsOptions mUnits;
     CaptionsOptions mCaptions;
     RecordCommandLine mRecord;
+    ChannelsOptions mChannels;
+    ScanOptions mScan;
     std::string mShell;  // to complete for
 };
 

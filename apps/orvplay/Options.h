@@ -64,6 +64,24 @@ struct RecordingsOptions : ServiceOptions {
     bool json = false;
 };
 
+struct ChannelsOptions {
+    enum class Action { LIST, SEARCH, IMPORT, EXPORT };
+    Action action = Action::LIST;
+    std::string text;    // to search for
+    std::string file;    // to import, or to write to; empty: standard output
+    std::string format;  // "dvbv5" or "m3u"; empty: by the file's name
+    bool json = false;
+};
+
+struct ScanOptions {
+    std::string source;         // empty: a DVB adapter
+    std::string region = "br";  // whose channels the adapter is tuned to
+    int adapter = 0;
+    double timeoutS = 3.0;  // the longest wait for packets, of each channel
+    bool keep = true;       // add what is found to the channels
+    bool json = false;
+};
+
 struct SnapshotOptions : StreamOptions, ServiceOptions {
     int count = 1;
     int everyMs = 1000;

@@ -9,8 +9,11 @@
 #include <thread>
 
 #include "EventLog.h"
+#include "GuideText.h"
+#include "HumanText.h"
 #include "Interrupt.h"
 #include "MonotonicTime.h"
+#include "ServiceNames.h"
 #include "StatusLine.h"
 #include "TuneFailure.h"
 #include "dtv/Tuner.h"
@@ -92,7 +95,28 @@ nlohmann::ordered_json toJson(const ElementaryStream& stream, const PidMap& pids
     return line;
 }
 
+// What tells of the service: its kind, what is on air and what comes next.
+void addGuide(const Service& service, const orvhost::BroadcastInformation& information,
+              nlohmann::ordered_json* line) {
+    (*line)["oneSegment"] = isOneSegment(service, information);
+    for (const bool following : {false, true}) {
+        if (const auto* event = eventOf(information, service.serviceId, following)) {
+            (*line)[following ? "next" : "now"] = eventJson(information, *event);
+        }
+    }
+}
+
+void printGuide(const Service& service, const orvhost::BroadcastInformation& information) {
+    for (const bool following : {false, true}) {
+        if (const auto* event = eventOf(information, service.serviceId, following)) {
+            printf("  %s %s\n",
+                   following ? "next:  " : "on air:", eventLine(information, *event).c_str());
+        }
+    }
+}
+
 void printJson(const ProbeOptions& options, const orvhost::ServiceList& list,
+               const orvhost::BroadcastInformation& information,
                const orvhost::TunerStatistics& statistics) {
     EventLog log(true);
     const PidMap pids = byPid(statistics);
@@ -101,15 +125,17 @@ void printJson(const ProbeOptions& options, const orvhost::ServiceList& list,
         for (const ElementaryStream& stream : service.streams) {
             streams.push_back(toJson(stream, pids));
         }
-        log.writeLine({{"event", "service"},
-                       {"serviceId", service.serviceId},
-                       {"name", service.name},
-                       {"provider", service.provider},
-                       {"pmtPid", service.pmtPid},
-                       {"pcrPid", service.pcrPid},
-                       {"pcrIntervalMaxMs", pcrIntervalMs(pids, service.pcrPid)},
-                       {"streams", streams},
-                       {"play", playLine(options, service)}});
+        nlohmann::ordered_json line = {{"event", "service"},
+                                       {"serviceId", service.serviceId},
+                                       {"name", service.name},
+                                       {"provider", service.provider},
+                                       {"pmtPid", service.pmtPid},
+                                       {"pcrPid", service.pcrPid},
+                                       {"pcrIntervalMaxMs", pcrIntervalMs(pids, service.pcrPid)},
+                                       {"streams", streams},
+                                       {"play", playLine(options, service)}};
+        addGuide(service, information, &line);
+        log.writeLine(line);
     }
     uint64_t continuityErrors = 0;
     uint64_t transportErrors = 0;
@@ -117,25 +143,32 @@ void printJson(const ProbeOptions& options, const orvhost::ServiceList& list,
         continuityErrors += pid.continuityErrors;
         transportErrors += pid.transportErrors;
     }
-    log.writeLine({{"event", "summary"},
-                   {"network", list.networkName},
-                   {"packets", statistics.packets},
-                   {"bytes", statistics.bytes},
-                   {"syncLosses", statistics.syncLosses},
-                   {"skippedBytes", statistics.skippedBytes},
-                   {"continuityErrors", continuityErrors},
-                   {"transportErrors", transportErrors}});
+    nlohmann::ordered_json summary = {{"event", "summary"},
+                                      {"network", list.networkName},
+                                      {"packets", statistics.packets},
+                                      {"bytes", statistics.bytes},
+                                      {"syncLosses", statistics.syncLosses},
+                                      {"skippedBytes", statistics.skippedBytes},
+                                      {"continuityErrors", continuityErrors},
+                                      {"transportErrors", transportErrors}};
+    if (information.clock.utcS >= 0) {
+        summary["clock"] = utcText(information.clock.utcS);
+    }
+    log.writeLine(summary);
 }
 
 void printText(const ProbeOptions& options, const orvhost::ServiceList& list,
+               const orvhost::BroadcastInformation& information,
                const orvhost::TunerStatistics& statistics) {
     const PidMap pids = byPid(statistics);
     if (!list.networkName.empty()) {
         printf("Network: %s\n", list.networkName.c_str());
     }
     for (const Service& service : list.services) {
-        printf("Service %u%s%s\n", service.serviceId, service.name.empty() ? "" : ": ",
-               service.name.c_str());
+        printf("Service %u%s%s%s\n", service.serviceId, service.name.empty() ? "" : ": ",
+               printable(service.name).c_str(),
+               isOneSegment(service, information) ? " (1seg)" : "");
+        printGuide(service, information);
         printf("  PMT PID %u\n", service.pmtPid);
         if (service.pcrPid == PID_NONE) {
             printf("  no PCR\n");
@@ -172,13 +205,14 @@ int probeCommand(const ProbeOptions& options) {
         fprintf(stderr, "orvplay: %s\n", tuned.message.c_str());
         return exitCodeOf(tuned.status);
     }
-    const orvhost::ServiceList list = tuner.services(TABLES_TIMEOUT_MS);
+    const orvhost::ServiceList list = namedServices(tuner, TABLES_TIMEOUT_MS);
     const orvhost::TunerStatistics statistics = readThrough(options);
+    const orvhost::BroadcastInformation information = tuner.information(0);
     tuner.untune();
     if (options.json) {
-        printJson(options, list, statistics);
+        printJson(options, list, information, statistics);
     } else {
-        printText(options, list, statistics);
+        printText(options, list, information, statistics);
     }
     if (list.services.empty()) {
         fprintf(stderr, "orvplay: %s\n", list.result.message.c_str());

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "ChannelSource.h"
 #include "EventLog.h"
 #include "HumanText.h"
 #include "Interrupt.h"
@@ -122,6 +123,9 @@ private:
 int recordCommand(const RecordOptions& given) {
     RecordOptions options = given;
     options.silent = true;
+    if (const int code = resolveChannel(&options); code != EXIT_OK) {
+        return code;
+    }
     Interrupt::install();
     return RecordRun(options).run();
 }

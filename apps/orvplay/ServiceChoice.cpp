@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "ExitCode.h"
+#include "ServiceNames.h"
 #include "TuneFailure.h"
 
 namespace orvplay {
@@ -20,7 +21,7 @@ int fail(ExitCode code, const std::string& message) {
 
 // Finds the streams in the tables. Without tables the PIDs that the user gave must do.
 int findStreams(orvclient::Tuner& tuner, const StreamOptions& options, StreamSelection* selection) {
-    const orvhost::ServiceList list = tuner.services(TABLES_TIMEOUT_MS);
+    const orvhost::ServiceList list = namedServices(tuner, TABLES_TIMEOUT_MS);
     if (!list.result.ok() && list.services.empty() && !options.videoPid && !options.audioPid) {
         return fail(exitCodeOf(list.result.status), list.result.message);
     }

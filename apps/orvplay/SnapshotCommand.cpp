@@ -4,6 +4,7 @@
 
 #include <cstdio>
 
+#include "ChannelSource.h"
 #include "ExitCode.h"
 #include "Interrupt.h"
 #include "SnapshotRun.h"
@@ -30,6 +31,9 @@ int snapshotCommand(const SnapshotOptions& options) {
     Interrupt::install();
     SnapshotOptions silently = options;
     silently.silent = true;
+    if (const int code = resolveChannel(&silently); code != EXIT_OK) {
+        return code;
+    }
     return SnapshotRun(silently).run();
 }
 

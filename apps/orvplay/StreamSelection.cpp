@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "channels/SearchText.h"
+
 using orvhost::ElementaryStream;
 using orvhost::PID_NONE;
 using orvhost::Service;
@@ -36,6 +38,12 @@ bool holds(const Service& service, uint16_t pid) {
 const Service* serviceNamed(const std::vector<Service>& services, const std::string& wanted) {
     for (const Service& service : services) {
         if (std::to_string(service.serviceId) == wanted || service.name == wanted) {
+            return &service;
+        }
+    }
+    const std::string name = searchText(wanted);
+    for (const Service& service : services) {
+        if (!name.empty() && searchText(service.name) == name) {
             return &service;
         }
     }

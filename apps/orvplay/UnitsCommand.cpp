@@ -2,6 +2,7 @@
 
 #include "ExitCode.h"
 #include "Interrupt.h"
+#include "ServiceNames.h"
 #include "StreamSelection.h"
 #include "TuneFailure.h"
 #include "UnitsRun.h"
@@ -43,7 +44,7 @@ void narrow(const UnitsOptions& options, StreamSelection* selection) {
 }
 
 int chooseStreams(const UnitsOptions& options, StreamSelection* selection) {
-    const orvhost::ServiceList list = orvhost::Tuner::instance().services(TABLES_TIMEOUT_MS);
+    const orvhost::ServiceList list = namedServices(orvhost::Tuner::instance(), TABLES_TIMEOUT_MS);
     const bool named = options.videoPid || options.audioPid || options.captionPid;
     if (list.services.empty() && !named) {
         return fail(exitCodeOf(list.result.status), list.result.message);

@@ -1,0 +1,87 @@
+#include "ChannelSource.h"
+
+#include <linux/dvb/frontend.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "ExitCode.h"
+#include "PlaySource.h"
+#include "channels/ChannelList.h"
+
+namespace orvplay {
+
+namespace {
+
+constexpr std::string_view DVB = "dvb:";
+
+int fail(ExitCode code, const std::string& message) {
+    fprintf(stderr, "orvplay: %s\n", message.c_str());
+    return code;
+}
+
+bool isElsewhere(const std::string& source) {
+    return source == "-" || source.empty() || source.find("://") != std::string::npos ||
+           recordingNumberOf(source).has_value() || access(source.c_str(), F_OK) == 0;
+}
+
+}  // namespace
+
+int resolveChannel(StreamOptions* options) {
+    const std::string& source = options->source;
+    if (isElsewhere(source)) {
+        return EXIT_OK;
+    }
+    const bool named = source.compare(0, DVB.size(), DVB) == 0;
+    const std::string wanted = named ? source.substr(DVB.size()) : source;
+    ChannelList list;
+    std::string error;
+    if (!list.load(&error)) {
+        return fail(EXIT_FAILED, error);
+    }
+    const Channel* const channel = list.find(wanted);
+    if (channel == nullptr) {
+        // What looks like the name of a file is the tuner's to complain of.
+        const bool isPath = source.find_first_of("/.") != std::string::npos;
+        return isPath && !named ? EXIT_OK
+                                : fail(EXIT_NOT_FOUND, "no file and no channel \"" + wanted +
+                                                           "\"; see: orvplay channels list");
+    }
+    if (options->service.empty() && channel->serviceId != 0) {
+        options->service = std::to_string(channel->serviceId);
+    }
+    const std::string found = sourceOf(*channel);
+    if (found.empty()) {
+        return fail(EXIT_FAILED, "channel \"" + wanted +
+                                     "\" is not of ISDB-T, nothing else is "
+                                     "received here");
+    }
+    options->source = found;
+    return EXIT_OK;
+}
+
+std::string sourceOf(const Channel& channel) {
+    if (!channel.dvb.isTuned()) {
+        return channel.source;
+    }
+    orvhost::DvbParameters place;
+    uint32_t system = SYS_UNDEFINED;
+    for (const auto& [command, value] : channel.dvb.properties) {
+        if (command == DTV_FREQUENCY) {
+            place.frequencyHz = value;
+        } else if (command == DTV_BANDWIDTH_HZ && value != 0) {
+            place.bandwidthHz = value;
+        } else if (command == DTV_DELIVERY_SYSTEM) {
+            system = value;
+        }
+    }
+    return system == SYS_ISDBT ? place.uri() : std::string();
+}
+
+void setPlace(const orvhost::DvbParameters& place, Channel* channel) {
+    channel->dvb.properties = {{DTV_FREQUENCY, place.frequencyHz},
+                               {DTV_BANDWIDTH_HZ, place.bandwidthHz},
+                               {DTV_DELIVERY_SYSTEM, SYS_ISDBT}};
+}
+
+}  // namespace orvplay

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <string>
+
+#include "Options.h"
+#include "channels/Channel.h"
+#include "dtv/dvb/DvbParameters.h"
+
+namespace orvplay {
+
+// Puts the source of a channel, and its service where none was named, in the place of the
+// channel's name or number (or "dvb:" and that). Files, URIs, recordings and "-" stay as they are;
+// files go before channels, so that "./" is never needed for one. EXIT_OK, or the exit code after
+// one line on standard error.
+int resolveChannel(StreamOptions* options);
+
+// What the tuner is told for a channel: its source, or the URI of its DVB tuning. Empty for a
+// tuning that is not of ISDB-T.
+std::string sourceOf(const Channel& channel);
+
+// Where an adapter received a channel.
+void setPlace(const orvhost::DvbParameters& place, Channel* channel);
+
+}  // namespace orvplay
