@@ -9,7 +9,7 @@ namespace {
 
 constexpr size_t PACKET_BYTES = 188;
 constexpr uint8_t PAYLOAD_MP2T = 33;  // RFC 3551
-constexpr uint64_t MOST_LATE = 8;
+constexpr uint64_t MOST_LATE = 4;
 
 void append32(DatagramMaker::Bytes* bytes, uint32_t value) {
     for (int shift = 24; shift >= 0; shift -= 8) {

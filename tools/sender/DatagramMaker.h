@@ -18,7 +18,7 @@ struct NetworkFaults {
 
 // Puts transport stream packets into datagrams, seven in each, with an RTP header (RFC 3550, RFC
 // 2250) or without, and has the faults happen to them: with the same seed the same ones. A datagram
-// that is out of order, or a copy, comes 1 to 8 datagrams late.
+// that is out of order, or a copy, comes 1 to 4 datagrams late.
 class DatagramMaker {
 public:
     using Bytes = std::vector<uint8_t>;

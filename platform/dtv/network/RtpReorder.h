@@ -22,7 +22,7 @@ namespace orvhost {
 class RtpReorder {
 public:
     static constexpr size_t WINDOW = 128;
-    static constexpr int64_t WAIT_NS = 60'000'000;
+    static constexpr int64_t WAIT_NS = 100'000'000;
     static constexpr int NONE = -1;
 
     // A packet came. True: it is kept, and comes out of take() some time. False: it is not wanted,

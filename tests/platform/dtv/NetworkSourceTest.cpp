@@ -186,7 +186,7 @@ protected:
             mMaker->add(stream.data() + at, 0);
         }
         mMaker->flush();
-        mClock.advance(100 * MS);  // what is held has waited long enough
+        mClock.advance(150 * MS);  // what is held has waited long enough
         readAll(source, &received);
         return received;
     }
