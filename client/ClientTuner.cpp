@@ -6,6 +6,8 @@
 
 #include "binder/CallTimeout.h"
 #include "dtv/SourceFile.h"
+#include "dtv/SourceUri.h"
+#include "dtv/network/NetworkUri.h"
 
 using android::sp;
 using orvhost::CallTimeout;
@@ -30,6 +32,9 @@ sp<ITuner> ClientTuner::find(std::string* error) {
 }
 
 TuneResult ClientTuner::tune(const std::string& source, const orvhost::TuneOptions& options) {
+    if (orvhost::SourceUri::isUri(source)) {
+        return tuneUri(source, options);
+    }
     TuneResult opened;
     const int fd = orvhost::openSourceFile(source, opened);
     if (fd < 0) {
@@ -38,6 +43,19 @@ TuneResult ClientTuner::tune(const std::string& source, const orvhost::TuneOptio
     const TuneResult result = tune(fd, orvhost::sourceNameOf(source), options);
     close(fd);
     return result;
+}
+
+// A name is looked up here, where only this program waits for the answer.
+TuneResult ClientTuner::tuneUri(const std::string& uri, const orvhost::TuneOptions& options) {
+    std::string error;
+    const std::string address = orvhost::withAddress(uri, &error);
+    if (address.empty()) {
+        return {TuneStatus::CannotOpen, error};
+    }
+    const CallTimeout bound(waitOf(options.timeoutMs) + mPatience);
+    const sp<ITuner> tuner = find(&error);
+    return tuner != nullptr ? tuner->tuneUri(address, options)
+                            : TuneResult{TuneStatus::ServiceLost, error};
 }
 
 TuneResult ClientTuner::tune(int fd, const std::string& name, const orvhost::TuneOptions& options) {

@@ -31,6 +31,7 @@ public:
     orvhost::BroadcastInformation information(int timeoutMs) override;
 
 private:
+    orvhost::TuneResult tuneUri(const std::string& uri, const orvhost::TuneOptions& options);
     android::sp<orvhost::ITuner> find(std::string* error);
 
     const FindSession mSession;

@@ -16,7 +16,10 @@ inline ExitCode exitCodeOf(orvhost::TuneStatus status) {
         case orvhost::TuneStatus::PermissionDenied:
         case orvhost::TuneStatus::EmptySource:
         case orvhost::TuneStatus::ReadError:
+        case orvhost::TuneStatus::CannotOpen:
             return EXIT_SOURCE;
+        case orvhost::TuneStatus::BadUri:
+            return EXIT_USAGE;
         case orvhost::TuneStatus::NoData:
         case orvhost::TuneStatus::NoSync:
         case orvhost::TuneStatus::NoTables:

@@ -37,6 +37,12 @@ public:
         check(options.timeoutMs >= 0 && options.timeoutMs <= MAX_TIMEOUT_MS);
         return {orvhost::TuneStatus::NoData, name};
     }
+    orvhost::TuneResult tuneUri(const std::string& uri, const orvhost::TuneOptions& options,
+                                const sp<IBinder>& owner) override {
+        check(owner != nullptr && uri.size() <= orvhost::MAX_TUNER_TEXT);
+        check(options.timeoutMs >= 0 && options.timeoutMs <= MAX_TIMEOUT_MS);
+        return {orvhost::TuneStatus::NoData, uri};
+    }
     void untune() override {}
     orvhost::ServiceList services(int timeoutMs) override {
         check(timeoutMs >= 0 && timeoutMs <= MAX_TIMEOUT_MS);
@@ -104,6 +110,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     check(list.result.status == orvhost::TuneStatus::ServiceLost || list.services.size() <= 256);
     checkAgain(list);
     remote->tune(fd, "news", {});
+    remote->tuneUri("udp://239.255.1.1:5000", {});
     remote->signal();
     const orvhost::BroadcastInformation information = remote->information(0);
     check(information.events.size() <= 512 && information.clock.ageMs >= 0);

@@ -50,6 +50,21 @@ public:
                                                 : failure(android::BAD_VALUE);
     }
 
+    TuneResult tuneUri(const std::string& uri, const TuneOptions& options,
+                       const sp<IBinder>& owner) override {
+        Parcel data;
+        data.writeInterfaceToken(descriptor);
+        data.writeStrongBinder(owner != nullptr ? owner : mOwner);
+        writeText(&data, uri);
+        writeTuneOptions(&data, options);
+        Parcel reply;
+        const status_t status = remote()->transact(TUNE_URI, data, &reply);
+        TuneResult result;
+        return status != android::OK            ? failure(status)
+               : readTuneResult(reply, &result) ? result
+                                                : failure(android::BAD_VALUE);
+    }
+
     void untune() override {
         Parcel reply;
         call(UNTUNE, &reply);
@@ -115,7 +130,7 @@ sp<ITuner> ITuner::asInterface(const sp<IBinder>& binder) {
 }
 
 status_t BnTuner::onTransact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags) {
-    if (code < TUNE || code > INFORMATION) {
+    if (code < TUNE || code > TUNE_URI) {
         return BBinder::onTransact(code, data, reply, flags);
     }
     if (!data.checkInterface(this)) {
@@ -154,6 +169,16 @@ status_t BnTuner::onTransact(uint32_t code, const Parcel& data, Parcel* reply, u
             }
             writeBroadcastInformation(answer,
                                       information(std::clamp(timeoutMs, 0, MAX_TIMEOUT_MS)));
+            return android::OK;
+        }
+        case TUNE_URI: {
+            const sp<IBinder> owner = data.readStrongBinder();
+            std::string uri;
+            TuneOptions options;
+            if (owner == nullptr || !readText(data, &uri) || !readTuneOptions(data, &options)) {
+                return android::BAD_VALUE;
+            }
+            writeTuneResult(answer, tuneUri(uri, options, owner));
             return android::OK;
         }
         default:

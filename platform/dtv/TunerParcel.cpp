@@ -3,6 +3,7 @@
 #include <dtv/ITuner.h>
 
 #include <algorithm>
+#include <array>
 
 namespace orvhost {
 
@@ -22,7 +23,7 @@ constexpr int64_t LONG_AGO_S = -86'400;
 constexpr int64_t FAR_AHEAD_S = 65'536LL * 86'400;
 constexpr int32_t MAX_OFFSET_MINUTES = 256 * 60;
 
-constexpr int32_t LAST_STATUS = static_cast<int32_t>(TuneStatus::Busy);
+constexpr int32_t LAST_STATUS = static_cast<int32_t>(TuneStatus::CannotOpen);
 constexpr int32_t LAST_KIND = static_cast<int32_t>(StreamKind::Caption);
 
 enum OptionFlag : int32_t {
@@ -34,6 +35,18 @@ enum OptionFlag : int32_t {
     RECORDED = 1 << 5,
     ALL_FLAGS = (1 << 6) - 1,
 };
+
+template <typename Signal, typename Count>
+std::array<Count*, 16> countsOf(Signal& s) {
+    auto& n = s.network;
+    return {
+        &s.packets,    &s.bytes,        &s.continuityErrors, &s.transportErrors, &s.scrambled,
+        &s.syncLosses, &s.skippedBytes, &s.droppedPackets,   &n.datagrams,       &n.badDatagrams,
+        &n.lost,       &n.reordered,    &n.duplicates,       &n.kernelDrops,     &n.restarts,
+        &n.jitterUs};
+}
+
+constexpr size_t NETWORK_COUNTS_FROM = 8;
 
 // The next number, when it lies in [low, high].
 template <typename T>
@@ -290,10 +303,8 @@ bool readBroadcastInformation(const Parcel& parcel, BroadcastInformation* inform
 void writeTunerSignal(Parcel* parcel, const TunerSignal& signal) {
     parcel->writeInt32(signal.tuned ? 1 : 0);
     parcel->writeInt32(signal.atEnd ? 1 : 0);
-    for (const uint64_t count :
-         {signal.packets, signal.bytes, signal.continuityErrors, signal.transportErrors,
-          signal.scrambled, signal.syncLosses, signal.skippedBytes, signal.droppedPackets}) {
-        parcel->writeInt64(static_cast<int64_t>(count));
+    for (const uint64_t* count : countsOf<const TunerSignal, const uint64_t>(signal)) {
+        parcel->writeInt64(static_cast<int64_t>(*count));
     }
 }
 
@@ -301,14 +312,16 @@ bool readTunerSignal(const Parcel& parcel, TunerSignal* signal) {
     if (!readIn(parcel, 0, 1, &signal->tuned) || !readIn(parcel, 0, 1, &signal->atEnd)) {
         return false;
     }
-    for (uint64_t* count : {&signal->packets, &signal->bytes, &signal->continuityErrors,
-                            &signal->transportErrors, &signal->scrambled, &signal->syncLosses,
-                            &signal->skippedBytes, &signal->droppedPackets}) {
+    const auto counts = countsOf<TunerSignal, uint64_t>(*signal);
+    for (size_t i = 0; i < counts.size(); ++i) {
+        if (i == NETWORK_COUNTS_FROM && parcel.dataAvail() == 0) {
+            return true;
+        }
         int64_t value = 0;
         if (parcel.readInt64(&value) != android::OK) {
             return false;
         }
-        *count = static_cast<uint64_t>(value);
+        *counts[i] = static_cast<uint64_t>(value);
     }
     return true;
 }

@@ -1,5 +1,6 @@
 #include "dtv/TunerService.h"
 
+#include "dtv/SourceUri.h"
 #include "trace/HostLog.h"
 
 namespace orvhost {
@@ -29,10 +30,24 @@ TunerService::TunerService(Tuner& tuner) : mTuner(tuner), mDeath(new OwnerDeath(
 
 TuneResult TunerService::tune(int fd, const std::string& displayName, const TuneOptions& options,
                               const android::sp<android::IBinder>& owner) {
+    return tuneFor(owner, [&] { return mTuner.tune(fd, options, displayName); });
+}
+
+// Nothing else: a client that names a file opens it itself, with its own rights.
+TuneResult TunerService::tuneUri(const std::string& uri, const TuneOptions& options,
+                                 const android::sp<android::IBinder>& owner) {
+    if (!SourceUri::isUri(uri)) {
+        return {TuneStatus::BadUri, SourceUri::shown(uri) + ": not the name of a live source"};
+    }
+    return tuneFor(owner, [&] { return mTuner.tune(uri, options); });
+}
+
+TuneResult TunerService::tuneFor(const android::sp<android::IBinder>& owner,
+                                 const std::function<TuneResult()>& tune) {
     if (!takeOwnership(owner)) {
         return {TuneStatus::Cancelled, "the program that tuned has ended"};
     }
-    const TuneResult result = mTuner.tune(fd, options, displayName);
+    const TuneResult result = tune();
     std::lock_guard lock(mOwnerMutex);
     if (result.ok() && mOwner == nullptr) {
         // The owner died, or left the source, before there was one to leave.
@@ -109,6 +124,7 @@ TunerSignal TunerService::signal() {
     signal.syncLosses = all.syncLosses;
     signal.skippedBytes = all.skippedBytes;
     signal.droppedPackets = all.droppedPackets;
+    signal.network = all.network;
     for (const PidStatistics& pid : all.pids) {
         signal.continuityErrors += pid.continuityErrors;
         signal.transportErrors += pid.transportErrors;

@@ -3,6 +3,7 @@
 #include <dtv/ITuner.h>
 
 #include <atomic>
+#include <functional>
 #include <mutex>
 
 #include "dtv/Tuner.h"
@@ -17,6 +18,8 @@ public:
 
     TuneResult tune(int fd, const std::string& displayName, const TuneOptions& options,
                     const android::sp<android::IBinder>& owner) override;
+    TuneResult tuneUri(const std::string& uri, const TuneOptions& options,
+                       const android::sp<android::IBinder>& owner) override;
     void untune() override;
     ServiceList services(int timeoutMs) override;
     TunerSignal signal() override;
@@ -25,6 +28,8 @@ public:
 private:
     class OwnerDeath;
 
+    TuneResult tuneFor(const android::sp<android::IBinder>& owner,
+                       const std::function<TuneResult()>& tune);
     bool takeOwnership(const android::sp<android::IBinder>& owner);
     void setOwner(const android::sp<android::IBinder>& owner);
     void onOwnerDied(const android::wp<android::IBinder>& who);

@@ -20,6 +20,7 @@ namespace orvhost {
 //   3     services   int32 milliseconds                          services
 //   4     signal     -                                           signal
 //   5     information  int32 milliseconds                        information
+//   6     tuneUri    owner binder, URI, options                  result
 //
 // TunerParcel.h of the host tells how structures stand in a parcel.
 class ITuner : public android::IInterface {
@@ -38,6 +39,7 @@ public:
         SERVICES,
         SIGNAL,
         INFORMATION,
+        TUNE_URI,
     };
 
     // See Tuner::tune(). The descriptor stays the caller's and may be closed after the call, which
@@ -45,6 +47,10 @@ public:
     // the service watches its process. Null from a client means the proxy's own.
     virtual TuneResult tune(int fd, const std::string& displayName, const TuneOptions& options,
                             const android::sp<android::IBinder>& owner = nullptr) = 0;
+    // The same for a source that the service opens, see Tuner::tune(): "udp://239.255.1.1:5000".
+    // Names of hosts are looked up by the client beforehand (withAddress()).
+    virtual TuneResult tuneUri(const std::string& uri, const TuneOptions& options,
+                               const android::sp<android::IBinder>& owner = nullptr) = 0;
     // Ends tune() and services() that wait in other threads.
     virtual void untune() = 0;
     // See Tuner::services().

@@ -205,6 +205,51 @@ TEST_F(TunerServiceTest, ADeathEndsTheWaitForPackets) {
     EXPECT_EQ(busy, 1);
 }
 
+// Nothing but a live source is named to the service: files are opened by their readers.
+TEST_F(TunerServiceTest, AClientTunesByUri) {
+    TuneOptions quick;
+    quick.timeoutMs = 20;
+    const std::tuple<std::string, TuneStatus> cases[] = {
+        {mFile.path(), TuneStatus::BadUri},
+        {"-", TuneStatus::BadUri},
+        {"udp://127.0.0.1", TuneStatus::BadUri},
+        {"udp://tv.example:5000", TuneStatus::BadUri},
+        {"udp://nowhere0@239.255.77.9:5000", TuneStatus::CannotOpen},
+    };
+    for (const auto& [uri, status] : cases) {
+        const auto result = mClient->tuneUri(uri, quick);
+        EXPECT_EQ(result.status, status) << result.message;
+        EXPECT_EQ(result.message.rfind(uri, 0), 0u) << result.message;
+    }
+    Parcel reply;
+    Parcel withoutOptions;
+    request(&withoutOptions)->writeStrongBinder(new MortalBinder);
+    orvhost::writeText(&withoutOptions, "udp://127.0.0.1:5000");
+    EXPECT_EQ(mService->transact(ITuner::TUNE_URI, withoutOptions, &reply), android::BAD_VALUE);
+    Parcel withoutOwner;
+    orvhost::writeText(request(&withoutOwner), "udp://127.0.0.1:5000");
+    orvhost::writeTuneOptions(&withoutOwner, {});
+    EXPECT_EQ(mService->transact(ITuner::TUNE_URI, withoutOwner, &reply), android::BAD_VALUE);
+}
+
+// A signal from a service that knows no networks is one without their counts.
+TEST_F(TunerServiceTest, ASignalMayEndBeforeTheNetworksCounts) {
+    orvhost::TunerSignal signal;
+    signal.droppedPackets = 3;
+    signal.network.datagrams = 7;
+    signal.network.jitterUs = 9;
+    for (const size_t cut : {0, 8, 64, 72}) {
+        Parcel parcel;
+        orvhost::writeTunerSignal(&parcel, signal);
+        parcel.setDataSize(parcel.dataSize() - cut);
+        parcel.setDataPosition(0);
+        orvhost::TunerSignal read;
+        EXPECT_EQ(orvhost::readTunerSignal(parcel, &read), cut == 0 || cut == 64) << cut;
+        EXPECT_EQ(read.network.jitterUs, cut == 0 ? 9u : 0u);
+        EXPECT_EQ(read.droppedPackets, cut == 72 ? 0u : 3u);
+    }
+}
+
 // Cut at any byte, or with any word replaced, a request is answered and harms nobody.
 TEST_F(TunerServiceTest, HostileRequestsGetAnError) {
     Parcel wrongToken;
