@@ -10,6 +10,7 @@
 #include "StatusLine.h"
 #include "StreamSelection.h"
 #include "TuneFailure.h"
+#include "TuneHere.h"
 #include "UnitFlow.h"
 #include "dtv/Tuner.h"
 
@@ -111,7 +112,7 @@ int captionsCommand(const CaptionsOptions& options) {
     orvhost::TuneOptions tuning;
     tuning.paced = false;
     tuning.follow = false;
-    if (const orvhost::TuneResult tuned = tuner.tune(options.source, tuning); !tuned.ok()) {
+    if (const orvhost::TuneResult tuned = tuneHere(options.source, tuning); !tuned.ok()) {
         return fail(exitCodeOf(tuned.status), tuned.message);
     }
     StreamSelection selection;

@@ -40,7 +40,8 @@ void addService(CLI::App* command, ServiceOptions& options) {
 
 CLI::Option* addSource(CLI::App* command, std::string& source) {
     return command->add_option("SOURCE", source,
-                               "A transport stream file, or - for standard input");
+                               "A transport stream file, - for standard input, "
+                               "udp://[INTERFACE@]ADDRESS:PORT or rtp://...");
 }
 
 template <typename Number>

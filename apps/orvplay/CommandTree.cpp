@@ -30,7 +30,8 @@ CLI::App* addPlay(CLI::App& app, PlayOptions& options) {
     CLI::App* play = app.add_subcommand("play", "Play a broadcast, a recording or a media file");
     play->add_option("SOURCE", options.source,
                      "A channel by name or number, a transport stream file, which plays as live "
-                     "television, - for one on standard input, recording:N, or a media file")
+                     "television, - for one on standard input, udp://[INTERFACE@]ADDRESS:PORT, "
+                     "rtp://..., recording:N, or a media file")
         ->required();
     addStreams(play, options);
     addPid(play, "--pcr-pid", options.pcrPid, "clock");
@@ -76,7 +77,8 @@ CLI::App* addProbe(CLI::App& app, ProbeOptions& options) {
     addSource(probe, options.source)->required();
     probe
         ->add_option("--duration", options.durationS,
-                     "Seconds to read from standard input (a file is read to its end)")
+                     "Seconds to read from standard input or a network (a file is read to its "
+                     "end)")
         ->check(CLI::PositiveNumber)
         ->type_name("SECONDS");
     probe->add_flag("--json", options.json, "Print JSON, one object a line");

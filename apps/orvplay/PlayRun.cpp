@@ -217,6 +217,9 @@ StillLabels PlayRun::labels() const {
 int PlayRun::finish() {
     askService(true);
     mSummary.end(mSession->figures());
+    if (!mSession->isLost()) {
+        mSummary.setReception(mSession->tuner().signal());
+    }
     takeStill();
     if (!mSession->isLost()) {
         const bool isRecording = mSession->player().isRecording();

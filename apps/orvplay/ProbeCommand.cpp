@@ -13,9 +13,12 @@
 #include "HumanText.h"
 #include "Interrupt.h"
 #include "MonotonicTime.h"
+#include "NetworkText.h"
 #include "ServiceNames.h"
 #include "StatusLine.h"
 #include "TuneFailure.h"
+#include "TuneHere.h"
+#include "dtv/SourceUri.h"
 #include "dtv/Tuner.h"
 
 using orvhost::ElementaryStream;
@@ -54,7 +57,7 @@ orvhost::TunerStatistics readThrough(const ProbeOptions& options) {
     StatusLine status;
     const int64_t begin = monotonicNs();
     const auto limitNs = static_cast<int64_t>(options.durationS * 1e9);
-    const bool endless = options.source == "-";
+    const bool endless = options.source == "-" || orvhost::SourceUri::isUri(options.source);
     while (!tuner.atEnd() && !Interrupt::requested() &&
            (!endless || monotonicNs() - begin < limitNs)) {
         status.show("reading: " + std::to_string(tuner.statistics().bytes >> 20) + " MiB");
@@ -154,6 +157,9 @@ void printJson(const ProbeOptions& options, const orvhost::ServiceList& list,
     if (information.clock.utcS >= 0) {
         summary["clock"] = utcText(information.clock.utcS);
     }
+    if (statistics.network.datagrams > 0) {
+        summary["reception"] = networkJson(statistics.network);
+    }
     log.writeLine(summary);
 }
 
@@ -187,6 +193,7 @@ void printText(const ProbeOptions& options, const orvhost::ServiceList& list,
         }
         printf("  %s\n", playLine(options, service).c_str());
     }
+    printf("%s", networkText(statistics.network).c_str());
     printf("%llu packets, %llu bytes outside of packets, %llu losses of sync\n",
            static_cast<unsigned long long>(statistics.packets),
            static_cast<unsigned long long>(statistics.skippedBytes),
@@ -201,7 +208,7 @@ int probeCommand(const ProbeOptions& options) {
     orvhost::TuneOptions tuning;
     tuning.paced = false;
     tuning.freeRunning = true;
-    if (const orvhost::TuneResult tuned = tuner.tune(options.source, tuning); !tuned.ok()) {
+    if (const orvhost::TuneResult tuned = tuneHere(options.source, tuning); !tuned.ok()) {
         fprintf(stderr, "orvplay: %s\n", tuned.message.c_str());
         return exitCodeOf(tuned.status);
     }

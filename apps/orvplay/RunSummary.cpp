@@ -7,6 +7,7 @@
 #include <fstream>
 
 #include "MonotonicTime.h"
+#include "NetworkText.h"
 
 namespace orvplay {
 
@@ -140,6 +141,11 @@ nlohmann::ordered_json RunSummary::toJson(const PictureOutput::Figures& pictures
                                 {"repeated", pictures.numbers.repeated},
                                 {"backward", pictures.numbers.backward}};
     }
+    if (mReception.network.datagrams > 0) {
+        line["reception"] = networkJson(mReception.network);
+        line["reception"]["continuityErrors"] = mReception.continuityErrors;
+        line["reception"]["droppedPackets"] = mReception.droppedPackets;
+    }
     line["cpuSeconds"] = toDecimals(mCpuSeconds, 2);
     line["voluntarySwitches"] = mSwitches;
     line["maxRssKb"] = mMaxRssKb;
@@ -162,7 +168,7 @@ std::string RunSummary::toText(const PictureOutput::Figures& pictures,
              static_cast<unsigned long long>(pictures.frames),
              static_cast<unsigned long long>(mDropped), firstFrameMs(pictures),
              pictures.jitterP99Ms, sound, mCpuSeconds, static_cast<double>(mMaxRssKb) / 1024);
-    return text;
+    return text + networkText(mReception.network);
 }
 
 }  // namespace orvplay

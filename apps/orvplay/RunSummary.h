@@ -34,6 +34,9 @@ public:
     // Playback is about to stop: what is thrown away later does not count.
     void end(const ServiceCounts& service);
 
+    // How the source came in; told of those that come over a network.
+    void setReception(const orvhost::TunerSignal& signal) { mReception = signal; }
+
     nlohmann::ordered_json toJson(const PictureOutput::Figures& pictures,
                                   const SyncMeter& sync) const;
     // A few lines for people.
@@ -56,6 +59,7 @@ private:
     bool mHasSound = true;
     std::optional<uint64_t> mThrownAwayAtBreak;  // while there is one
     uint64_t mThrownAwayInBreaks = 0;
+    orvhost::TunerSignal mReception;
     std::atomic<uint64_t> mCaptions{0};
 };
 

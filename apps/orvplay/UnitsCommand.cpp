@@ -5,6 +5,7 @@
 #include "ServiceNames.h"
 #include "StreamSelection.h"
 #include "TuneFailure.h"
+#include "TuneHere.h"
 #include "UnitsRun.h"
 #include "dtv/Tuner.h"
 
@@ -69,7 +70,7 @@ int unitsCommand(const UnitsOptions& options) {
     orvhost::TuneOptions tuning;
     tuning.paced = false;
     tuning.follow = false;
-    if (const orvhost::TuneResult tuned = tuner.tune(options.source, tuning); !tuned.ok()) {
+    if (const orvhost::TuneResult tuned = tuneHere(options.source, tuning); !tuned.ok()) {
         return fail(exitCodeOf(tuned.status), tuned.message);
     }
     StreamSelection selection;
