@@ -521,7 +521,7 @@ TEST_F(NetworkTunerTest, FailuresSayWhatToDo) {
         {taken, TuneStatus::CannotOpen, "another program receives on this port"},
         {"udp://239.255.77.4", TuneStatus::BadUri, "no port"},
         {"udp://tv.example:" + port, TuneStatus::BadUri, "give the address"},
-        {"http://example/", TuneStatus::BadUri, "there are udp://, rtp:// and files"},
+        {"http://example/", TuneStatus::BadUri, "no such kind of source"},
     };
     for (const auto& [uri, status, part] : cases) {
         const TuneResult result = mTuner.tune(uri, brief);
