@@ -282,7 +282,9 @@ TEST_P(TransportTest, NothingIsLeftOfAConnection) {
         }
     }
     EXPECT_EQ(entries("/proc/self/fd"), descriptors);
-    EXPECT_TRUE(await([&] { return entries("/proc/self/task") == threads; }));
+    // Fewer, when a thread of an earlier test was still ending at the beginning.
+    EXPECT_TRUE(await([&] { return entries("/proc/self/task") <= threads; }))
+        << entries("/proc/self/task") << " threads after " << threads;
 }
 
 INSTANTIATE_TEST_SUITE_P(Over, TransportTest, testing::Values(SOCKET, BUS),
