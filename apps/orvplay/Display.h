@@ -1,7 +1,10 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
+#include "ScreenState.h"
+#include "UserRequest.h"
 #include "graphics/BufferQueue.h"
 
 namespace orvplay {
@@ -9,20 +12,6 @@ namespace orvplay {
 // Where pictures become visible: a window. Everything is called on the one thread that opened it.
 class Display {
 public:
-    enum class Request {
-        NONE,
-        QUIT,
-        NEXT_AUDIO,
-        NEXT_CAPTIONS,
-        PAUSE,  // or go on
-        BACK,   // a little; the next three likewise
-        FORWARD,
-        FAR_BACK,
-        FAR_FORWARD,
-        RECORD,  // or end that
-        COUNT,   // of all these
-    };
-
     virtual ~Display() = default;
 
     // False when there is no display or it cannot be used; says why on standard error.
@@ -38,9 +27,17 @@ public:
     // seconds, or until the next one where it `stays`; empty: none.
     virtual void showStatus(const std::string& utf8, bool stays) = 0;
 
+    // What there is to be told beside the pictures, twice a second at most, and at once after a
+    // change that the user made. When and how it is shown is the display's business.
+    virtual void showState(const ScreenState& state) = 0;
+    // The channels to choose from, when they or what is on air there changed.
+    virtual void showChannels(const ChannelRows& channels) = 0;
+    // Something else plays, or the user asked what does: to be told for a while.
+    virtual void showBanner() = 0;
+
     // Handles what came from the user and shows what is due; never waits. Called after each
-    // picture, and when none came for as long as waitMs() said.
-    virtual Request handleEvents() = 0;
+    // picture, and when none came for as long as waitMs() said. What the user asked for, in order.
+    virtual std::vector<UserRequest> handleEvents() = 0;
 
     // How long the caller may wait for a picture before it calls handleEvents() again.
     virtual int waitMs() const { return 20; }

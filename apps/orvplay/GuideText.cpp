@@ -44,6 +44,10 @@ std::string eventName(const BroadcastInformation& information, const BroadcastEv
     return printable(textOf(information, event, event.rawName));
 }
 
+std::string eventText(const BroadcastInformation& information, const BroadcastEvent& event) {
+    return textOf(information, event, event.rawText);
+}
+
 std::string eventLine(const BroadcastInformation& information, const BroadcastEvent& event) {
     std::string line;
     if (event.startUtcS >= 0) {
@@ -59,7 +63,7 @@ nlohmann::ordered_json eventJson(const BroadcastInformation& information,
                                  const BroadcastEvent& event) {
     nlohmann::ordered_json line = {{"eventId", event.eventId},
                                    {"name", eventName(information, event)},
-                                   {"text", textOf(information, event, event.rawText)}};
+                                   {"text", eventText(information, event)}};
     if (event.startUtcS >= 0) {
         line["start"] = utcText(event.startUtcS);
     }

@@ -17,6 +17,10 @@ const orvhost::BroadcastEvent* eventOf(const orvhost::BroadcastInformation& info
 std::string eventName(const orvhost::BroadcastInformation& information,
                       const orvhost::BroadcastEvent& event);
 
+// What the broadcast tells of it beside that; UTF-8, in lines.
+std::string eventText(const orvhost::BroadcastInformation& information,
+                      const orvhost::BroadcastEvent& event);
+
 // "20:00-21:00 Notícias", in the local time of the broadcast; without times that it leaves open.
 std::string eventLine(const orvhost::BroadcastInformation& information,
                       const orvhost::BroadcastEvent& event);

@@ -11,6 +11,8 @@ namespace orvplay {
 
 namespace {
 
+constexpr size_t REQUESTS_MAX = 64;  // keys held while the player's thread is busy
+
 struct Marks {
     std::optional<uint32_t> number;
     bool flash = false;
@@ -79,10 +81,10 @@ void PictureOutput::run(std::function<void(bool)> opened) {
     while (!mStopRequested) {
         takePicture(mDisplay->waitMs());
         passCaption();
-        if (const auto status = mStatus.take(); status != nullptr) {
-            mDisplay->showStatus(status->text, status->stays);
+        passTexts();
+        for (UserRequest& wanted : mDisplay->handleEvents()) {
+            request(std::move(wanted));
         }
-        onRequest(mDisplay->handleEvents());
         mConsumer->setDisplaySize(mDisplay->width(), mDisplay->height());
     }
     mDisplay = nullptr;  // closed by the thread that opened it
@@ -107,11 +109,48 @@ void PictureOutput::passCaption() {
     }
 }
 
-void PictureOutput::onRequest(Display::Request request) {
-    if (request == Display::Request::QUIT) {
+void PictureOutput::passTexts() {
+    if (const auto status = mStatus.take(); status != nullptr) {
+        mDisplay->showStatus(status->text, status->stays);
+    }
+    if (const auto channels = mChannels.take(); channels != nullptr) {
+        mDisplay->showChannels(*channels);
+    }
+    // A banner that is asked for with a state is not to show an older one.
+    const bool isBannerWanted = mBannerWanted.exchange(false);
+    if (const auto state = mState.take(); state != nullptr) {
+        mDisplay->showState(*state);
+    }
+    if (isBannerWanted) {
+        mDisplay->showBanner();
+    }
+}
+
+void PictureOutput::request(UserRequest request) {
+    if (request.what == Request::QUIT) {
         mQuitRequested = true;
-    } else if (request < Display::Request::COUNT) {
-        ++mRequests[static_cast<size_t>(request)];
+        return;
+    }
+    std::lock_guard<std::mutex> guard(mRequestLock);
+    if (mRequests.size() < REQUESTS_MAX) {
+        mRequests.push_back(std::move(request));
+    }
+}
+
+std::vector<UserRequest> PictureOutput::takeRequests() {
+    std::lock_guard<std::mutex> guard(mRequestLock);
+    return std::exchange(mRequests, {});
+}
+
+void PictureOutput::showState(const ScreenState& state) {
+    if (mHasDisplay) {
+        mState.put(std::make_unique<ScreenState>(state));
+    }
+}
+
+void PictureOutput::showChannels(const ChannelRows& channels) {
+    if (mHasDisplay) {
+        mChannels.put(std::make_unique<ChannelRows>(channels));
     }
 }
 

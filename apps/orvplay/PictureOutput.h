@@ -1,6 +1,5 @@
 #pragma once
 
-#include <array>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -10,6 +9,7 @@
 #include <optional>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "Display.h"
 #include "FrameMeter.h"
@@ -63,6 +63,10 @@ public:
 
     // A line in the corner, see Display::showStatus(). Any thread.
     void showStatus(std::string utf8, bool stays);
+    // See Display. Any thread; of what was not fetched yet the newest is shown.
+    void showState(const ScreenState& state);
+    void showChannels(const ChannelRows& channels);
+    void showBanner() { mBannerWanted = true; }
     // The next picture is no successor of the last one: playback was paused, or went elsewhere.
     // Any thread.
     void expectBreak() {
@@ -78,16 +82,17 @@ public:
     bool takeStill(Still* still) const;
     // The user closed the window or asked to quit.
     bool quitRequested() const { return mQuitRequested; }
-    // How often the user asked for this since the last call.
-    int takeRequests(Display::Request request) {
-        return mRequests[static_cast<size_t>(request)].exchange(0);
-    }
+    // What the user asked for since the last call, in order; to quit is told above alone.
+    std::vector<UserRequest> takeRequests();
+    // As if the user had asked for it at the display; also without one. One that finds many before
+    // it is dropped. Any thread.
+    void request(UserRequest request);
 
 private:
     void run(std::function<void(bool)> opened);
     void takePicture(int timeoutMs);
     void passCaption();
-    void onRequest(Display::Request request);
+    void passTexts();
     void onPicture(const orvhost::AcquiredBuffer& picture);
     void keepLast(const orvhost::AcquiredBuffer& picture);
 
@@ -98,7 +103,6 @@ private:
     std::thread mThread;
     std::atomic<bool> mStopRequested{false};
     std::atomic<bool> mQuitRequested{false};
-    std::array<std::atomic<int>, static_cast<size_t>(Display::Request::COUNT)> mRequests{};
     std::atomic<bool> mCaptionsVisible{true};
     std::atomic<bool> mBreakExpected{false};
     struct Status {
@@ -107,6 +111,12 @@ private:
     };
     Mailbox<std::string> mCaption;
     Mailbox<Status> mStatus;
+    Mailbox<ScreenState> mState;
+    Mailbox<ChannelRows> mChannels;
+    std::atomic<bool> mBannerWanted{false};
+
+    std::mutex mRequestLock;
+    std::vector<UserRequest> mRequests;
 
     mutable std::mutex mLock;  // the three below
     mutable std::condition_variable mFirst;

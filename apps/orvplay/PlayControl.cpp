@@ -1,5 +1,8 @@
 #include "PlayControl.h"
 
+#include <utility>
+#include <vector>
+
 #include "ExitCode.h"
 #include "HumanText.h"
 #include "RecordingText.h"
@@ -10,9 +13,23 @@ namespace orvplay {
 
 namespace {
 
-// As the players that people know have it.
-constexpr int64_t STEP_MS = 5'000;
-constexpr int64_t FAR_STEP_MS = 60'000;
+// Held keys come faster than they can be followed: steps in a row are one, and what is switched
+// twice in a row stays.
+std::vector<UserRequest> merged(const std::vector<UserRequest>& requests) {
+    std::vector<UserRequest> few;
+    for (const UserRequest& request : requests) {
+        const bool isAgain = !few.empty() && few.back().what == request.what;
+        if (isAgain && (request.what == Request::SEEK || request.what == Request::VOLUME)) {
+            few.back().value += request.value;
+        } else if (isAgain && (request.what == Request::PAUSE || request.what == Request::RECORD ||
+                               request.what == Request::MUTE)) {
+            few.pop_back();
+        } else {
+            few.push_back(request);
+        }
+    }
+    return few;
+}
 
 int64_t numberOr(const nlohmann::json& request, const char* key, int64_t otherwise) {
     const auto found = request.find(key);
@@ -40,29 +57,34 @@ PlayControl::PlayControl(const PlayParts& parts, const PlaySource& source,
       mStreams(parts, selection),
       mTransport(parts, source) {}
 
-Status PlayControl::lookAtKeys() {
-    using Request = Display::Request;
-    const auto times = [this](Request request) { return mParts.pictures.takeRequests(request); };
-    for (int left = times(Request::NEXT_AUDIO); left > 0; --left) {
-        if (const Status status = mStreams.nextSound(); !status.ok()) {
-            return status;
-        }
+Status PlayControl::lookAtRequests() {
+    for (const UserRequest& request : merged(mParts.pictures.takeRequests())) {
+        act(request);
     }
-    for (int left = times(Request::NEXT_CAPTIONS); left > 0; --left) {
-        mStreams.nextCaptions();
+    return std::exchange(mBroken, {});
+}
+
+Status PlayControl::act(const UserRequest& request) {
+    switch (request.what) {
+        case Request::NEXT_AUDIO:
+            return nextSound();
+        case Request::NEXT_CAPTIONS:
+            mStreams.nextCaptions();
+            return {};
+        case Request::PAUSE:
+            return toldFailure(mTransport.togglePause());
+        case Request::SEEK:
+            return toldFailure(mTransport.seekBy(request.value));
+        case Request::SEEK_TO:
+            return toldFailure(mTransport.seekTo(request.value));
+        case Request::RECORD:
+            return toldFailure(toggleRecording());
+        case Request::BANNER:
+            mParts.pictures.showBanner();
+            return {};
+        default:
+            return {};
     }
-    if (times(Request::PAUSE) % 2 != 0) {
-        tellFailure(mTransport.togglePause());
-    }
-    const int64_t steps = times(Request::FORWARD) - times(Request::BACK);
-    const int64_t farSteps = times(Request::FAR_FORWARD) - times(Request::FAR_BACK);
-    if (steps != 0 || farSteps != 0) {
-        tellFailure(mTransport.seekBy(steps * STEP_MS + farSteps * FAR_STEP_MS));
-    }
-    if (times(Request::RECORD) % 2 != 0) {
-        toggleRecording();
-    }
-    return {};
 }
 
 PlayControl::Json PlayControl::serve(const Json& request) {
@@ -123,15 +145,24 @@ Status PlayControl::stopRecording(bool keep) {
     return {};
 }
 
-void PlayControl::toggleRecording() {
-    tellFailure(mParts.session.player().isRecording() ? stopRecording(true)
-                                                      : startRecording("", mStorage));
+Status PlayControl::nextSound() {
+    const Status status = mStreams.nextSound();
+    if (!status.ok()) {
+        mBroken = status;
+    }
+    return status;
 }
 
-void PlayControl::tellFailure(const Status& status) {
+Status PlayControl::toggleRecording() {
+    return mParts.session.player().isRecording() ? stopRecording(true)
+                                                 : startRecording("", mStorage);
+}
+
+Status PlayControl::toldFailure(const Status& status) {
     if (!status.ok()) {
         tell(status.message);
     }
+    return status;
 }
 
 void PlayControl::tell(const std::string& line) {

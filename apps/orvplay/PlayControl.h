@@ -28,8 +28,11 @@ public:
     PlayControl(const PlayParts& parts, const PlaySource& source, StreamSelection& selection,
                 RecordingControl& recording, int storage);
 
-    // Does what the keys asked for. The status of a player that had to be made anew.
-    orvclient::Status lookAtKeys();
+    // Does what was asked for at the display. The status of a player that had to be made anew.
+    orvclient::Status lookAtRequests();
+    // Does one thing that the user asked for, from wherever. Where it fails it was said so; where
+    // nothing can play any more, lookAtRequests() tells it too.
+    orvclient::Status act(const UserRequest& request);
     // Serves a request of another command: its answer.
     Json serve(const Json& request);
     // To be called now and then with what came out.
@@ -47,8 +50,9 @@ public:
     const Transport& transport() const { return mTransport; }
 
 private:
-    void toggleRecording();
-    void tellFailure(const orvclient::Status& status);
+    orvclient::Status nextSound();
+    orvclient::Status toggleRecording();
+    orvclient::Status toldFailure(const orvclient::Status& status);
     void tell(const std::string& line);
 
     const PlayParts mParts;
@@ -58,6 +62,7 @@ private:
     const int mStorage;
     StreamSwitch mStreams;
     Transport mTransport;
+    orvclient::Status mBroken;  // why nothing plays any more
 };
 
 }  // namespace orvplay

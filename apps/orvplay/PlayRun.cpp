@@ -131,6 +131,8 @@ bool PlayRun::openOutputs() {
                           [this] { askService(true); },
                           [this] { return playAgain(); }};
     mControl.emplace(parts, mSource, mSelection, mRecording, mOptions.storage);
+    mScreen.emplace(parts, ScreenStateSource::Sources{mSource, mSelection, mService, mRecording,
+                                                      mControl->transport(), mSync});
     return mPictures->start();
 }
 
@@ -235,6 +237,7 @@ int PlayRun::finish() {
     }
     const bool nothingCame = mSourceEnd.seen() && !outputsOpened(mPictures->figures());
     const std::string missing = missingStream();
+    mScreen.reset();
     mControl.reset();
     mSession = nullptr;  // no event comes after this: the summary is the last line
     mPictures->stop();

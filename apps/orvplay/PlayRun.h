@@ -22,6 +22,7 @@
 #include "PlayerSession.h"
 #include "RecordingControl.h"
 #include "RunSummary.h"
+#include "ScreenStateSource.h"
 #include "ServiceState.h"
 #include "SoundMeter.h"
 #include "SourceEnd.h"
@@ -92,7 +93,8 @@ private:
     RecordingControl mRecording{mEvents, mMessages};
     ControlServer mServer;
     std::unique_ptr<PlayerSession> mSession;
-    std::optional<PlayControl> mControl;  // while it plays
+    std::optional<PlayControl> mControl;  // while it plays; the next too
+    std::optional<ScreenStateSource> mScreen;
     SourceEnd mSourceEnd;
 
     Outcome mOutcome = Outcome::GO_ON;

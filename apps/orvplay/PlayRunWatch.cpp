@@ -58,6 +58,7 @@ PlayRun::Outcome PlayRun::look() {
     const PictureOutput::Figures figures = mPictures->figures();
     reportFirstPicture(figures);
     mControl->look(figures);
+    mScreen->look(figures);
     updateStatus(figures);
     if (mSource.kind != SourceKind::MEDIA && !mHinted && !mControl->transport().isPaused() &&
         !outputsOpened(figures) && monotonicNs() - mEvents.beginNs() > HINT_NS) {
@@ -92,7 +93,7 @@ PlayRun::Outcome PlayRun::lookAtService() {
     if (const Outcome outcome = lookAtErrors(); outcome != Outcome::GO_ON) {
         return outcome;
     }
-    if (const Outcome outcome = outcomeOf(mControl->lookAtKeys(), "the player cannot go on");
+    if (const Outcome outcome = outcomeOf(mControl->lookAtRequests(), "the player cannot go on");
         outcome != Outcome::GO_ON) {
         return outcome;
     }

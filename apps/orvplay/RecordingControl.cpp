@@ -69,8 +69,12 @@ bool RecordingControl::goesOn(Player& player) const {
            details.state == orvhost::RecordingState::Recording;
 }
 
+int64_t RecordingControl::lengthMs() const {
+    return (monotonicNs() - mBeginNs) / 1'000'000;
+}
+
 std::string RecordingControl::lengthText() const {
-    return timeText((monotonicNs() - mBeginNs) / 1'000'000);
+    return timeText(lengthMs());
 }
 
 std::string toLabel(const std::string& name) {

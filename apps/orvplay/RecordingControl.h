@@ -32,7 +32,8 @@ public:
 
     // Of the recording that is under way, or was last; 0: none, or unknown.
     int number() const { return mNumber; }
-    // "0:12", since it began.
+    // Since it began; "0:12".
+    int64_t lengthMs() const;
     std::string lengthText() const;
 
 private:

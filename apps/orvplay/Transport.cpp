@@ -105,12 +105,19 @@ std::string Transport::position() const {
     if (mSource.kind == SourceKind::LIVE) {
         return "";
     }
+    const int64_t length = durationMs();
+    return length > 0 ? timeText(positionMs()) + " / " + timeText(length) : timeText(positionMs());
+}
+
+int64_t Transport::positionMs() const {
     const int64_t elapsedMs = mParts.session.player().elapsed().count();
-    const int64_t durationMs = mSource.kind == SourceKind::MEDIA
-                                   ? mParts.session.figures().mediaDurationMs
-                                   : mSource.durationMs;
-    return durationMs > 0 ? timeText(std::min(elapsedMs, durationMs)) + " / " + timeText(durationMs)
-                          : timeText(elapsedMs);
+    const int64_t length = durationMs();
+    return length > 0 ? std::min(elapsedMs, length) : elapsedMs;
+}
+
+int64_t Transport::durationMs() const {
+    return mSource.kind == SourceKind::MEDIA ? mParts.session.figures().mediaDurationMs
+                                             : mSource.durationMs;
 }
 
 }  // namespace orvplay

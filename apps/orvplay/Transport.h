@@ -31,6 +31,9 @@ public:
     bool isPaused() const { return mIsPaused; }
     // "0:12 / 1:30", "0:12" where the length is unknown; nothing for what has no position.
     std::string position() const;
+    // How far it is, of how much; 0 where that is unknown.
+    int64_t positionMs() const;
+    int64_t durationMs() const;
 
 private:
     void beginBreak();

@@ -16,6 +16,9 @@ namespace orvplay {
 namespace {
 
 constexpr int64_t STATUS_NS = 2'000'000'000;
+// As the players that people know have it.
+constexpr int64_t STEP_MS = 5'000;
+constexpr int64_t FAR_STEP_MS = 60'000;
 constexpr int POLL_MS = 20;  // how soon the user's events are looked at
 constexpr int WINDOW_WIDTH = 1280;
 constexpr int WINDOW_HEIGHT = 720;
@@ -178,26 +181,25 @@ void WindowDisplay::toggleFullScreen() {
     }
 }
 
-// The first request ends the look: what the user asked for after it stays in SDL's queue.
-Display::Request WindowDisplay::handleEvents() {
-    Request request = Request::NONE;
+std::vector<UserRequest> WindowDisplay::handleEvents() {
     bool damaged = false;
     SDL_Event event;
     SDL_PumpEvents();
-    while (request == Request::NONE &&
-           SDL_PeepEvents(&event, 1, SDL_GETEVENT, SDL_FIRSTEVENT, SDL_LASTEVENT) == 1) {
+    while (SDL_PeepEvents(&event, 1, SDL_GETEVENT, SDL_FIRSTEVENT, SDL_LASTEVENT) == 1) {
         if (event.type == SDL_QUIT) {
-            request = Request::QUIT;
+            ask(Request::QUIT);
         } else if (event.type == SDL_WINDOWEVENT) {
             damaged |= event.window.event == SDL_WINDOWEVENT_EXPOSED ||
                        event.window.event == SDL_WINDOWEVENT_SIZE_CHANGED;
         } else if (event.type == SDL_KEYDOWN) {
-            request = onKey(event.key.keysym.sym, event.key.repeat != 0);
+            onKey(event.key.keysym.sym, event.key.repeat != 0);
         } else if (event.type == SDL_KEYUP) {
             mHashHeld = false;
         } else if (event.type == SDL_TEXTINPUT && strcmp(event.text.text, "#") == 0) {
             // As text, for it lies on another key in each country.
-            request = std::exchange(mHashHeld, true) ? Request::NONE : Request::NEXT_AUDIO;
+            if (!std::exchange(mHashHeld, true)) {
+                ask(Request::NEXT_AUDIO);
+            }
         }
     }
     if (damaged) {
@@ -211,40 +213,39 @@ Display::Request WindowDisplay::handleEvents() {
     if (!(fieldIsDue && showSecondField()) && damaged) {
         draw();
     }
-    return request;
+    return std::exchange(mRequests, {});
 }
 
-Display::Request WindowDisplay::onKey(int key, bool isRepeated) {
+void WindowDisplay::onKey(int key, bool isRepeated) {
     switch (key) {
         case SDLK_LEFT:
-            return Request::BACK;
+            return ask(Request::SEEK, -STEP_MS);
         case SDLK_RIGHT:
-            return Request::FORWARD;
+            return ask(Request::SEEK, STEP_MS);
         case SDLK_DOWN:
-            return Request::FAR_BACK;
+            return ask(Request::SEEK, -FAR_STEP_MS);
         case SDLK_UP:
-            return Request::FAR_FORWARD;
+            return ask(Request::SEEK, FAR_STEP_MS);
         default:
             break;
     }
     if (isRepeated) {
-        return Request::NONE;
+        return;
     }
     switch (key) {
         case SDLK_q:
         case SDLK_ESCAPE:
-            return Request::QUIT;
+            return ask(Request::QUIT);
         case SDLK_v:
-            return Request::NEXT_CAPTIONS;
+            return ask(Request::NEXT_CAPTIONS);
         case SDLK_SPACE:
-            return Request::PAUSE;
+            return ask(Request::PAUSE);
         case SDLK_r:
-            return Request::RECORD;
+            return ask(Request::RECORD);
         case SDLK_f:
-            toggleFullScreen();
-            return Request::NONE;
+            return toggleFullScreen();
         default:
-            return Request::NONE;
+            return;
     }
 }
 

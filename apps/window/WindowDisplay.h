@@ -41,7 +41,10 @@ public:
     void show(const orvhost::AcquiredBuffer& picture) override;
     void showCaption(const std::string& utf8) override;
     void showStatus(const std::string& utf8, bool stays) override;
-    Request handleEvents() override;
+    void showState(const ScreenState& state) override { mState = state; }
+    void showChannels(const ChannelRows& channels) override { mChannels = channels; }
+    void showBanner() override {}
+    std::vector<UserRequest> handleEvents() override;
     int waitMs() const override;
     int width() const override { return mWidth; }
     int height() const override { return mHeight; }
@@ -60,7 +63,8 @@ private:
     bool drawsWithProcessor() const;
     void updateSize();
     void toggleFullScreen();
-    Request onKey(int key, bool isRepeated);
+    void onKey(int key, bool isRepeated);
+    void ask(Request what, int64_t value = 0) { mRequests.push_back({what, value}); }
 
     // False when there is no result, and nothing was drawn.
     bool showDeinterlaced(const PictureView& picture);
@@ -91,7 +95,10 @@ private:
         TextOverlay status{rasterizer, TextPlace::CORNER};
     };
     std::unique_ptr<Overlays> mOverlays;
-    bool mHashHeld = false;  // a key that repeats asks once
+    ScreenState mState;
+    ChannelRows mChannels;
+    std::vector<UserRequest> mRequests;  // of the events that are being handled
+    bool mHashHeld = false;              // a key that repeats asks once
 
     LoadGuard mGuard;
     Deinterlacer mDeinterlacer;

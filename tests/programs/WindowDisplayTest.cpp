@@ -13,6 +13,7 @@
 #include <optional>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "TestPictures.h"
 #include "VirtualScreen.h"
@@ -269,7 +270,6 @@ TEST_F(WindowDisplayTest, ACaptionLiesOverThePictureUntilItIsCleared) {
 }
 
 TEST_F(WindowDisplayTest, TellsWhatTheUserAskedForAndTakesNoInterrupt) {
-    using Request = Display::Request;
     struct sigaction action {};
     sigaction(SIGINT, nullptr, &action);
     EXPECT_EQ(action.sa_handler, SIG_DFL);
@@ -284,41 +284,41 @@ TEST_F(WindowDisplayTest, TellsWhatTheUserAskedForAndTakesNoInterrupt) {
         }
         SDL_PushEvent(&event);
     };
-    EXPECT_EQ(mDisplay->handleEvents(), Request::NONE);
+    using Requests = std::vector<UserRequest>;
+    EXPECT_EQ(mDisplay->handleEvents(), Requests{});
     struct {
         Uint32 type;
         SDL_Keycode key;
         const char* text;
-        Request request;
+        Requests requests;
     } const cases[] = {
-        {SDL_KEYDOWN, SDLK_a, "", Request::NONE},
-        {SDL_KEYDOWN, SDLK_f, "", Request::NONE},
-        {SDL_KEYDOWN, SDLK_f, "", Request::NONE},
-        {SDL_KEYDOWN, SDLK_v, "", Request::NEXT_CAPTIONS},
-        {SDL_TEXTINPUT, 0, "3", Request::NONE},
-        {SDL_TEXTINPUT, 0, "#", Request::NEXT_AUDIO},
-        {SDL_TEXTINPUT, 0, "#", Request::NONE},  // held down
-        {SDL_KEYUP, SDLK_3, "", Request::NONE},
-        {SDL_TEXTINPUT, 0, "#", Request::NEXT_AUDIO},
-        {SDL_KEYDOWN, SDLK_q, "", Request::QUIT},
-        {SDL_KEYDOWN, SDLK_ESCAPE, "", Request::QUIT},
-        {SDL_KEYDOWN, SDLK_SPACE, "", Request::PAUSE},
-        {SDL_KEYDOWN, SDLK_r, "", Request::RECORD},
-        {SDL_KEYDOWN, SDLK_LEFT, "", Request::BACK},
-        {SDL_KEYDOWN, SDLK_RIGHT, "", Request::FORWARD},
-        {SDL_KEYDOWN, SDLK_DOWN, "", Request::FAR_BACK},
-        {SDL_KEYDOWN, SDLK_UP, "", Request::FAR_FORWARD},
-        {SDL_QUIT, 0, "", Request::QUIT},
+        {SDL_KEYDOWN, SDLK_a, "", {}},
+        {SDL_KEYDOWN, SDLK_f, "", {}},
+        {SDL_KEYDOWN, SDLK_f, "", {}},
+        {SDL_KEYDOWN, SDLK_v, "", {{Request::NEXT_CAPTIONS}}},
+        {SDL_TEXTINPUT, 0, "3", {}},
+        {SDL_TEXTINPUT, 0, "#", {{Request::NEXT_AUDIO}}},
+        {SDL_TEXTINPUT, 0, "#", {}},  // held down
+        {SDL_KEYUP, SDLK_3, "", {}},
+        {SDL_TEXTINPUT, 0, "#", {{Request::NEXT_AUDIO}}},
+        {SDL_KEYDOWN, SDLK_q, "", {{Request::QUIT}}},
+        {SDL_KEYDOWN, SDLK_ESCAPE, "", {{Request::QUIT}}},
+        {SDL_KEYDOWN, SDLK_SPACE, "", {{Request::PAUSE}}},
+        {SDL_KEYDOWN, SDLK_r, "", {{Request::RECORD}}},
+        {SDL_KEYDOWN, SDLK_LEFT, "", {{Request::SEEK, -5'000}}},
+        {SDL_KEYDOWN, SDLK_RIGHT, "", {{Request::SEEK, 5'000}}},
+        {SDL_KEYDOWN, SDLK_DOWN, "", {{Request::SEEK, -60'000}}},
+        {SDL_KEYDOWN, SDLK_UP, "", {{Request::SEEK, 60'000}}},
+        {SDL_QUIT, 0, "", {{Request::QUIT}}},
     };
     for (const auto& test : cases) {
         push(test.type, test.key, test.text);
-        EXPECT_EQ(mDisplay->handleEvents(), test.request) << test.type << " " << test.key;
+        EXPECT_TRUE(mDisplay->handleEvents() == test.requests) << test.type << " " << test.key;
     }
-    // None is lost when two come at once.
+    // In the order in which they came.
     push(SDL_KEYDOWN, SDLK_v, "");
     push(SDL_KEYDOWN, SDLK_q, "");
-    EXPECT_EQ(mDisplay->handleEvents(), Request::NEXT_CAPTIONS);
-    EXPECT_EQ(mDisplay->handleEvents(), Request::QUIT);
+    EXPECT_TRUE(mDisplay->handleEvents() == (Requests{{Request::NEXT_CAPTIONS}, {Request::QUIT}}));
 }
 
 // Where no window can be opened, one line says what to do instead.
