@@ -199,10 +199,10 @@ bool ChannelList::add(const std::vector<Channel>& channels, size_t* added, std::
     return save(error);
 }
 
-const Channel* ChannelList::find(const std::string& nameOrNumber) const {
-    const auto first = [this](const std::function<bool(const Channel&)>& fits) {
+const Channel* findChannel(const std::vector<Channel>& channels, const std::string& nameOrNumber) {
+    const auto first = [&channels](const std::function<bool(const Channel&)>& fits) {
         const Channel* found = nullptr;
-        for (const Channel& channel : mChannels) {
+        for (const Channel& channel : channels) {
             if (!channel.name.empty() && fits(channel) &&
                 (found == nullptr || (found->oneSegment && !channel.oneSegment))) {
                 found = &channel;
@@ -229,7 +229,7 @@ const Channel* ChannelList::find(const std::string& nameOrNumber) const {
         }
     }
     const Channel* only = nullptr;
-    for (const Channel& channel : mChannels) {
+    for (const Channel& channel : channels) {
         if (!name.empty() && searchText(channel.name).rfind(name, 0) == 0) {
             if (only != nullptr) {
                 return nullptr;

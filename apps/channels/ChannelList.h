@@ -7,6 +7,11 @@
 
 namespace orvplay {
 
+// By number, name, or number of the service, in this order; a number's first part stands for the
+// first of its channels, and the beginning of a name for the only channel it may mean. Among equals
+// the full-segment one. Null when there is none.
+const Channel* findChannel(const std::vector<Channel>& channels, const std::string& nameOrNumber);
+
 // The user's channels, kept in two files that other programs read as they are:
 //
 //   channels.conf  what a DVB adapter receives, in the format of dvbv5-scan and dvbv5-zap
@@ -25,10 +30,10 @@ public:
     // cannot be understood; nothing changes then.
     bool load(std::string* error);
 
-    // By number, name, or number of the service, in this order; a number's first part stands for
-    // the first of its channels, and the beginning of a name for the only channel it may mean.
-    // Among equals the full-segment one. Null when there is none. The list owns it.
-    const Channel* find(const std::string& nameOrNumber) const;
+    // See findChannel(). The list owns it.
+    const Channel* find(const std::string& nameOrNumber) const {
+        return findChannel(mChannels, nameOrNumber);
+    }
 
     // Those whose name holds each word, or whose number begins so.
     std::vector<Channel> search(const std::string& text) const;

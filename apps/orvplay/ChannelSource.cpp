@@ -1,13 +1,17 @@
 #include "ChannelSource.h"
 
+#include <dtv/TunerTypes.h>
 #include <linux/dvb/frontend.h>
 #include <unistd.h>
 
 #include <cstdio>
+#include <filesystem>
 
 #include "ExitCode.h"
 #include "PlaySource.h"
 #include "channels/ChannelList.h"
+#include "dtv/LiveSource.h"
+#include "dtv/SourceUri.h"
 
 namespace orvplay {
 
@@ -76,6 +80,19 @@ std::string sourceOf(const Channel& channel) {
         }
     }
     return system == SYS_ISDBT ? place.uri() : std::string();
+}
+
+std::string placeOf(const std::string& source) {
+    std::string place;
+    if (orvhost::SourceUri::isUri(source)) {
+        orvhost::TuneResult result;
+        place = orvhost::liveSourceKey(source, result);
+    } else if (source != "-") {
+        std::error_code failure;
+        const auto whole = std::filesystem::absolute(source, failure);
+        place = std::filesystem::weakly_canonical(whole, failure).string();
+    }
+    return place.empty() ? source : place;
 }
 
 void setPlace(const orvhost::DvbParameters& place, Channel* channel) {

@@ -18,6 +18,10 @@ int resolveChannel(StreamOptions* options);
 // tuning that is not of ISDB-T.
 std::string sourceOf(const Channel& channel);
 
+// What is the same for all names of one source: of a file its whole path, of a URI its parts in
+// their usual order. Sources with equal places are one multiplex.
+std::string placeOf(const std::string& source);
+
 // Where an adapter received a channel.
 void setPlace(const orvhost::DvbParameters& place, Channel* channel);
 
