@@ -9,6 +9,7 @@
 #include "CommandLine.h"
 #include "CommandText.h"
 #include "Completion.h"
+#include "DoctorCommand.h"
 #include "ExitCode.h"
 #include "PlayCommand.h"
 #include "ProbeCommand.h"
@@ -130,6 +131,17 @@ CLI::App* addCaptions(CLI::App& app, CaptionsOptions& options) {
     return captions;
 }
 
+CLI::App* addDoctor(CLI::App& app, bool& json) {
+    CLI::App* doctor = app.add_subcommand(
+        "doctor", "Check what playing stands on, and print the commands that mend it");
+    doctor->add_flag("--json", json, "Print JSON, one object a line");
+    doctor->footer(
+        "Looks at tuner, display, sound server, fonts, codecs, player service, session bus,\n"
+        "folders and limits, and changes nothing. A note or a warning hinders nothing; what is\n"
+        "missing makes the exit code 1.");
+    return doctor;
+}
+
 CLI::App* addCompletion(CLI::App& app, std::string& shell) {
     CLI::App* completion =
         app.add_subcommand("completion", "Print what makes a shell complete orvplay's commands");
@@ -157,6 +169,7 @@ CommandTree::CommandTree() : mApp("OrvPlayer: ISDB-T / SBTVD digital television"
     add(mRecord.addTo(mApp), [this] { return mRecord.run(); });
     add(addChannels(mApp, mChannels), [this] { return channelsCommand(mChannels); });
     add(addScan(mApp, mScan), [this] { return scanCommand(mScan); });
+    add(addDoctor(mApp, mDoctorJson), [this] { return doctorCommand(mDoctorJson); });
     add(addCompletion(mApp, mShell), [this] { return printCompletion(); });
 }
 

@@ -42,6 +42,7 @@ private:
     RecordCommandLine mRecord;
     ChannelsOptions mChannels;
     ScanOptions mScan;
+    bool mDoctorJson = false;
     std::string mShell;  // to complete for
 };
 

@@ -79,16 +79,10 @@ WindowDisplay::~WindowDisplay() {
     }
 }
 
-bool WindowDisplay::open() {
-    SDL_SetHint(SDL_HINT_NO_SIGNAL_HANDLERS, "1");  // an interrupt ends the program, not the window
-    SDL_SetHint(SDL_HINT_APP_NAME, "OrvPlayer");
-    // Without a graphics card, pixels go to the display directly and not through OpenGL.
-    SDL_SetHint(SDL_HINT_FRAMEBUFFER_ACCELERATION, "0");
-    SDL_SetHint(SDL_HINT_VIDEO_X11_NET_WM_BYPASS_COMPOSITOR, "0");
-
+bool WindowDisplay::reachDisplay(std::string* error) {
     if (!isSet("SDL_VIDEODRIVER")) {
         if (!isSet("DISPLAY") && !isSet("WAYLAND_DISPLAY")) {
-            fprintf(stderr, "orvplay: there is no display for a window; use --headless\n");
+            *error = "there is no display";
             return false;
         }
         // Left to itself, SDL would draw into nothing where the display does not answer.
@@ -97,14 +91,38 @@ bool WindowDisplay::open() {
                                                         : "wayland";
         SDL_SetHint(SDL_HINT_VIDEODRIVER, drivers);
     }
-    mInitialised = SDL_InitSubSystem(SDL_INIT_VIDEO) == 0;
+    const bool reached = SDL_InitSubSystem(SDL_INIT_VIDEO) == 0;
+    *error = reached ? "" : SDL_GetError();
+    return reached;
+}
+
+const char* WindowDisplay::findDisplay(std::string* error) {
+    if (!reachDisplay(error)) {
+        return nullptr;
+    }
+    // The name is a constant of the library.
+    const char* const driver = SDL_GetCurrentVideoDriver();
+    SDL_QuitSubSystem(SDL_INIT_VIDEO);
+    return driver != nullptr ? driver : "SDL";
+}
+
+bool WindowDisplay::open() {
+    SDL_SetHint(SDL_HINT_NO_SIGNAL_HANDLERS, "1");  // an interrupt ends the program, not the window
+    SDL_SetHint(SDL_HINT_APP_NAME, "OrvPlayer");
+    // Without a graphics card, pixels go to the display directly and not through OpenGL.
+    SDL_SetHint(SDL_HINT_FRAMEBUFFER_ACCELERATION, "0");
+    SDL_SetHint(SDL_HINT_VIDEO_X11_NET_WM_BYPASS_COMPOSITOR, "0");
+
+    std::string error;
+    mInitialised = reachDisplay(&error);
     bool opened = mInitialised && createWindow(true);
     if (mInitialised && (!opened || drawsWithProcessor())) {
         destroyWindow();
         opened = createWindow(false);
     }
     if (!opened) {
-        fprintf(stderr, "orvplay: no window can be opened (%s); use --headless\n", SDL_GetError());
+        fprintf(stderr, "orvplay: no window can be opened (%s); use --headless\n",
+                mInitialised ? SDL_GetError() : error.c_str());
         return false;
     }
     SDL_ShowWindow(mWindow);

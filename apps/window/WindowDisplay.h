@@ -37,6 +37,10 @@ public:
     WindowDisplay(const WindowDisplay&) = delete;  // owns a window
     WindowDisplay& operator=(const WindowDisplay&) = delete;
 
+    // Tries to reach the display as open() does, without a window: the kind of display. Null, and
+    // one line in *error, when there is none.
+    static const char* findDisplay(std::string* error);
+
     bool open() override;
     void show(const orvhost::AcquiredBuffer& picture) override;
     void showCaption(const std::string& utf8) override;
@@ -58,6 +62,7 @@ private:
         int height = 0;
     };
 
+    static bool reachDisplay(std::string* error);
     bool createWindow(bool accelerated);
     void destroyWindow();
     bool drawsWithProcessor() const;
