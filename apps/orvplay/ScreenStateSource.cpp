@@ -63,6 +63,9 @@ void ScreenStateSource::look(const PictureOutput::Figures& figures) {
                            (mInformation.clock.ageMs + (nowNs - mClockReadNs) / 1'000'000) / 1000;
     }
     mParts.pictures.showState(mState);
+    if (figures.frames > 0 && !std::exchange(mHasBegun, true)) {
+        mParts.pictures.showBanner();
+    }
     if (std::exchange(mChannelsChanged, false)) {
         mParts.pictures.showChannels(mChannels);
     }

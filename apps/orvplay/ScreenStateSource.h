@@ -56,6 +56,7 @@ private:
     orvhost::BroadcastInformation mInformation;
     ChannelRows mChannels;
     bool mChannelsChanged = false;
+    bool mHasBegun = false;        // the first picture came
     int64_t mNextNs = 0;           // monotonic: of the next look
     int64_t mNextBroadcastNs = 0;  // likewise, at the broadcast
     int64_t mClockReadNs = 0;      // when mInformation was

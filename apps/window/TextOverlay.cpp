@@ -2,6 +2,8 @@
 
 #include <SDL.h>
 
+#include <algorithm>
+
 namespace orvplay {
 
 void TextOverlay::setText(const std::string& utf8, int64_t endNs) {
@@ -26,7 +28,7 @@ bool TextOverlay::takeChanged() {
     return changed;
 }
 
-void TextOverlay::draw(SDL_Renderer* renderer, const SDL_Rect& picture) {
+void TextOverlay::draw(SDL_Renderer* renderer, const SDL_Rect& picture, int bottom) {
     if (mText.empty()) {
         releaseTexture();
         return;
@@ -35,7 +37,8 @@ void TextOverlay::draw(SDL_Renderer* renderer, const SDL_Rect& picture) {
         provideTexture(renderer, picture.w, picture.h);
     }
     if (mTexture != nullptr) {
-        const SDL_Rect place{picture.x + mX, picture.y + mY, mWidth, mHeight};
+        const int lowest = std::max(bottom - mHeight, picture.y);
+        const SDL_Rect place{picture.x + mX, std::min(picture.y + mY, lowest), mWidth, mHeight};
         SDL_RenderCopy(renderer, mTexture, nullptr, &place);
     }
 }

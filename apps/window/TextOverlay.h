@@ -35,8 +35,9 @@ public:
     // True once after a change: what is on the screen is out of date.
     bool takeChanged();
 
-    // Copies the text into the window where the picture is.
-    void draw(SDL_Renderer* renderer, const SDL_Rect& picture);
+    // Copies the text into the window where the picture is, and where it lies lower than `bottom`,
+    // a row of the window, above that, as far as the picture reaches.
+    void draw(SDL_Renderer* renderer, const SDL_Rect& picture, int bottom);
     // Before the renderer goes.
     void releaseTexture();
 

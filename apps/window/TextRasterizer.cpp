@@ -55,6 +55,12 @@ bool isBlank(const std::string& text) {
 
 // Puts one colour over a pixel, `alpha` of 255 parts of it.
 uint32_t over(uint32_t below, uint32_t colour, uint32_t alpha) {
+    if (alpha == 0) {
+        return below;
+    }
+    if (below == 0) {
+        return alpha << 24 | colour;
+    }
     const uint32_t keptAlpha = (below >> 24) * (255 - alpha) / 255;
     const uint32_t sumAlpha = alpha + keptAlpha;
     if (sumAlpha == 0) {
@@ -81,6 +87,72 @@ void blend(const ASS_Image& image, TextBitmap* bitmap) {
             row[x] = over(row[x], colour, coverage[x] * opacity / 255);
         }
     }
+}
+
+// The same for what may reach beyond the bitmap.
+void blendInside(const ASS_Image& image, TextBitmap* bitmap) {
+    const int left = std::max(image.dst_x, bitmap->x);
+    const int top = std::max(image.dst_y, bitmap->y);
+    const int right = std::min(image.dst_x + image.w, bitmap->x + bitmap->width);
+    const int bottom = std::min(image.dst_y + image.h, bitmap->y + bitmap->height);
+    if (left >= right || top >= bottom) {
+        return;
+    }
+    ASS_Image part = image;
+    part.bitmap += static_cast<ptrdiff_t>(top - image.dst_y) * image.stride + (left - image.dst_x);
+    part.dst_x = left;
+    part.dst_y = top;
+    part.w = right - left;
+    part.h = bottom - top;
+    blend(part, bitmap);
+}
+
+void fill(const PanelBox& box, TextBitmap* bitmap) {
+    const int left = std::max(box.place.x - bitmap->x, 0);
+    const int top = std::max(box.place.y - bitmap->y, 0);
+    const int right = std::min(box.place.x + box.place.width - bitmap->x, bitmap->width);
+    const int bottom = std::min(box.place.y + box.place.height - bitmap->y, bitmap->height);
+    for (int y = top; y < bottom; ++y) {
+        uint32_t* const row = &bitmap->pixels[static_cast<size_t>(y) * bitmap->width];
+        for (int x = left; x < right; ++x) {
+            row[x] = over(row[x], box.colour, box.opacity);
+        }
+    }
+}
+
+std::string panelHeader(int width, int height) {
+    char text[600];
+    snprintf(text, sizeof text,
+             "[Script Info]\nScriptType: v4.00+\nPlayResX: %d\nPlayResY: %d\nWrapStyle: 2\n"
+             "[V4+ Styles]\n"
+             "Format: Name, Fontname, Fontsize, PrimaryColour, OutlineColour, BackColour, "
+             "BorderStyle, Outline, Shadow, Alignment, MarginL, MarginR, MarginV\n"
+             "Style: Default,sans-serif,20,&H00FFFFFF,&H00000000,&H00000000,1,0,0,7,0,0,0\n"
+             "[Events]\n"
+             "Format: Layer, Start, End, Style, Name, MarginL, MarginR, MarginV, Effect, Text\n",
+             width, height);
+    return text;
+}
+
+// Where it stands, how it looks, and no more of it than the cell has room for.
+std::string panelEvent(const PanelText& text) {
+    constexpr int TOP_CENTRE = 8;
+    constexpr int TOP_RIGHT = 9;
+    const PanelRect& cell = text.cell;
+    const int right = cell.x + cell.width;
+    const bool isLeft = text.side == PanelText::Side::LEFT;
+    const bool isRight = text.side == PanelText::Side::RIGHT;
+    const int x = isLeft ? cell.x : isRight ? right : cell.x + cell.width / 2;
+    char commands[200];
+    snprintf(commands, sizeof commands,
+             "{\\an%d\\pos(%d,%d)\\fs%d\\b%d\\1c&H%02X%02X%02X&\\clip(%d,%d,%d,%d)}",
+             isLeft    ? TOP_LEFT
+             : isRight ? TOP_RIGHT
+                       : TOP_CENTRE,
+             x, cell.y, cell.height, text.isBold ? 1 : 0, text.colour & 0xFF,
+             text.colour >> 8 & 0xFF, text.colour >> 16 & 0xFF, cell.x, cell.y - cell.height / 4,
+             right, cell.y + cell.height * 3 / 2);
+    return commands + assTextOf(panel::fitted(text), TextPlace::CORNER);
 }
 
 // Makes the bitmap as large as all images together.
@@ -188,6 +260,32 @@ bool TextRasterizer::rasterize(const std::string& utf8, TextPlace place, int pic
     const int lowest = pictureHeight - pictureHeight / SAFE_AREA_DIVISOR - bitmap->height;
     bitmap->y = std::max(std::min(bitmap->y, lowest), 0);
     return true;
+}
+
+void TextRasterizer::rasterize(const Panel& panel, int windowWidth, int windowHeight,
+                               TextBitmap* bitmap) {
+    *bitmap = {panel.area.x, panel.area.y, panel.area.width, panel.area.height, {}};
+    bitmap->pixels.assign(static_cast<size_t>(bitmap->width) * bitmap->height, 0);
+    for (const PanelBox& box : panel.boxes) {
+        fill(box, bitmap);
+    }
+    const std::unique_ptr<ASS_Track, TrackDeleter> track(
+        mRenderer != nullptr ? ass_new_track(mLibrary.get()) : nullptr);
+    if (track == nullptr) {
+        return;
+    }
+    std::string header = panelHeader(windowWidth, windowHeight);
+    ass_process_codec_private(track.get(), header.data(), static_cast<int>(header.size()));
+    int number = 0;
+    for (const PanelText& text : panel.texts) {
+        std::string event = std::to_string(number++) + ",0,Default,,0,0,0,," + panelEvent(text);
+        ass_process_chunk(track.get(), event.data(), static_cast<int>(event.size()), 0, 1);
+    }
+    ass_set_frame_size(mRenderer.get(), windowWidth, windowHeight);
+    const ASS_Image* image = ass_render_frame(mRenderer.get(), track.get(), 0, nullptr);
+    for (; image != nullptr; image = image->next) {
+        blendInside(*image, bitmap);
+    }
 }
 
 bool TextRasterizer::draw(std::string header, const std::string& text, TextBitmap* bitmap) {

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "Panel.h"
+
 struct ass_library;
 struct ass_renderer;
 
@@ -44,6 +46,9 @@ public:
     // nothing to be seen; where that is for want of a font, standard error says so once.
     bool rasterize(const std::string& utf8, TextPlace place, int pictureWidth, int pictureHeight,
                    TextBitmap* bitmap);
+
+    // Draws a panel of a window of that size; the bitmap is its area.
+    void rasterize(const Panel& panel, int windowWidth, int windowHeight, TextBitmap* bitmap);
 
 private:
     struct LibraryDeleter {

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <utility>
 
 #include "MonotonicTime.h"
@@ -16,14 +17,18 @@ namespace orvplay {
 namespace {
 
 constexpr int64_t STATUS_NS = 2'000'000'000;
-// As the players that people know have it.
-constexpr int64_t STEP_MS = 5'000;
-constexpr int64_t FAR_STEP_MS = 60'000;
-constexpr int POLL_MS = 20;  // how soon the user's events are looked at
+constexpr int64_t POINTER_NS = 1'000'000'000;  // for which it is seen at rest
+constexpr int POLL_MS = 20;                    // how soon the user's events are looked at
 constexpr int WINDOW_WIDTH = 1280;
 constexpr int WINDOW_HEIGHT = 720;
 constexpr int64_t USUAL_PERIOD_NS = 33'366'667;  // 30000 / 1001 pictures a second
 constexpr int64_t LONGEST_PERIOD_NS = 100'000'000;
+
+struct Aspect {
+    const char* name;
+    double ratio;  // 0: the stream's
+};
+constexpr Aspect ASPECTS[] = {{"as broadcast", 0.0}, {"4:3", 4.0 / 3.0}, {"16:9", 16.0 / 9.0}};
 
 // Broadcasts mix both kinds; the deinterlacer is left only when no interlaced picture came for so
 // many, for the step costs one picture.
@@ -126,8 +131,9 @@ bool WindowDisplay::open() {
         return false;
     }
     SDL_ShowWindow(mWindow);
-    mOverlays = std::make_unique<Overlays>();
+    mOverlays = std::make_unique<Overlays>(mControls);
     updateSize();
+    mPointerHiddenNs = monotonicNs() + POINTER_NS;
     draw();
     return true;
 }
@@ -141,7 +147,8 @@ bool WindowDisplay::createWindow(bool accelerated) {
         height = width * 9 / 16;
     }
     mWindow = SDL_CreateWindow(mTitle.c_str(), SDL_WINDOWPOS_UNDEFINED, SDL_WINDOWPOS_UNDEFINED,
-                               width, height, SDL_WINDOW_RESIZABLE | SDL_WINDOW_HIDDEN);
+                               width, height,
+                               SDL_WINDOW_RESIZABLE | SDL_WINDOW_HIDDEN | SDL_WINDOW_ALLOW_HIGHDPI);
     if (mWindow == nullptr) {
         return false;
     }
@@ -194,77 +201,120 @@ void WindowDisplay::updateSize() {
 
 void WindowDisplay::toggleFullScreen() {
     const bool isFull = (SDL_GetWindowFlags(mWindow) & SDL_WINDOW_FULLSCREEN_DESKTOP) != 0;
-    if (SDL_SetWindowFullscreen(mWindow, isFull ? 0 : SDL_WINDOW_FULLSCREEN_DESKTOP) == 0) {
-        SDL_ShowCursor(isFull ? SDL_ENABLE : SDL_DISABLE);
-    }
+    SDL_SetWindowFullscreen(mWindow, isFull ? 0 : SDL_WINDOW_FULLSCREEN_DESKTOP);
 }
 
 std::vector<UserRequest> WindowDisplay::handleEvents() {
-    bool damaged = false;
     SDL_Event event;
     SDL_PumpEvents();
     while (SDL_PeepEvents(&event, 1, SDL_GETEVENT, SDL_FIRSTEVENT, SDL_LASTEVENT) == 1) {
-        if (event.type == SDL_QUIT) {
-            ask(Request::QUIT);
-        } else if (event.type == SDL_WINDOWEVENT) {
-            damaged |= event.window.event == SDL_WINDOWEVENT_EXPOSED ||
-                       event.window.event == SDL_WINDOWEVENT_SIZE_CHANGED;
-        } else if (event.type == SDL_KEYDOWN) {
-            onKey(event.key.keysym.sym, event.key.repeat != 0);
-        } else if (event.type == SDL_KEYUP) {
-            mHashHeld = false;
-        } else if (event.type == SDL_TEXTINPUT && strcmp(event.text.text, "#") == 0) {
-            // As text, for it lies on another key in each country.
-            if (!std::exchange(mHashHeld, true)) {
-                ask(Request::NEXT_AUDIO);
-            }
-        }
+        handle(event);
     }
+    doActions();
+    const int64_t nowNs = monotonicNs();
+    if (mPointerHiddenNs != 0 && nowNs >= mPointerHiddenNs) {
+        mPointerHiddenNs = 0;
+        SDL_ShowCursor(SDL_DISABLE);
+    }
+    bool damaged = std::exchange(mDamaged, false);
     if (damaged) {
         updateSize();
     }
     for (TextOverlay* overlay : {&mOverlays->caption, &mOverlays->status}) {
-        overlay->expire(monotonicNs());
+        overlay->expire(nowNs);
         damaged |= overlay->takeChanged();
     }
-    const bool fieldIsDue = mSecondFieldDueNs != 0 && monotonicNs() >= mSecondFieldDueNs;
+    damaged |= mOverlays->panels.look(mWidth, mHeight, nowNs);
+    const bool fieldIsDue = mSecondFieldDueNs != 0 && nowNs >= mSecondFieldDueNs;
     if (!(fieldIsDue && showSecondField()) && damaged) {
         draw();
     }
-    return std::exchange(mRequests, {});
+    std::vector<UserRequest> requests = mControls.takeRequests();
+    if (std::exchange(mQuitAsked, false)) {
+        requests.push_back({Request::QUIT});
+    }
+    return requests;
 }
 
-void WindowDisplay::onKey(int key, bool isRepeated) {
-    switch (key) {
-        case SDLK_LEFT:
-            return ask(Request::SEEK, -STEP_MS);
-        case SDLK_RIGHT:
-            return ask(Request::SEEK, STEP_MS);
-        case SDLK_DOWN:
-            return ask(Request::SEEK, -FAR_STEP_MS);
-        case SDLK_UP:
-            return ask(Request::SEEK, FAR_STEP_MS);
+void WindowDisplay::handle(const SDL_Event& event) {
+    const int64_t nowNs = monotonicNs();
+    switch (event.type) {
+        case SDL_QUIT:
+            mQuitAsked = true;
+            break;
+        case SDL_WINDOWEVENT:
+            mDamaged |= event.window.event == SDL_WINDOWEVENT_EXPOSED ||
+                        event.window.event == SDL_WINDOWEVENT_SIZE_CHANGED;
+            break;
+        case SDL_KEYDOWN:
+            mControls.onKey(event.key.keysym.sym, (event.key.keysym.mod & KMOD_SHIFT) != 0,
+                            event.key.repeat != 0, nowNs);
+            break;
+        case SDL_KEYUP:
+            mControls.onKeyUp();
+            break;
+        case SDL_TEXTINPUT:
+            mControls.onText(event.text.text, nowNs);
+            break;
+        case SDL_MOUSEWHEEL:
+            mControls.onWheel(event.wheel.y, nowNs);
+            break;
+        case SDL_MOUSEBUTTONDOWN:
+            onButton(event.button.button, event.button.clicks, event.button.x, event.button.y);
+            break;
+        case SDL_MOUSEMOTION:
+            onMotion();
+            break;
         default:
             break;
     }
-    if (isRepeated) {
-        return;
+}
+
+// The mouse counts in points of the desktop, of which a window may have fewer than pixels.
+void WindowDisplay::onButton(int button, int clicks, int x, int y) {
+    int pointsWide = 0;
+    int pointsHigh = 0;
+    SDL_GetWindowSize(mWindow, &pointsWide, &pointsHigh);
+    const int64_t nowNs = monotonicNs();
+    if (button == SDL_BUTTON_RIGHT) {
+        mControls.onSecondaryClick();
+    } else if (button == SDL_BUTTON_LEFT && pointsWide > 0 && pointsHigh > 0 &&
+               !mOverlays->panels.click(x * mWidth / pointsWide, y * mHeight / pointsHigh, nowNs) &&
+               clicks == 2) {
+        toggleFullScreen();
     }
-    switch (key) {
-        case SDLK_q:
-        case SDLK_ESCAPE:
-            return ask(Request::QUIT);
-        case SDLK_v:
-            return ask(Request::NEXT_CAPTIONS);
-        case SDLK_SPACE:
-            return ask(Request::PAUSE);
-        case SDLK_r:
-            return ask(Request::RECORD);
-        case SDLK_f:
-            return toggleFullScreen();
-        default:
-            return;
+}
+
+void WindowDisplay::onMotion() {
+    const int64_t nowNs = monotonicNs();
+    if (std::exchange(mPointerHiddenNs, nowNs + POINTER_NS) == 0) {
+        SDL_ShowCursor(SDL_ENABLE);
     }
+    mControls.onMotion(nowNs);
+}
+
+void WindowDisplay::doActions() {
+    using Action = ScreenControls::Action;
+    for (const Action action : mControls.takeActions()) {
+        const bool isFull = (SDL_GetWindowFlags(mWindow) & SDL_WINDOW_FULLSCREEN_DESKTOP) != 0;
+        if (action == Action::FULL_SCREEN || (action == Action::LEAVE_FULL_SCREEN && isFull)) {
+            toggleFullScreen();
+        } else if (action == Action::ASPECT) {
+            mAspectChoice = (mAspectChoice + 1) % std::size(ASPECTS);
+            tell(std::string("aspect ratio: ") + ASPECTS[mAspectChoice].name);
+        } else if (action == Action::DEINTERLACING) {
+            mDeinterlacingWanted = !mDeinterlacingWanted;
+            tell(mDeinterlacingWanted ? "deinterlacing: on" : "deinterlacing: off");
+        }
+    }
+}
+
+void WindowDisplay::tell(const std::string& text) {
+    mOverlays->status.setText(text, monotonicNs() + STATUS_NS);
+}
+
+void WindowDisplay::showBanner() {
+    mControls.showBanner(monotonicNs());
 }
 
 int WindowDisplay::waitMs() const {
@@ -295,7 +345,7 @@ void WindowDisplay::show(const orvhost::AcquiredBuffer& picture) {
     mProgressiveInRow = picture.input.interlaced ? 0 : mProgressiveInRow + 1;
     const auto level = static_cast<Deinterlacing>(mGuard.level());
     const bool wanted =
-        level != Deinterlacing::NONE &&
+        level != Deinterlacing::NONE && mDeinterlacingWanted &&
         (picture.input.interlaced || (mDeinterlacing && mProgressiveInRow < PROGRESSIVE_TO_LEAVE));
     if (!wanted && mDeinterlacing) {
         mDeinterlacer.reset();
@@ -392,12 +442,14 @@ bool WindowDisplay::provideTexture(const EvenCrop& area) {
 }
 
 WindowDisplay::Placement WindowDisplay::placement() const {
+    const double chosen = ASPECTS[mAspectChoice].ratio;
+    const double ratio = chosen > 0.0 ? chosen : mAspectRatio;
     Placement place;
     place.width = mWidth;
-    place.height = static_cast<int>(std::lround(mWidth / mAspectRatio));
+    place.height = static_cast<int>(std::lround(mWidth / ratio));
     if (place.height > mHeight) {
         place.height = mHeight;
-        place.width = static_cast<int>(std::lround(mHeight * mAspectRatio));
+        place.width = static_cast<int>(std::lround(mHeight * ratio));
     }
     place.width = std::clamp(place.width, 1, std::max(mWidth, 1));
     place.height = std::clamp(place.height, 1, std::max(mHeight, 1));
@@ -415,8 +467,9 @@ void WindowDisplay::draw() {
         const SDL_Rect from{mArea.insetX, mArea.insetY, mArea.cropWidth(), mArea.cropHeight()};
         SDL_RenderCopy(mRenderer, mTexture, &from, &to);
     }
-    mOverlays->caption.draw(mRenderer, to);
-    mOverlays->status.draw(mRenderer, to);
+    mOverlays->caption.draw(mRenderer, to, mOverlays->panels.captionsBottom(mHeight));
+    mOverlays->status.draw(mRenderer, to, mHeight);
+    mOverlays->panels.draw(mRenderer, mWidth, mHeight);
     SDL_RenderPresent(mRenderer);
 }
 

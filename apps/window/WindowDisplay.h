@@ -8,18 +8,21 @@
 #include "Display.h"
 #include "LoadGuard.h"
 #include "PictureView.h"
+#include "ScreenControls.h"
 #include "TextOverlay.h"
+#include "WindowPanels.h"
 
+union SDL_Event;
 struct SDL_Renderer;
 struct SDL_Texture;
 struct SDL_Window;
 
 namespace orvplay {
 
-// A window on the desktop, by SDL. Pictures keep their aspect ratio between black bars; q, Esc and
-// closing the window ask to quit, f switches full screen, # asks for the next sound, v for the next
-// captions, space for a pause, r for a recording, and the arrow keys, held or not, to go elsewhere.
-// Captions and the status lie over the picture as TextOverlay tells.
+// A window on the desktop, by SDL. Pictures keep their aspect ratio between black bars, unless the
+// user wants another. What keys and mouse do is in ScreenControls, what lies over the picture
+// because of it in WindowPanels; captions and the status lie there as TextOverlay tells. The mouse
+// pointer is hidden when it rests.
 //
 // Interlaced pictures are deinterlaced to one picture per field, as a television shows them. That
 // takes about a third of a core for 1080 lines without a graphics card, so the window watches
@@ -45,9 +48,9 @@ public:
     void show(const orvhost::AcquiredBuffer& picture) override;
     void showCaption(const std::string& utf8) override;
     void showStatus(const std::string& utf8, bool stays) override;
-    void showState(const ScreenState& state) override { mState = state; }
-    void showChannels(const ChannelRows& channels) override { mChannels = channels; }
-    void showBanner() override {}
+    void showState(const ScreenState& state) override { mControls.setState(state); }
+    void showChannels(const ChannelRows& channels) override { mControls.setChannels(channels); }
+    void showBanner() override;
     std::vector<UserRequest> handleEvents() override;
     int waitMs() const override;
     int width() const override { return mWidth; }
@@ -68,8 +71,11 @@ private:
     bool drawsWithProcessor() const;
     void updateSize();
     void toggleFullScreen();
-    void onKey(int key, bool isRepeated);
-    void ask(Request what, int64_t value = 0) { mRequests.push_back({what, value}); }
+    void handle(const SDL_Event& event);
+    void onButton(int button, int clicks, int x, int y);
+    void onMotion();
+    void doActions();
+    void tell(const std::string& text);
 
     // False when there is no result, and nothing was drawn.
     bool showDeinterlaced(const PictureView& picture);
@@ -90,23 +96,28 @@ private:
     int mWidth = 0;
     int mHeight = 0;
 
-    EvenCrop mArea;  // of the picture in the texture
-    double mAspectRatio = 1.0;
+    EvenCrop mArea;             // of the picture in the texture
+    double mAspectRatio = 1.0;  // of the stream
+    size_t mAspectChoice = 0;
 
     // From open() on.
     struct Overlays {
         TextRasterizer rasterizer;
         TextOverlay caption{rasterizer, TextPlace::BOTTOM};
         TextOverlay status{rasterizer, TextPlace::CORNER};
+        WindowPanels panels;
+
+        explicit Overlays(ScreenControls& controls) : panels(rasterizer, controls) {}
     };
+    ScreenControls mControls;
     std::unique_ptr<Overlays> mOverlays;
-    ScreenState mState;
-    ChannelRows mChannels;
-    std::vector<UserRequest> mRequests;  // of the events that are being handled
-    bool mHashHeld = false;              // a key that repeats asks once
+    bool mQuitAsked = false;
+    bool mDamaged = false;         // the screen is out of date
+    int64_t mPointerHiddenNs = 0;  // when the mouse pointer is to be hidden; 0: it is
 
     LoadGuard mGuard;
     Deinterlacer mDeinterlacer;
+    bool mDeinterlacingWanted = true;
     bool mDeinterlacing = false;
     int mProgressiveInRow = 0;
     int64_t mLastTimestampNs = 0;
