@@ -26,6 +26,11 @@ void addPlayback(CLI::App* command, PlayOptions& options);
 CLI::App* addChannels(CLI::App& app, ChannelsOptions& options);
 CLI::App* addScan(CLI::App& app, ScanOptions& options);
 
+// `orvplay status`, `stats` and `events`.
+CLI::App* addStatus(CLI::App& app, FleetOptions& options);
+CLI::App* addStats(CLI::App& app, FleetOptions& options);
+CLI::App* addEvents(CLI::App& app, FleetOptions& options);
+
 // `orvplay record` and all that is below it.
 class RecordCommandLine {
 public:

@@ -11,6 +11,7 @@
 #include "Completion.h"
 #include "DoctorCommand.h"
 #include "ExitCode.h"
+#include "FleetCommand.h"
 #include "PlayCommand.h"
 #include "ProbeCommand.h"
 #include "SnapshotCommand.h"
@@ -170,6 +171,9 @@ CommandTree::CommandTree() : mApp("OrvPlayer: ISDB-T / SBTVD digital television"
     add(addChannels(mApp, mChannels), [this] { return channelsCommand(mChannels); });
     add(addScan(mApp, mScan), [this] { return scanCommand(mScan); });
     add(addDoctor(mApp, mDoctorJson), [this] { return doctorCommand(mDoctorJson); });
+    add(addStatus(mApp, mFleet), [this] { return statusCommand(mFleet); });
+    add(addStats(mApp, mFleet), [this] { return statsCommand(mFleet); });
+    add(addEvents(mApp, mFleet), [this] { return eventsCommand(mFleet); });
     add(addCompletion(mApp, mShell), [this] { return printCompletion(); });
 }
 

@@ -43,6 +43,7 @@ private:
     ChannelsOptions mChannels;
     ScanOptions mScan;
     bool mDoctorJson = false;
+    FleetOptions mFleet;
     std::string mShell;  // to complete for
 };
 

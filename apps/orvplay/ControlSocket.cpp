@@ -1,7 +1,6 @@
 #include "ControlSocket.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -125,21 +124,28 @@ bool ControlServer::open(std::string* error) {
     return false;
 }
 
-void ControlServer::wait(int64_t timeoutNs, const Handler& handler) {
+void ControlServer::wait(int64_t timeoutNs, const Handler& handler, std::span<pollfd> others) {
     std::vector<pollfd> watched;
     std::vector<int> numbers;
     for (const auto& [number, connection] : mConnections) {
         const bool sends = !connection.output.empty();
-        watched.push_back({connection.fd, static_cast<short>(sends ? POLLOUT : POLLIN), 0});
+        const int events = (sends ? POLLOUT : 0) | (!sends || connection.stays ? POLLIN : 0);
+        watched.push_back({connection.fd, static_cast<short>(events), 0});
         numbers.push_back(number);
     }
     const bool hasRoom = mConnections.size() < MAX_CONNECTIONS;
     watched.push_back({hasRoom ? mSocket : -1, POLLIN, 0});
+    const size_t own = watched.size();
+    watched.insert(watched.end(), others.begin(), others.end());
     const timespec timeout{static_cast<time_t>(timeoutNs / 1'000'000'000),
                            static_cast<long>(timeoutNs % 1'000'000'000)};
     if (ppoll(watched.data(), watched.size(), &timeout, nullptr) < 0) {
+        for (pollfd& other : others) {
+            other.revents = 0;
+        }
         return;
     }
+    std::copy(watched.begin() + static_cast<ptrdiff_t>(own), watched.end(), others.begin());
     const int64_t now = monotonicNs();
     for (size_t i = 0; i < numbers.size(); ++i) {
         Connection& connection = mConnections[numbers[i]];
@@ -149,7 +155,7 @@ void ControlServer::wait(int64_t timeoutNs, const Handler& handler) {
             mConnections.erase(numbers[i]);
         }
     }
-    if (watched.back().revents != 0) {
+    if (watched[own - 1].revents != 0) {
         accept();
     }
 }
@@ -170,10 +176,25 @@ void ControlServer::accept() {
 
 bool ControlServer::serve(int number, Connection& connection, short events,
                           const Handler& handler) {
+    if (connection.stays) {
+        return serveKept(connection, events);
+    }
     if (events == 0) {
         return true;
     }
     return connection.output.empty() ? read(number, connection, handler) : write(connection);
+}
+
+// Who follows says nothing more, but leaves.
+bool ControlServer::serveKept(Connection& connection, short events) {
+    char bytes[4096];
+    if ((events & ~POLLOUT) != 0) {
+        const ssize_t got = ::read(connection.fd, bytes, sizeof bytes);
+        if (got == 0 || (got < 0 && errno != EAGAIN && errno != EINTR)) {
+            return false;
+        }
+    }
+    return (events & POLLOUT) == 0 || write(connection) || connection.output.empty();
 }
 
 bool ControlServer::read(int number, Connection& connection, const Handler& handler) {
@@ -210,9 +231,36 @@ void ControlServer::answer(int connection, const Json& answer) {
     found->second.output = toLine(answer);
 }
 
+void ControlServer::answerAndKeep(int connection, const Json& answer) {
+    const auto found = mConnections.find(connection);
+    if (found != mConnections.end()) {
+        found->second.stays = true;
+        found->second.output = toLine(answer);
+    }
+}
+
+ControlServer::Sent ControlServer::send(int connection, const std::string& line) {
+    const auto found = mConnections.find(connection);
+    if (found == mConnections.end()) {
+        return Sent::GONE;
+    }
+    std::string& output = found->second.output;
+    if (output.size() + line.size() + 1 > MAX_OUTPUT_BYTES) {
+        return Sent::NO_ROOM;
+    }
+    output += line;
+    output += '\n';
+    return Sent::TAKEN;
+}
+
+bool ControlServer::isSending(int connection) const {
+    const auto found = mConnections.find(connection);
+    return found != mConnections.end() && !found->second.output.empty();
+}
+
 bool ControlServer::write(Connection& connection) {
     const ssize_t sent =
-        send(connection.fd, connection.output.data(), connection.output.size(), MSG_NOSIGNAL);
+        ::send(connection.fd, connection.output.data(), connection.output.size(), MSG_NOSIGNAL);
     if (sent < 0) {
         return errno == EAGAIN || errno == EINTR;
     }
@@ -241,30 +289,64 @@ std::vector<int> runningPlayers(std::string* error) {
     return players;
 }
 
-bool askPlayer(int pid, const json& request, json* answer, std::string* error) {
-    constexpr timeval PATIENCE{60, 0};  // longer than any command of the player lasts
+PlayerLines::~PlayerLines() {
+    if (mFd >= 0) {
+        close(mFd);
+    }
+}
+
+bool PlayerLines::ask(int pid, const json& request, json* answer, std::string* error) {
+    constexpr int PATIENCE_MS = 60'000;  // longer than any command of the player lasts
     const std::string folder = controlFolder(error);
-    const int fd = folder.empty() ? -1 : connectTo(pathOf(folder, pid));
+    mFd = folder.empty() ? -1 : connectTo(pathOf(folder, pid));
     const std::string line = toLine(request);
     std::string got;
-    if (fd >= 0) {
-        setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &PATIENCE, sizeof PATIENCE);
-        char bytes[4096];
-        ssize_t size =
-            send(fd, line.data(), line.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(line.size());
-        while (size > 0 && got.find('\n') == std::string::npos &&
-               got.size() <= ControlServer::MAX_REQUEST_BYTES) {
-            size = read(fd, bytes, sizeof bytes);
-            got.append(bytes, static_cast<size_t>(std::max<ssize_t>(size, 0)));
-        }
-        close(fd);
+    *answer = json();
+    if (mFd >= 0 &&
+        ::send(mFd, line.data(), line.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(line.size())) {
+        next(&got, PATIENCE_MS);
+        *answer = json::parse(got, nullptr, false);
     }
-    *answer = json::parse(got.substr(0, got.find('\n')), nullptr, false);
     if (!answer->is_object()) {
         *error = "the player with process number " + std::to_string(pid) + " does not answer";
         return false;
     }
     return true;
+}
+
+PlayerLines::Got PlayerLines::next(std::string* line, int timeoutMs) {
+    const int64_t endNs = monotonicNs() + int64_t{timeoutMs} * 1'000'000;
+    char bytes[4096];
+    while (!takeLine(line)) {
+        const int64_t leftNs = std::max<int64_t>(endNs - monotonicNs(), 0);
+        const timespec left{static_cast<time_t>(leftNs / 1'000'000'000),
+                            static_cast<long>(leftNs % 1'000'000'000)};
+        pollfd watched{mFd, POLLIN, 0};
+        if (ppoll(&watched, 1, &left, nullptr) <= 0) {
+            return Got::NOTHING;
+        }
+        const ssize_t size = read(mFd, bytes, sizeof bytes);
+        if (size <= 0 || mInput.size() > ControlServer::MAX_OUTPUT_BYTES) {
+            return Got::END;
+        }
+        mInput.append(bytes, static_cast<size_t>(size));
+    }
+    return Got::LINE;
+}
+
+bool PlayerLines::takeLine(std::string* line) {
+    const size_t end = mInput.find('\n');
+    if (end == std::string::npos) {
+        return false;
+    }
+    *line = mInput.substr(0, end);
+    mInput.erase(0, end + 1);
+    return true;
+}
+
+bool askPlayer(int pid, const json& request, json* answer, std::string* error) {
+    PlayerLines lines;
+    return lines.ask(pid, request, answer, error);
 }
 
 }  // namespace orvplay

@@ -13,7 +13,7 @@ void EventLog::begin() {
 }
 
 void EventLog::write(const std::string& event, nlohmann::ordered_json fields) {
-    if (!mEnabled) {
+    if (!isWanted()) {
         return;
     }
     const int64_t begin = mBeginNs;
@@ -24,14 +24,18 @@ void EventLog::write(const std::string& event, nlohmann::ordered_json fields) {
 }
 
 void EventLog::writeLine(const nlohmann::ordered_json& line) {
-    if (!mEnabled) {
+    if (!isWanted()) {
         return;
     }
     // What a stream names itself may be no valid UTF-8.
     const std::string text =
-        line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+        line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
     std::lock_guard<std::mutex> guard(mLock);
-    if (fputs(text.c_str(), stdout) == EOF || fflush(stdout) != 0) {
+    mQueue.put(text);
+    if (!mEnabled) {
+        return;
+    }
+    if (fputs((text + "\n").c_str(), stdout) == EOF || fflush(stdout) != 0) {
         mWriteError = errno;
     }
 }

@@ -6,14 +6,19 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
+#include "EventQueue.h"
+
 namespace orvplay {
 
 // The program's events, one JSON object a line on standard output, when that was asked for:
 //     {"event":"startComplete","t":0.004,"result":0}
-// `t` is in seconds since begin(). Any thread.
+// `t` is in seconds since begin(). Whether or not that was asked for, other commands can have the
+// same lines through the queue. Any thread.
 class EventLog {
 public:
     explicit EventLog(bool enabled) : mEnabled(enabled) {}
+
+    EventQueue& queue() { return mQueue; }
 
     // The start of playback was commanded: time counts from here.
     void begin();
@@ -29,7 +34,10 @@ public:
     int writeError() const { return mWriteError; }
 
 private:
+    bool isWanted() const { return mEnabled || mQueue.isWanted(); }
+
     const bool mEnabled;
+    EventQueue mQueue;
     std::atomic<int64_t> mBeginNs{0};
     std::atomic<int> mWriteError{0};
     std::mutex mLock;  // one line at a time

@@ -82,6 +82,13 @@ struct ScanOptions {
     bool json = false;
 };
 
+// What is asked of players that run.
+struct FleetOptions {
+    int player = 0;  // process number; 0: the one that runs, or all of them
+    bool json = false;
+    bool openMetrics = false;
+};
+
 struct SnapshotOptions : StreamOptions, ServiceOptions {
     int count = 1;
     int everyMs = 1000;

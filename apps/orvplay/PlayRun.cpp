@@ -133,6 +133,9 @@ bool PlayRun::openOutputs() {
     mControl.emplace(parts, mSource, mSelection, mRecording, mOptions.storage);
     mScreen.emplace(parts, ScreenStateSource::Sources{mSource, mSelection, mService, mRecording,
                                                       mControl->transport(), mSync});
+    mFigures.emplace(PlayerFigures::Sources{*mSession, *mPictures, mSummary, mSync, mService,
+                                            mSource, mSelection, mEvents});
+    mFleet.emplace(mServer, parts, *mFigures, mScreen->state());
     return mPictures->start();
 }
 
@@ -248,6 +251,7 @@ int PlayRun::finish() {
     }
     filesSaved = mStill.save(labels(), mEvents) && filesSaved;
     mEvents.writeLine(mSummary.toJson(figures, mSync));
+    mFleet->finish();
     if (!mEvents.enabled()) {
         fputs(mSummary.toText(figures, mSync).c_str(), stdout);
     }

@@ -14,11 +14,13 @@
 #include "EndStill.h"
 #include "EventLog.h"
 #include "ExitCode.h"
+#include "FleetControl.h"
 #include "Messages.h"
 #include "Options.h"
 #include "PictureOutput.h"
 #include "PlayControl.h"
 #include "PlaySource.h"
+#include "PlayerFigures.h"
 #include "PlayerSession.h"
 #include "RecordingControl.h"
 #include "RunSummary.h"
@@ -95,6 +97,8 @@ private:
     std::unique_ptr<PlayerSession> mSession;
     std::optional<PlayControl> mControl;  // while it plays; the next too
     std::optional<ScreenStateSource> mScreen;
+    std::optional<PlayerFigures> mFigures;
+    std::optional<FleetControl> mFleet;
     SourceEnd mSourceEnd;
 
     Outcome mOutcome = Outcome::GO_ON;

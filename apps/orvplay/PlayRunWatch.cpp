@@ -48,9 +48,13 @@ void PlayRun::awaitNextLook() {
     } else if (mEndNs != 0) {
         leftNs = std::clamp<int64_t>(mEndNs - monotonicNs(), 0, LOOK_NS);
     }
-    mServer.wait(leftNs, [this](int connection, const nlohmann::json& request) {
-        mServer.answer(connection, mControl->serve(request));
-    });
+    const auto serve = [this](int connection, const nlohmann::json& request) {
+        if (!mFleet->serve(connection, request)) {
+            mServer.answer(connection, mControl->serve(request));
+        }
+    };
+    mServer.wait(leftNs, serve);
+    mFleet->look();
 }
 
 PlayRun::Outcome PlayRun::look() {
@@ -134,6 +138,7 @@ PlayRun::Outcome PlayRun::replaceService() {
         return giveUp(mMessages.fail(EXIT_SERVICE, message));
     }
     mFramesAtReplacement = frames;
+    mFigures->countServiceRestart();
     mMessages.say("the player service ended by itself; another one goes on");
     if (const orvhost::TuneResult tuned = tuneTo(*mSession, mSource, mOptions.keepGaps);
         !tuned.ok()) {

@@ -97,12 +97,22 @@ void RunSummary::endBreak(const ServiceCounts& service) {
     }
 }
 
+uint64_t RunSummary::dropped(const ServiceCounts& service) const {
+    return mOpened ? mThrownAwayAtBreak.value_or(thrownAway(service)) - mDroppedAtOpening -
+                         mThrownAwayInBreaks
+                   : 0;
+}
+
+double RunSummary::ownCpuSeconds() const {
+    return cpuSeconds() - mCpuAtBegin;
+}
+
 void RunSummary::end(const ServiceCounts& service) {
     endBreak(service);
-    mDropped = mOpened ? thrownAway(service) - mDroppedAtOpening - mThrownAwayInBreaks : 0;
+    mDropped = dropped(service);
     mAudioFrames = service.audioFrames;
     mFirstIdrMs = firstIdrMs(service);
-    mCpuSeconds = cpuSeconds() - mCpuAtBegin + service.cpuSeconds;
+    mCpuSeconds = ownCpuSeconds() + service.cpuSeconds;
     mSwitches = voluntarySwitches() - mSwitchesAtBegin + service.voluntarySwitches;
     mMaxRssKb = maxRssKb() + service.maxRssKb;
 }

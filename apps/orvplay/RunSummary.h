@@ -31,6 +31,10 @@ public:
     void endBreak(const ServiceCounts& service);
     // Any thread.
     void countCaption() { ++mCaptions; }
+    // As it stands: pictures that were dropped, captions that came, processor time of this program.
+    uint64_t dropped(const ServiceCounts& service) const;
+    uint64_t captions() const { return mCaptions; }
+    double ownCpuSeconds() const;
     // Playback is about to stop: what is thrown away later does not count.
     void end(const ServiceCounts& service);
 

@@ -51,6 +51,10 @@ void ServiceState::onSignal(unsigned int previous, unsigned int current) {
                                             {"currentName", signalWord(current)}});
 }
 
+const char* ServiceState::signalName() const {
+    return signalWord(static_cast<unsigned int>(mSignal.load()));
+}
+
 std::string ServiceState::text() const {
     if (mSignal == Signal::LOST) {
         return "no signal";

@@ -22,6 +22,10 @@ public:
 
     // "buffering 40 %", "signal weak", "no signal"; empty when all is well.
     std::string text() const;
+    // "good", "weak", "lost".
+    const char* signalName() const;
+    // How full the buffers are, of 100; 100 when it is not buffering.
+    int bufferedPercent() const { return mBuffering ? mProgress.load() : 100; }
 
 private:
     void onSignal(unsigned int previous, unsigned int current);
