@@ -96,6 +96,14 @@ void addPlayback(CLI::App* command, PlayOptions& options) {
         ->check(checkLabel)
         ->type_name("[=NAME]");
     addStorage(command, options.storage);
+    command
+        ->add_option("--on-signal-lost", options.onSignalLost,
+                     "Run this command by /bin/sh when there is no signal, with ORV_EVENT, "
+                     "ORV_CHANNEL, ORV_SERVICE, ORV_SOURCE and ORV_PLAYER_PID in its environment")
+        ->type_name("COMMAND");
+    command
+        ->add_option("--on-signal-back", options.onSignalBack, "The same when there is one again")
+        ->type_name("COMMAND");
     command->footer(
         "Keys in the window: q or Escape quits, f toggles full screen, # changes to the next\n"
         "sound, v shows the captions, the next ones, or none, space pauses, r records. In a\n"

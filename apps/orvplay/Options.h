@@ -30,12 +30,14 @@ struct PlayOptions : StreamOptions, ServiceOptions {
     bool json = false;
     bool audio = true;
     bool keepGaps = false;
-    bool resume = false;      // a recording: where playback of it stopped last
-    double durationS = 0.0;   // from the first picture; 0: to the end
-    std::string captionsOut;  // file for the captions, its format by its name; empty: none
-    std::string snapshot;     // PNG of the screen at the end; empty: none
-    std::string record;       // record what plays, called so, "-": by its channel; empty: not
-    int storage = 0;          // for the recording
+    bool resume = false;       // a recording: where playback of it stopped last
+    double durationS = 0.0;    // from the first picture; 0: to the end
+    std::string captionsOut;   // file for the captions, its format by its name; empty: none
+    std::string snapshot;      // PNG of the screen at the end; empty: none
+    std::string record;        // record what plays, called so, "-": by its channel; empty: not
+    int storage = 0;           // for the recording
+    std::string onSignalLost;  // commands for the shell; empty: none
+    std::string onSignalBack;
 };
 
 struct RecordOptions : StreamOptions, ServiceOptions {

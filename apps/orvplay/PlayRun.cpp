@@ -56,6 +56,7 @@ int PlayRun::run() {
 orvclient::Callbacks PlayRun::callbacks() {
     orvclient::Callbacks callbacks;
     mService.subscribe(&callbacks);
+    mHooks.subscribe(&callbacks);
     mStill.subscribe(&callbacks);
     mRecording.subscribe(&callbacks);
     callbacks.onOpened = [this](int result) {

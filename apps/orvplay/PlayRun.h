@@ -26,6 +26,7 @@
 #include "RunSummary.h"
 #include "ScreenStateSource.h"
 #include "ServiceState.h"
+#include "SignalHooks.h"
 #include "SoundMeter.h"
 #include "SourceEnd.h"
 #include "StreamSelection.h"
@@ -85,6 +86,7 @@ private:
     EventLog mEvents;
     Messages mMessages;
     ServiceState mService{mEvents};
+    SignalHooks mHooks{{mOptions.onSignalLost, mOptions.onSignalBack}, mMessages};
     SyncMeter mSync;
     SoundMeter mSound{mSync};
     RunSummary mSummary;

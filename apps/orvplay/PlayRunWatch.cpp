@@ -63,6 +63,7 @@ PlayRun::Outcome PlayRun::look() {
     reportFirstPicture(figures);
     mControl->look(figures);
     mScreen->look(figures);
+    mHooks.look({mScreen->state().name, std::to_string(mSelection.serviceId), mSource.path});
     updateStatus(figures);
     if (mSource.kind != SourceKind::MEDIA && !mHinted && !mControl->transport().isPaused() &&
         !outputsOpened(figures) && monotonicNs() - mEvents.beginNs() > HINT_NS) {
