@@ -137,6 +137,7 @@ bool PlayRun::openOutputs() {
     mFigures.emplace(PlayerFigures::Sources{*mSession, *mPictures, mSummary, mSync, mService,
                                             mSource, mSelection, mEvents});
     mFleet.emplace(mServer, parts, *mFigures, mScreen->state());
+    mDesktop.emplace(*mControl, mScreen->state(), mSource);
     return mPictures->start();
 }
 
@@ -241,6 +242,7 @@ int PlayRun::finish() {
     }
     const bool nothingCame = mSourceEnd.seen() && !outputsOpened(mPictures->figures());
     const std::string missing = missingStream();
+    mDesktop.reset();
     mScreen.reset();
     mControl.reset();
     mSession = nullptr;  // no event comes after this: the summary is the last line

@@ -11,6 +11,7 @@
 
 #include "CaptionFile.h"
 #include "ControlSocket.h"
+#include "DesktopControl.h"
 #include "EndStill.h"
 #include "EventLog.h"
 #include "ExitCode.h"
@@ -101,6 +102,7 @@ private:
     std::optional<ScreenStateSource> mScreen;
     std::optional<PlayerFigures> mFigures;
     std::optional<FleetControl> mFleet;
+    std::optional<DesktopControl> mDesktop;
     SourceEnd mSourceEnd;
 
     Outcome mOutcome = Outcome::GO_ON;

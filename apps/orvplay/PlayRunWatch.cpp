@@ -53,7 +53,8 @@ void PlayRun::awaitNextLook() {
             mServer.answer(connection, mControl->serve(request));
         }
     };
-    mServer.wait(leftNs, serve);
+    pollfd desktop = mDesktop->watched();
+    mServer.wait(leftNs, serve, {&desktop, 1});
     mFleet->look();
 }
 
@@ -76,7 +77,7 @@ PlayRun::Outcome PlayRun::look() {
     if (Interrupt::requested()) {
         return Outcome::INTERRUPTED;
     }
-    if (mPictures->quitRequested() || mEvents.writeError() != 0) {
+    if (mPictures->quitRequested() || mDesktop->quitRequested() || mEvents.writeError() != 0) {
         return Outcome::FINISHED;
     }
     if (mEndNs != 0 && monotonicNs() >= mEndNs) {
@@ -102,6 +103,7 @@ PlayRun::Outcome PlayRun::lookAtService() {
         outcome != Outcome::GO_ON) {
         return outcome;
     }
+    mDesktop->look();
     mRecording.look(mSession->player());
     return lookAtEnd();
 }

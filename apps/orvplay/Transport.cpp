@@ -46,6 +46,7 @@ Status Transport::seekTo(int64_t positionMs) {
         return status;
     }
     expectOthers();
+    ++mSeeks;
     mParts.events.write("onSeeked", {{"position", positionMs}});
     showPosition(mIsPaused ? "paused  " : "");
     return status;

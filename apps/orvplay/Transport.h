@@ -34,6 +34,8 @@ public:
     // How far it is, of how much; 0 where that is unknown.
     int64_t positionMs() const;
     int64_t durationMs() const;
+    // How often it went elsewhere.
+    uint32_t seeks() const { return mSeeks; }
 
 private:
     void beginBreak();
@@ -51,6 +53,7 @@ private:
     }
 
     uint64_t mFramesAtBreak = 0;
+    uint32_t mSeeks = 0;
 };
 
 }  // namespace orvplay
