@@ -7,6 +7,7 @@
 #include "binder/CallTimeout.h"
 #include "dtv/SourceFile.h"
 #include "dtv/SourceUri.h"
+#include "dtv/network/DatagramSocket.h"
 #include "dtv/network/NetworkUri.h"
 
 using android::sp;
@@ -54,8 +55,20 @@ TuneResult ClientTuner::tuneUri(const std::string& uri, const orvhost::TuneOptio
     }
     const CallTimeout bound(waitOf(options.timeoutMs) + mPatience);
     const sp<ITuner> tuner = find(&error);
-    return tuner != nullptr ? tuner->tuneUri(address, options)
-                            : TuneResult{TuneStatus::ServiceLost, error};
+    if (tuner == nullptr) {
+        return {TuneStatus::ServiceLost, error};
+    }
+    const TuneResult result = tuner->tuneUri(address, options);
+    return result.status == TuneStatus::NeedsSocket ? tuneSocket(*tuner, address, options) : result;
+}
+
+// The service may be confined to sockets of this machine: those of a network are opened here.
+TuneResult ClientTuner::tuneSocket(ITuner& tuner, const std::string& uri,
+                                   const orvhost::TuneOptions& options) {
+    TuneResult failure{TuneStatus::BadUri, {}};
+    const auto parsed = orvhost::NetworkUri::parse(uri, &failure.message);
+    const auto socket = parsed ? orvhost::DatagramSocket::open(*parsed, failure) : nullptr;
+    return socket != nullptr ? tuner.tune(socket->descriptor(), uri, options) : failure;
 }
 
 TuneResult ClientTuner::tune(int fd, const std::string& name, const orvhost::TuneOptions& options) {

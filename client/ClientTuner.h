@@ -32,6 +32,8 @@ public:
 
 private:
     orvhost::TuneResult tuneUri(const std::string& uri, const orvhost::TuneOptions& options);
+    static orvhost::TuneResult tuneSocket(orvhost::ITuner& tuner, const std::string& uri,
+                                          const orvhost::TuneOptions& options);
     android::sp<orvhost::ITuner> find(std::string* error);
 
     const FindSession mSession;

@@ -150,6 +150,14 @@ NetworkStatistics ByteSource::network() const {
     return {};
 }
 
+FrontendStatistics ByteSource::frontend() const {
+    return {};
+}
+
+std::string ByteSource::silence() const {
+    return "no data came; is its sender running?";
+}
+
 std::unique_ptr<ByteSource> openByteSource(const std::string& path, TuneResult& result) {
     OwnedDescriptor fd(openSourceFile(path, result));
     return fd.get() >= 0 ? wrap(std::move(fd), sourceNameOf(path), result) : nullptr;

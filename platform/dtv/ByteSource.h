@@ -10,6 +10,7 @@
 
 namespace orvhost {
 
+struct FrontendStatistics;
 struct NetworkStatistics;
 struct TuneResult;
 
@@ -40,6 +41,12 @@ public:
 
     // What came over the network. Any thread.
     virtual NetworkStatistics network() const;
+
+    // How an adapter receives. Any thread, at once.
+    virtual FrontendStatistics frontend() const;
+
+    // Why nothing may have come, and what to do, for people. Any thread.
+    virtual std::string silence() const;
 
     // Ends a waiting read() and every later one.
     virtual void interrupt() = 0;

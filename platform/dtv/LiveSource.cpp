@@ -66,7 +66,21 @@ std::unique_ptr<ByteSource> openLiveSource(const std::string& uri, HostClock& cl
         return dvb ? DvbSource::open(*dvb, result) : nullptr;
     }
     const auto network = networkUriOf(uri, result);
-    return network ? NetworkSource::open(*network, clock, result) : nullptr;
+    return network ? NetworkSource::over(DatagramSocket::open(*network, result), clock, result)
+                   : nullptr;
+}
+
+bool isOnNetwork(const std::string& key) {
+    TuneResult unused;
+    return networkUriOf(key, unused).has_value();
+}
+
+std::unique_ptr<ByteSource> adoptLiveSource(int socket, const std::string& uri, HostClock& clock,
+                                            TuneResult& result) {
+    const auto network = networkUriOf(uri, result);
+    return network
+               ? NetworkSource::over(DatagramSocket::adopt(socket, *network, result), clock, result)
+               : nullptr;
 }
 
 }  // namespace orvhost

@@ -17,4 +17,12 @@ std::string liveSourceKey(const std::string& uri, TuneResult& result);
 std::unique_ptr<ByteSource> openLiveSource(const std::string& uri, HostClock& clock,
                                            TuneResult& result);
 
+// Whether what this key stands for comes through a socket.
+bool isOnNetwork(const std::string& key);
+
+// The same through a socket that the client opened for that URI, which stays the client's. Null
+// with the reason in `result`, also for a socket of another kind.
+std::unique_ptr<ByteSource> adoptLiveSource(int socket, const std::string& uri, HostClock& clock,
+                                            TuneResult& result);
+
 }  // namespace orvhost

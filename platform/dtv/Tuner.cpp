@@ -6,6 +6,7 @@
 #include "dtv/LiveSource.h"
 #include "dtv/SourceUri.h"
 #include "dtv/TunerSession.h"
+#include "dtv/network/DatagramSocket.h"
 
 namespace orvhost {
 
@@ -47,7 +48,7 @@ std::shared_ptr<TunerSession> Tuner::replaceSession(std::shared_ptr<TunerSession
 
 TuneResult Tuner::tune(const std::string& source, const TuneOptions& options) {
     if (SourceUri::isUri(source)) {
-        return tuneUri(source, options);
+        return tuneUri(source, options, Sockets::OPENED_HERE);
     }
     untune();
     TuneResult result;
@@ -57,7 +58,11 @@ TuneResult Tuner::tune(const std::string& source, const TuneOptions& options) {
                : begin(std::move(opened), source == "-" ? "standard input" : source, options);
 }
 
-TuneResult Tuner::tuneUri(const std::string& uri, const TuneOptions& options) {
+TuneResult Tuner::tuneForClient(const std::string& uri, const TuneOptions& options) {
+    return tuneUri(uri, options, Sockets::FROM_CLIENT);
+}
+
+TuneResult Tuner::tuneUri(const std::string& uri, const TuneOptions& options, Sockets sockets) {
     TuneResult result;
     const std::string key = liveSourceKey(uri, result);
     const auto present = session();
@@ -65,6 +70,9 @@ TuneResult Tuner::tuneUri(const std::string& uri, const TuneOptions& options) {
         return settled(present->waitForMore(options.timeoutMs), present);
     }
     untune();
+    if (sockets == Sockets::FROM_CLIENT && !key.empty() && isOnNetwork(key)) {
+        return {TuneStatus::NeedsSocket, key + ": its socket is the client's to open"};
+    }
     auto opened = key.empty() ? nullptr : openLiveSource(key, mClock, result);
     return opened == nullptr ? result : begin(std::move(opened), key, options);
 }
@@ -73,6 +81,11 @@ TuneResult Tuner::tune(int descriptor, const TuneOptions& options, const std::st
     untune();
     const std::string shown = name.empty() ? "descriptor " + std::to_string(descriptor) : name;
     TuneResult result;
+    if (DatagramSocket::isOne(descriptor)) {
+        const std::string key = liveSourceKey(name, result);
+        auto source = key.empty() ? nullptr : adoptLiveSource(descriptor, key, mClock, result);
+        return source == nullptr ? result : begin(std::move(source), key, options);
+    }
     auto opened = adoptByteSource(descriptor, shown, result);
     return opened == nullptr ? result : begin(std::move(opened), shown, options);
 }

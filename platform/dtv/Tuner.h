@@ -67,9 +67,14 @@ public:
     // filters that run and for those that are started next, and its counts.
     TuneResult tune(const std::string& source, const TuneOptions& options);
 
+    // The same for a URI that a client in another process names. One of a network is not opened
+    // here when it is not tuned already: NeedsSocket, with nothing tuned, and the client hands it
+    // over.
+    TuneResult tuneForClient(const std::string& uri, const TuneOptions& options);
+
     // The same for an open descriptor, which stays the caller's and may be closed after the call.
     // A regular file is read from its present offset on, without moving it. Messages call it
-    // `name`.
+    // `name`; for a socket (DatagramSocket) that is the URI which it was opened for.
     TuneResult tune(int descriptor, const TuneOptions& options, const std::string& name = {});
 
     // Leaves the source: within 50 ms, whatever it was waiting for. Filters stay.
@@ -126,7 +131,8 @@ public:
     Demultiplexer& demultiplexer() { return mDemultiplexer; }
 
 private:
-    TuneResult tuneUri(const std::string& uri, const TuneOptions& options);
+    enum class Sockets { OPENED_HERE, FROM_CLIENT };
+    TuneResult tuneUri(const std::string& uri, const TuneOptions& options, Sockets sockets);
     TuneResult begin(std::unique_ptr<ByteSource> source, const std::string& name,
                      const TuneOptions& options);
     TuneResult settled(const TuneResult& result, const std::shared_ptr<TunerSession>& mine);

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
+#include <cmath>
 
 namespace orvhost {
 
@@ -23,7 +25,7 @@ constexpr int64_t LONG_AGO_S = -86'400;
 constexpr int64_t FAR_AHEAD_S = 65'536LL * 86'400;
 constexpr int32_t MAX_OFFSET_MINUTES = 256 * 60;
 
-constexpr int32_t LAST_STATUS = static_cast<int32_t>(TuneStatus::CannotOpen);
+constexpr int32_t LAST_STATUS = static_cast<int32_t>(TuneStatus::NeedsSocket);
 constexpr int32_t LAST_KIND = static_cast<int32_t>(StreamKind::Caption);
 
 enum OptionFlag : int32_t {
@@ -300,11 +302,64 @@ bool readBroadcastInformation(const Parcel& parcel, BroadcastInformation* inform
            readList(parcel, MAX_EVENTS, &information->events, readEvent);
 }
 
+namespace {
+
+void writeDouble(Parcel* parcel, double value) {
+    parcel->writeInt64(std::bit_cast<int64_t>(value));
+}
+
+bool readDouble(const Parcel& parcel, double* value) {
+    int64_t bits = 0;
+    if (parcel.readInt64(&bits) != android::OK) {
+        return false;
+    }
+    *value = std::bit_cast<double>(bits);
+    return std::isfinite(*value);
+}
+
+void writeFigure(Parcel* parcel, const DvbFigure& figure) {
+    parcel->writeInt32(static_cast<int32_t>(figure.scale));
+    writeDouble(parcel, figure.value);
+}
+
+bool readFigure(const Parcel& parcel, DvbFigure* figure) {
+    constexpr auto LAST_SCALE = static_cast<int32_t>(DvbFigure::Scale::PERCENT);
+    return readIn(parcel, 0, LAST_SCALE, &figure->scale) && readDouble(parcel, &figure->value);
+}
+
+void writeFrontend(Parcel* parcel, const FrontendStatistics& frontend) {
+    const DvbSignal& signal = frontend.signal;
+    parcel->writeInt32(signal.carrier ? 1 : 0);
+    parcel->writeInt32(signal.lock ? 1 : 0);
+    writeFigure(parcel, signal.strength);
+    writeFigure(parcel, signal.carrierToNoise);
+    writeDouble(parcel, signal.bitErrorRate);
+    writeDouble(parcel, signal.packetErrorRate);
+    parcel->writeInt64(static_cast<int64_t>(frontend.overflows));
+}
+
+bool readFrontend(const Parcel& parcel, FrontendStatistics* frontend) {
+    DvbSignal& signal = frontend->signal;
+    int64_t overflows = 0;
+    frontend->present =
+        readIn(parcel, 0, 1, &signal.carrier) && readIn(parcel, 0, 1, &signal.lock) &&
+        readFigure(parcel, &signal.strength) && readFigure(parcel, &signal.carrierToNoise) &&
+        readDouble(parcel, &signal.bitErrorRate) && readDouble(parcel, &signal.packetErrorRate) &&
+        parcel.readInt64(&overflows) == android::OK;
+    frontend->overflows = static_cast<uint64_t>(overflows);
+    return frontend->present;
+}
+
+}  // namespace
+
 void writeTunerSignal(Parcel* parcel, const TunerSignal& signal) {
     parcel->writeInt32(signal.tuned ? 1 : 0);
     parcel->writeInt32(signal.atEnd ? 1 : 0);
     for (const uint64_t* count : countsOf<const TunerSignal, const uint64_t>(signal)) {
         parcel->writeInt64(static_cast<int64_t>(*count));
+    }
+    if (signal.frontend.present) {
+        writeFrontend(parcel, signal.frontend);
     }
 }
 
@@ -323,7 +378,7 @@ bool readTunerSignal(const Parcel& parcel, TunerSignal* signal) {
         }
         *counts[i] = static_cast<uint64_t>(value);
     }
-    return true;
+    return parcel.dataAvail() == 0 || readFrontend(parcel, &signal->frontend);
 }
 
 }  // namespace orvhost

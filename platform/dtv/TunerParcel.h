@@ -9,7 +9,8 @@
 // blob, lists as an int32 count and the elements; the flags of TuneOptions are one int32, paced
 // being bit 0, and lead.
 //
-// A signal ends with the network's counts; readers take one without them.
+// A signal ends with the network's counts, and what the frontend tells where there is one, floating
+// numbers as the int64 of their bits (IEEE 754); readers take one without either.
 //
 // Writers cut what is longer than readers take. Readers answer false for anything out of its range,
 // and may have written half of what they read into; they take no more memory than the parcel is

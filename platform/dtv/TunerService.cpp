@@ -39,7 +39,7 @@ TuneResult TunerService::tuneUri(const std::string& uri, const TuneOptions& opti
     if (!SourceUri::isUri(uri)) {
         return {TuneStatus::BadUri, SourceUri::shown(uri) + ": not the name of a live source"};
     }
-    return tuneFor(owner, [&] { return mTuner.tune(uri, options); });
+    return tuneFor(owner, [&] { return mTuner.tuneForClient(uri, options); });
 }
 
 TuneResult TunerService::tuneFor(const android::sp<android::IBinder>& owner,
@@ -125,6 +125,7 @@ TunerSignal TunerService::signal() {
     signal.skippedBytes = all.skippedBytes;
     signal.droppedPackets = all.droppedPackets;
     signal.network = all.network;
+    signal.frontend = all.frontend;
     for (const PidStatistics& pid : all.pids) {
         signal.continuityErrors += pid.continuityErrors;
         signal.transportErrors += pid.transportErrors;

@@ -185,7 +185,7 @@ TuneResult TunerSession::waitForPackets() {
 // What a wait without packets has come to.
 TuneResult TunerSession::silence() const {
     if (mBytes == 0 && mSource->network().badDatagrams == 0) {
-        return {TuneStatus::NoData, mName + ": no data came; is its sender running?"};
+        return {TuneStatus::NoData, mName + ": " + mSource->silence()};
     }
     return {TuneStatus::NoSync, mName + ": not an MPEG transport stream (no sync bytes found)"};
 }
@@ -589,6 +589,7 @@ TunerStatistics TunerSession::statistics() const {
     all.repeatedPackets = mDemultiplexer.repeatedPackets() - mRepeatedBefore;
     all.pids = mCounter.pids();
     all.network = mSource->network();
+    all.frontend = mSource->frontend();
     return all;
 }
 

@@ -32,7 +32,7 @@ TuneResult TunerSession::waitForMore(int timeoutMs) {
         mCallerWake.wait_for(lock, std::chrono::milliseconds(std::max(timeoutMs, 0)),
                              [&] { return mBytes != before || isCancelled(); });
         if (mBytes == before && !isCancelled()) {
-            return {TuneStatus::NoData, mName + ": no data came; is its sender running?"};
+            return {TuneStatus::NoData, mName + ": " + mSource->silence()};
         }
     }
     return isCancelled() ? TuneResult{TuneStatus::Cancelled, mName + ": given up"} : TuneResult{};

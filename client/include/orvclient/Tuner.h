@@ -18,10 +18,10 @@ public:
     // descriptor to the service: it needs no right to the file, and relative names mean what they
     // mean here. Waits until packets are found.
     //
-    // What a URI names the service opens itself: "udp://239.255.1.1:5000",
-    // "rtp://eth1@[ff15::1]:5004" (docs/sources.md). One that is tuned already stays: stop(),
-    // tune(), open() and start() change to another service of the same multiplex without leaving
-    // it.
+    // The socket of "udp://239.255.1.1:5000" or "rtp://eth1@[ff15::1]:5004" is opened here
+    // likewise; an adapter, "dvb://0?frequency=473142857", by the service (docs/sources.md). What
+    // is tuned already stays: stop(), tune(), open() and start() change to another service of the
+    // same multiplex without leaving it.
     virtual orvhost::TuneResult tune(const std::string& source,
                                      const orvhost::TuneOptions& options) = 0;
     virtual void untune() = 0;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <dtv/TunerTypes.h>
 #include <sys/types.h>
 
 #include <cstddef>
@@ -11,23 +12,6 @@
 #include "dtv/dvb/DvbParameters.h"
 
 namespace orvhost {
-
-// A figure of reception in the scale that its driver measures it in.
-struct DvbFigure {
-    enum class Scale { NONE, DECIBEL, PERCENT };
-    Scale scale = Scale::NONE;
-    double value = 0.0;  // dBm for a strength in decibels
-};
-
-// How the frontend receives.
-struct DvbSignal {
-    bool carrier = false;
-    bool lock = false;
-    DvbFigure strength;
-    DvbFigure carrierToNoise;
-    double bitErrorRate = -1.0;     // before the last correction; -1: not measured
-    double packetErrorRate = -1.0;  // of blocks that could not be corrected; -1: not measured
-};
 
 // One adapter with its frontend, demultiplexer and stream, as the kernel has them (Linux DVB API
 // 5). What lies above it never sees a device, so that tests put their own in its place. One thread

@@ -23,15 +23,20 @@ TuneResult failure(const DvbParameters& parameters, int error) {
         case ENOENT:
         case ENODEV:
         case ENXIO:
-            return {TuneStatus::NoSuchFile, adapter + ": there is none; is the tuner plugged in?"};
+            return {TuneStatus::NoSuchFile,
+                    adapter + ": there is none; is the tuner plugged in? See: orvplay doctor"};
         case EACCES:
         case EPERM:
-            return {TuneStatus::PermissionDenied,
-                    adapter + ": this user may not use it; is it in group video?"};
+            return {
+                TuneStatus::PermissionDenied,
+                adapter + ": this user may not use it; is it in group video? See: orvplay doctor"};
         case EBUSY:
-            return {TuneStatus::ReadError, adapter + ": another program uses it"};
+            return {
+                TuneStatus::ReadError,
+                adapter + ": another program uses it; end that, or take another one: --adapter N"};
         case ENOTSUP:
-            return {TuneStatus::ReadError, adapter + ": receives no ISDB-T"};
+            return {TuneStatus::ReadError,
+                    adapter + ": receives no ISDB-T; take another one: --adapter N"};
         case EINVAL:
         case ERANGE:
             return {TuneStatus::ReadError, adapter + ": cannot be tuned to " + parameters.shown()};
@@ -99,6 +104,16 @@ void DvbSource::refreshSignal() {
 DvbSignal DvbSource::signal() const {
     std::lock_guard lock(mSignalLock);
     return mSignal;
+}
+
+FrontendStatistics DvbSource::frontend() const {
+    return {true, signal(), overflows()};
+}
+
+std::string DvbSource::silence() const {
+    const std::string place = mParameters.shown();
+    return signal().lock ? "a signal on " + place + ", and no packets in it; is it ISDB-T?"
+                         : "no signal on " + place + "; are antenna and cable connected?";
 }
 
 void DvbSource::interrupt() {

@@ -26,6 +26,8 @@ public:
     int duplicate() const override { return -1; }
     bool isLive() const override { return true; }
     void interrupt() override;
+    FrontendStatistics frontend() const override;
+    std::string silence() const override;
 
     // As it was within the last second of reading. Any thread, at once: asking the frontend itself
     // may take long.

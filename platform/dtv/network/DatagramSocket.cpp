@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <dtv/TunerTypes.h>
+#include <fcntl.h>
 #include <net/if.h>
 #include <unistd.h>
 
@@ -24,6 +25,13 @@ bool set(int fd, int level, int name, const T& value) {
     return setsockopt(fd, level, name, &value, sizeof value) == 0;
 }
 
+// -1 for what is no socket.
+int option(int fd, int name) {
+    int value = -1;
+    socklen_t length = sizeof value;
+    return getsockopt(fd, SOL_SOCKET, name, &value, &length) == 0 ? value : -1;
+}
+
 }  // namespace
 
 DatagramSocket::~DatagramSocket() {
@@ -36,6 +44,32 @@ std::unique_ptr<DatagramSocket> DatagramSocket::open(const NetworkUri& uri, Tune
     std::unique_ptr<DatagramSocket> socket(new DatagramSocket(uri));
     return socket->findInterface(result) && socket->openAndBind(result) ? std::move(socket)
                                                                         : nullptr;
+}
+
+bool DatagramSocket::isOne(int descriptor) {
+    const int domain = option(descriptor, SO_DOMAIN);
+    return option(descriptor, SO_TYPE) == SOCK_DGRAM && (domain == AF_INET || domain == AF_INET6);
+}
+
+std::unique_ptr<DatagramSocket> DatagramSocket::adopt(int descriptor, const NetworkUri& uri,
+                                                      TuneResult& result) {
+    std::unique_ptr<DatagramSocket> socket(new DatagramSocket(uri));
+    const int domain = uri.family == NetworkUri::Family::V6 ? AF_INET6 : AF_INET;
+    if (!isOne(descriptor) || option(descriptor, SO_DOMAIN) != domain) {
+        socket->fail(result, "what was handed over is no socket for it");
+        return nullptr;
+    }
+    socket->mFd = fcntl(descriptor, F_DUPFD_CLOEXEC, 0);
+    if (socket->mFd < 0) {
+        socket->fail(result, std::strerror(errno));
+        return nullptr;
+    }
+    // What the client could leave out, or change.
+    set(socket->mFd, SOL_SOCKET, SO_RXQ_OVFL, 1);
+    set(socket->mFd, SOL_SOCKET, SO_TIMESTAMPNS, 1);
+    socket->mInterface = if_nametoindex(uri.interface.c_str());
+    socket->mBufferBytes = option(socket->mFd, SO_RCVBUF) / 2;
+    return socket;
 }
 
 bool DatagramSocket::fail(TuneResult& result, const std::string& what) const {
@@ -132,10 +166,7 @@ void DatagramSocket::growBuffer() {
     if (!set(mFd, SOL_SOCKET, SO_RCVBUFFORCE, WANTED_BUFFER_BYTES)) {
         set(mFd, SOL_SOCKET, SO_RCVBUF, WANTED_BUFFER_BYTES);
     }
-    int doubled = 0;
-    socklen_t length = sizeof doubled;
-    getsockopt(mFd, SOL_SOCKET, SO_RCVBUF, &doubled, &length);
-    mBufferBytes = doubled / 2;
+    mBufferBytes = option(mFd, SO_RCVBUF) / 2;
     const std::string name = mUri.toString();
     if (mBufferBytes < SMALL_BUFFER_BYTES) {
         HOST_LOGW("%s: %s: receive buffer of %d KiB only; raise net.core.rmem_max to %d\n",
@@ -162,7 +193,7 @@ bool DatagramSocket::changeMembership(bool join) {
 }
 
 void DatagramSocket::joinAgain() {
-    if (!mUri.isMulticast) {
+    if (!mUri.isMulticast || (!mUri.interface.empty() && mInterface == 0)) {
         return;
     }
     changeMembership(false);

@@ -24,12 +24,21 @@ struct Datagram {
 };
 
 // The socket of one network source: bound, joined to its group, never waiting. One thread.
+//
+// A service that may open no such socket works on one that its client opened: open() there,
+// descriptor() handed over, adopt() here. Both then stand for one socket.
 class DatagramSocket {
 public:
     static constexpr size_t BATCH = 64;  // taken by one call of the system at most
 
     // Null with the reason in `result`, one line that says what to do.
     static std::unique_ptr<DatagramSocket> open(const NetworkUri& uri, TuneResult& result);
+    // Over a socket that was opened for that URI; the descriptor stays the caller's. Null with the
+    // reason in `result` for what is no such socket.
+    static std::unique_ptr<DatagramSocket> adopt(int descriptor, const NetworkUri& uri,
+                                                 TuneResult& result);
+    // Whether a descriptor is a socket for datagrams of a network.
+    static bool isOne(int descriptor);
     ~DatagramSocket();
     DatagramSocket(const DatagramSocket&) = delete;  // headers point into it
     DatagramSocket& operator=(const DatagramSocket&) = delete;

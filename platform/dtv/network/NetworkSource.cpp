@@ -23,15 +23,14 @@ constexpr int64_t SILENCE_NS = 5000 * MS;
 
 }  // namespace
 
-std::unique_ptr<NetworkSource> NetworkSource::open(const NetworkUri& uri, HostClock& clock,
-                                                   TuneResult& result) {
-    auto socket = DatagramSocket::open(uri, result);
+std::unique_ptr<NetworkSource> NetworkSource::over(std::unique_ptr<DatagramSocket> socket,
+                                                   HostClock& clock, TuneResult& result) {
     if (socket == nullptr) {
         return nullptr;
     }
     const int wake = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     if (wake < 0) {
-        result = {TuneStatus::CannotOpen, uri.toString() + ": " + std::strerror(errno)};
+        result = {TuneStatus::CannotOpen, std::string("no event counter: ") + std::strerror(errno)};
         return nullptr;
     }
     return std::unique_ptr<NetworkSource>(new NetworkSource(std::move(socket), wake, clock));

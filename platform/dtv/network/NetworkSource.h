@@ -26,8 +26,9 @@ namespace orvhost {
 // There is no end: a sender that is silent may come back, in whatever sequence.
 class NetworkSource : public ByteSource {
 public:
-    static std::unique_ptr<NetworkSource> open(const NetworkUri& uri, HostClock& clock,
-                                               TuneResult& result);
+    // Null without a socket; `result` has the reason.
+    static std::unique_ptr<NetworkSource> over(std::unique_ptr<DatagramSocket> socket,
+                                               HostClock& clock, TuneResult& result);
     ~NetworkSource() override;
 
     // Whole packets of 188 bytes.

@@ -42,12 +42,15 @@ public:
         TUNE_URI,
     };
 
-    // See Tuner::tune(). The descriptor stays the caller's and may be closed after the call, which
+    // See Tuner::tune(). The descriptor is a file's, or a socket's that was opened for the URI in
+    // `displayName`. It stays the caller's and may be closed after the call, which
     // waits for packets up to options.timeoutMs. `owner` is an object of the client that tunes:
     // the service watches its process. Null from a client means the proxy's own.
     virtual TuneResult tune(int fd, const std::string& displayName, const TuneOptions& options,
                             const android::sp<android::IBinder>& owner = nullptr) = 0;
-    // The same for a source that the service opens, see Tuner::tune(): "udp://239.255.1.1:5000".
+    // The same for a source that is no file: "dvb://0?frequency=473142857". What comes over a
+    // network goes on where it is tuned already; else the answer is NeedsSocket, with nothing
+    // tuned: the client, whose rights they are, opens the socket (DatagramSocket) and calls tune().
     // Names of hosts are looked up by the client beforehand (withAddress()).
     virtual TuneResult tuneUri(const std::string& uri, const TuneOptions& options,
                                const android::sp<android::IBinder>& owner = nullptr) = 0;

@@ -63,6 +63,7 @@ enum class TuneStatus {
     Busy,         // too many wait for the tuner already
     BadUri,       // a source that cannot be understood, or of a kind that is not known
     CannotOpen,   // no such interface, no such address here, the port is taken ...
+    NeedsSocket,  // not tuned: the client is to open that socket and to tune with it
 };
 
 // How a request ended, with one line for the user that says what to do about a failure.
@@ -121,6 +122,29 @@ struct NetworkStatistics {
     uint64_t jitterUs = 0;     // of arrival against the PCR, smoothed as in RFC 3550 6.4.1
 };
 
+// A figure of reception in the scale that its driver measures it in.
+struct DvbFigure {
+    enum class Scale { NONE, DECIBEL, PERCENT };
+    Scale scale = Scale::NONE;
+    double value = 0.0;  // dBm for a strength in decibels
+};
+
+// How the frontend of a DVB adapter receives.
+struct DvbSignal {
+    bool carrier = false;
+    bool lock = false;
+    DvbFigure strength;
+    DvbFigure carrierToNoise;
+    double bitErrorRate = -1.0;     // before the last correction; -1: not measured
+    double packetErrorRate = -1.0;  // of blocks that could not be corrected; -1: not measured
+};
+
+struct FrontendStatistics {
+    bool present = false;    // the source is an adapter
+    DvbSignal signal;        // as it was within the last second
+    uint64_t overflows = 0;  // of the kernel's buffer: each time packets were lost
+};
+
 // Counts since tune(); what the look at the head of the source read counts once, when it is fed.
 struct TunerStatistics {
     uint64_t packets = 0;
@@ -131,6 +155,7 @@ struct TunerStatistics {
     uint64_t repeatedPackets = 0;     // sent twice and given to a filter once
     std::vector<PidStatistics> pids;  // those that were seen, ascending
     NetworkStatistics network;        // all 0 for other sources
+    FrontendStatistics frontend;
 };
 
 // How reception stands: the totals of TunerStatistics, over all PIDs.
@@ -146,6 +171,7 @@ struct TunerSignal {
     uint64_t skippedBytes = 0;
     uint64_t droppedPackets = 0;
     NetworkStatistics network;
+    FrontendStatistics frontend;
 };
 
 }  // namespace orvhost

@@ -5,8 +5,12 @@
 
 #include <thread>
 
+#include "dtv/Tuner.h"
+#include "dtv/TunerService.h"
 #include "dtv/dvb/ChannelPlan.h"
+#include "platform/binder/RelayBinder.h"
 #include "support/FakeDvb.h"
+#include "support/TsBuilder.h"
 
 namespace {
 
@@ -54,6 +58,44 @@ TEST_F(DvbSourceTest, CountsWhatTheKernelHadNoRoomFor) {
     EXPECT_EQ(source->overflows(), 1u);
     EXPECT_EQ(source->read(mData, sizeof mData, 1), -EAGAIN);
     EXPECT_EQ(source->overflows(), 1u);
+}
+
+// Through the tuner of a service and its parcels to a client in another process.
+TEST_F(DvbSourceTest, ATunersSignalTellsOfTheFrontend) {
+    const Bytes packets =
+        TsBuilder().packet(0x111, Bytes(184, 9)).packet(0x111, Bytes(184, 9)).build();
+    for (int i = 0; i < 20; ++i) {
+        auto& stream = mBand.onAir[FREQUENCY];
+        stream.insert(stream.end(), packets.begin(), packets.end());
+    }
+    orvhost::Tuner tuner;
+    const android::sp<orvhost::TunerService> service(new orvhost::TunerService(tuner));
+    const auto client = orvhost::ITuner::asInterface(new RelayBinder(service));
+    EXPECT_FALSE(client->signal().frontend.present);
+    mBand.overflows = 1;
+    const DvbParameters place{1, 0, FREQUENCY};
+    ASSERT_TRUE(client->tuneUri(place.uri(), {}).ok());
+    EXPECT_EQ(mBand.tuned.back(), place);
+    const auto signal = client->signal();
+    EXPECT_TRUE(signal.frontend.present);
+    EXPECT_TRUE(signal.frontend.signal.lock);
+    EXPECT_EQ(signal.frontend.signal.carrierToNoise.scale, orvhost::DvbFigure::Scale::DECIBEL);
+    EXPECT_EQ(signal.frontend.signal.carrierToNoise.value, 24.5);
+    EXPECT_EQ(signal.frontend.signal.bitErrorRate, -1.0);
+    EXPECT_EQ(signal.frontend.overflows, 1u);
+    client->untune();
+
+    // Silence is told as what it is.
+    orvhost::TuneOptions quick;
+    quick.timeoutMs = 50;
+    mBand.onAir[FREQUENCY + 6'000'000] = {};
+    const std::pair<uint32_t, const char*> cases[] = {{FREQUENCY + 6'000'000, "no packets in it"},
+                                                      {FREQUENCY + 12'000'000, "antenna"}};
+    for (const auto& [frequencyHz, advice] : cases) {
+        const auto result = client->tuneUri(DvbParameters{0, 0, frequencyHz}.uri(), quick);
+        EXPECT_EQ(result.status, TuneStatus::NoData);
+        EXPECT_NE(result.message.find(advice), std::string::npos) << result.message;
+    }
 }
 
 TEST_F(DvbSourceTest, InterruptionEndsTheWaitForASignal) {

@@ -24,6 +24,7 @@ namespace {
 
 using namespace orvtest;
 using orvhost::DatagramContent;
+using orvhost::DatagramSocket;
 using orvhost::NetworkSource;
 using orvhost::NetworkUri;
 using orvhost::TuneOptions;
@@ -157,7 +158,8 @@ class NetworkSourceTest : public testing::Test {
 protected:
     std::unique_ptr<NetworkSource> open(const std::string& text) {
         TuneResult result;
-        auto source = NetworkSource::open(uriOf(text), mClock, result);
+        auto source =
+            NetworkSource::over(DatagramSocket::open(uriOf(text), result), mClock, result);
         EXPECT_NE(source, nullptr) << result.message;
         return source;
     }
@@ -500,6 +502,32 @@ TEST_F(NetworkTunerTest, AGroupIsTunedWatchedAndHeardAgain) {
     EXPECT_LT(numbers[0], 100);
     EXPECT_EQ(mTuner.statistics().network.kernelDrops, 0u);
     EXPECT_FALSE(mTuner.rewind());
+}
+
+// As a service works that may open no such socket itself.
+TEST_F(NetworkTunerTest, AClientHandsItsSocketOver) {
+    const std::string uri = "udp://lo@239.255.77.4:" + freePort();
+    EXPECT_EQ(mTuner.tuneForClient(uri, {}).status, TuneStatus::NeedsSocket);
+    EXPECT_FALSE(mTuner.isTuned());
+    Transmitter transmitter(uri);
+    TuneResult result;
+    auto socket = DatagramSocket::open(uriOf(uri), result);
+    ASSERT_NE(socket, nullptr) << result.message;
+    ASSERT_TRUE(mTuner.tune(socket->descriptor(), {}, uri).ok());
+    socket = nullptr;  // the client's end of it
+    EXPECT_EQ(mTuner.services(5000).services.size(), 1u);
+    EXPECT_TRUE(isWithoutHoles(readNumbers(startVideo(), 100)));
+    const auto before = mTuner.statistics().network.datagrams;
+    EXPECT_TRUE(mTuner.tuneForClient(uri, {}).ok());  // goes on, without another socket
+    EXPECT_GE(mTuner.statistics().network.datagrams, before);
+
+    socket = DatagramSocket::open(uriOf("udp://127.0.0.1:" + freePort()), result);
+    ASSERT_NE(socket, nullptr) << result.message;
+    for (const char* other : {"udp://[::1]:5000", "news.ts", "dvb://0?frequency=473142857"}) {
+        EXPECT_FALSE(mTuner.tune(socket->descriptor(), {}, other).ok()) << other;
+    }
+    EXPECT_FALSE(DatagramSocket::isOne(STDIN_FILENO));
+    EXPECT_FALSE(DatagramSocket::isOne(-1));
 }
 
 TEST_F(NetworkTunerTest, FailuresSayWhatToDo) {

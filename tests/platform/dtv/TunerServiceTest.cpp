@@ -214,7 +214,8 @@ TEST_F(TunerServiceTest, AClientTunesByUri) {
         {"-", TuneStatus::BadUri},
         {"udp://127.0.0.1", TuneStatus::BadUri},
         {"udp://tv.example:5000", TuneStatus::BadUri},
-        {"udp://nowhere0@239.255.77.9:5000", TuneStatus::CannotOpen},
+        {"udp://nowhere0@239.255.77.9:5000", TuneStatus::NeedsSocket},
+        {"rtp://239.255.77.9:5000", TuneStatus::NeedsSocket},
     };
     for (const auto& [uri, status] : cases) {
         const auto result = mClient->tuneUri(uri, quick);
