@@ -207,6 +207,22 @@ int64_t Player::streamTime90k() {
     return mImpl->streamTime90k();
 }
 
+Status Player::setVolume(int percent) {
+    return mImpl->setVolume(percent, std::nullopt);
+}
+
+Status Player::setMuted(bool isMuted) {
+    return mImpl->setVolume(std::nullopt, isMuted);
+}
+
+int Player::volume() const {
+    return mImpl->volume().percent;
+}
+
+bool Player::isMuted() const {
+    return mImpl->volume().isMuted;
+}
+
 PlaybackFigures Player::figures() {
     return mImpl->figures();
 }

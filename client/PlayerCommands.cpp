@@ -17,6 +17,7 @@ namespace {
 using Result = ClientEvents::Result;
 
 constexpr std::chrono::hours LONGEST{24 * 7};
+constexpr int LOUDEST_PERCENT = 150;
 
 // Milliseconds as the wire has them; what no content is as long as becomes the longest one.
 int32_t wireMs(std::chrono::milliseconds time) {
@@ -259,6 +260,31 @@ int64_t Player::Impl::streamTime90k() {
     const CallTimeout bound(mOptions.commandTimeout);
     int64_t time = 0;
     return session != nullptr && session->player().getPCRValue(&time) == android::OK ? time : 0;
+}
+
+Status Player::Impl::setVolume(std::optional<int> percent, std::optional<bool> isMuted) {
+    std::string error;
+    const std::shared_ptr<Session> session = this->session(&error);
+    Volume volume;
+    {
+        std::lock_guard<std::mutex> guard(mLock);
+        volume = mSettings.volume.value_or(volume);
+        volume.percent = std::clamp(percent.value_or(volume.percent), 0, LOUDEST_PERCENT);
+        volume.isMuted = isMuted.value_or(volume.isMuted);
+        mSettings.volume = volume;
+    }
+    const CallTimeout bound(mOptions.commandTimeout);
+    const auto monitor = session != nullptr ? session->monitor(&error) : nullptr;
+    if (monitor == nullptr) {
+        return {Status::LOST, error};
+    }
+    const status_t status = monitor->setVolume(volume.percent, volume.isMuted);
+    return status == android::OK ? Status() : failed(status, *session);
+}
+
+Player::Impl::Volume Player::Impl::volume() const {
+    std::lock_guard<std::mutex> guard(mLock);
+    return mSettings.volume.value_or(Volume());
 }
 
 PlaybackFigures Player::Impl::figures() {

@@ -139,6 +139,14 @@ status_t Player::Impl::apply(const Settings& settings, Session& session) {
     if (status == android::OK && settings.avOffsetMs.has_value()) {
         status = player.setAVSync(*settings.avOffsetMs + wire::AV_SYNC_BIAS_MS, &unused);
     }
+    if (status == android::OK && settings.volume.has_value()) {
+        std::string error;
+        const auto monitor = session.monitor(&error);
+        // One without it plays all the same.
+        if (monitor != nullptr) {
+            monitor->setVolume(settings.volume->percent, settings.volume->isMuted);
+        }
+    }
     return status;
 }
 

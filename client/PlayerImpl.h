@@ -62,6 +62,14 @@ public:
     Status setAvOffset(std::chrono::milliseconds offset);
     void setCaptionDelay(std::chrono::milliseconds delay) { mQueue.setCaptionDelay(delay); }
 
+    struct Volume {
+        int percent = 100;
+        bool isMuted = false;
+    };
+    // What is not given stays.
+    Status setVolume(std::optional<int> percent, std::optional<bool> isMuted);
+    Volume volume() const;
+
     Status requestStills(int count, std::chrono::milliseconds every);
     Status cancelStills();
     Status startRecording(const std::string& uri, int* number);
@@ -81,6 +89,7 @@ private:
         PictureQueue* surface = nullptr;
         std::optional<bool> audioEnabled;
         std::optional<int32_t> avOffsetMs;  // within what the wire holds
+        std::optional<Volume> volume;
     };
 
     bool begin(const std::shared_ptr<Session>& session, std::string* error);

@@ -6,6 +6,7 @@
 #include "ExitCode.h"
 #include "HumanText.h"
 #include "RecordingText.h"
+#include "StillWriter.h"
 
 using orvclient::Status;
 
@@ -65,6 +66,7 @@ Status PlayControl::lookAtRequests() {
 }
 
 Status PlayControl::act(const UserRequest& request) {
+    orvclient::Player& player = mParts.session.player();
     switch (request.what) {
         case Request::NEXT_AUDIO:
             return nextSound();
@@ -79,6 +81,14 @@ Status PlayControl::act(const UserRequest& request) {
             return toldFailure(mTransport.seekTo(request.value));
         case Request::RECORD:
             return toldFailure(toggleRecording());
+        case Request::STILL:
+            return toldFailure(saveStill());
+        case Request::VOLUME:
+            return toldFailure(player.setVolume(player.volume() + static_cast<int>(request.value)));
+        case Request::SET_VOLUME:
+            return toldFailure(player.setVolume(static_cast<int>(request.value)));
+        case Request::MUTE:
+            return toldFailure(player.setMuted(!player.isMuted()));
         case Request::BANNER:
             mParts.pictures.showBanner();
             return {};
@@ -156,6 +166,24 @@ Status PlayControl::nextSound() {
 Status PlayControl::toggleRecording() {
     return mParts.session.player().isRecording() ? stopRecording(true)
                                                  : startRecording("", mStorage);
+}
+
+// Of what is on the screen, in the folder where the program was started.
+Status PlayControl::saveStill() {
+    Still still;
+    if (!mParts.pictures.takeStill(&still)) {
+        return {Status::REFUSED, "there is no picture yet"};
+    }
+    std::string error;
+    const StillLabels labels{!mSource.title.empty() ? mSource.title : mSelection.serviceName,
+                             mSelection.serviceId};
+    const std::string path = writeStill(still, labels, ".", &error);
+    if (path.empty()) {
+        return {Status::REFUSED, "no still: " + error};
+    }
+    mParts.events.write("snapshot", {{"path", path}});
+    tell("still: " + path);
+    return {};
 }
 
 Status PlayControl::toldFailure(const Status& status) {

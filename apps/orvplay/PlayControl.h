@@ -52,6 +52,7 @@ public:
 private:
     orvclient::Status nextSound();
     orvclient::Status toggleRecording();
+    orvclient::Status saveStill();
     orvclient::Status toldFailure(const orvclient::Status& status);
     void tell(const std::string& line);
 

@@ -30,11 +30,13 @@ std::optional<Programme> programmeOf(const orvhost::BroadcastInformation& inform
 
 void ScreenStateSource::look(const PictureOutput::Figures& figures) {
     const int64_t nowNs = monotonicNs();
-    if (nowNs < mNextNs) {
+    if (nowNs < mNextNs && !hasUserChange()) {
         return;
     }
     mNextNs = nowNs + LOOK_NS;
     orvclient::Player& player = mParts.session.player();
+    mState.volumePercent = player.volume();
+    mState.isMuted = player.isMuted();
     mState.madeNs = nowNs;
     mState.kind = mSources.source.kind;
     mState.name =
@@ -69,6 +71,13 @@ void ScreenStateSource::look(const PictureOutput::Figures& figures) {
     if (std::exchange(mChannelsChanged, false)) {
         mParts.pictures.showChannels(mChannels);
     }
+}
+
+bool ScreenStateSource::hasUserChange() const {
+    const orvclient::Player& player = mParts.session.player();
+    return player.volume() != mState.volumePercent || player.isMuted() != mState.isMuted ||
+           player.isRecording() != (mState.recordingNumber != 0) ||
+           mSources.transport.isPaused() != mState.isPaused;
 }
 
 void ScreenStateSource::readBroadcast(int64_t nowNs) {

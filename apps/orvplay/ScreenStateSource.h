@@ -32,10 +32,9 @@ public:
     ScreenStateSource(const ScreenStateSource&) = delete;  // shows what it keeps
     ScreenStateSource& operator=(const ScreenStateSource&) = delete;
 
-    // To be called now and then with what came out: passed over within half a second.
+    // To be called now and then with what came out: passed over within half a second, unless the
+    // user changed something that is seen.
     void look(const PictureOutput::Figures& figures);
-    // The user changed something that is seen: at the next look it is told at once.
-    void touch() { mNextNs = 0; }
 
     // Something else plays: what was on air before is forgotten and the banner shown. `number` is
     // the channel's, empty without one, and `playing` its row of setChannels().
@@ -47,6 +46,7 @@ public:
     const ScreenState& state() const { return mState; }
 
 private:
+    bool hasUserChange() const;
     void readBroadcast(int64_t nowNs);
     void fillChannels();
 

@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "audio/MasterVolume.h"
 #include "media/CodecStatistics.h"
 #include "media/player/MediaFileState.h"
 #include "recording/IndexState.h"
@@ -76,6 +77,11 @@ android::status_t MonitorService::figures(orvhost::PlaybackFigures* figures) {
     figures->voluntarySwitches = usage.ru_nvcsw;
     figures->maxRssKb = usage.ru_maxrss;
     figures->pid = getpid();
+    return android::OK;
+}
+
+android::status_t MonitorService::setVolume(int32_t percent, bool isMuted) {
+    orvhost::setMasterVolume({percent, isMuted});
     return android::OK;
 }
 

@@ -13,6 +13,9 @@ public:
 
     android::status_t figures(orvhost::PlaybackFigures* figures) override;
 
+    // Whoever may play here may say how loud.
+    android::status_t setVolume(int32_t percent, bool isMuted) override;
+
     // For this process's user, root and whoever holds "android.permission.DUMP"; others get
     // PERMISSION_DENIED. A reader that does not take the text within a second gets the beginning of
     // it, and TIMED_OUT.

@@ -50,9 +50,11 @@ PulseServer::PulseServer(audio_policy_forced_cfg_t route)
     if (pa_threaded_mainloop_start(mLoop) < 0) {
         HOST_LOGE("%s: no thread for the sound server", __func__);
     }
+    addMasterVolumeListener(this);
 }
 
 PulseServer::~PulseServer() {
+    removeMasterVolumeListener(this);
     {
         const Lock lock(*this);
         closeContext();
@@ -272,6 +274,13 @@ void PulseServer::setRoute(audio_policy_forced_cfg_t config) {
     const Lock lock(*this);
     mRoute = config;
     applyRoute();
+}
+
+void PulseServer::onMasterVolume() {
+    const Lock lock(*this);
+    for (PulseStream* const pStream : mStreams) {
+        pStream->applyVolume();
+    }
 }
 
 void PulseServer::applyRoute() {

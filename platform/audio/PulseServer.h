@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "audio/MasterVolume.h"
+
 namespace orvhost {
 
 class PulseStream;
@@ -19,7 +21,7 @@ class PulseStream;
 // Nothing here waits for the server. "Locked" means that the caller holds the connection's lock
 // (Lock) or runs in one of its callbacks; a track's lock may be taken inside it, never the other
 // way round.
-class PulseServer {
+class PulseServer final : private MasterVolumeListener {
 public:
     explicit PulseServer(audio_policy_forced_cfg_t route = AUDIO_POLICY_FORCE_NONE);
     ~PulseServer();                            // after the last stream
@@ -89,6 +91,7 @@ private:
     static void onSinkInfo(pa_context* pContext, const pa_sink_info* pInfo, int end, void* pSelf);
     static Sink describe(const pa_sink_info& info);
 
+    void onMasterVolume() override;
     bool isAlive() const;
     void connect();
     void closeContext();

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "audio/MasterVolume.h"
 #include "audio/OutputKind.h"
 #include "audio/PlaybackTrack.h"
 #include "audio/PulseServer.h"
@@ -48,6 +49,15 @@ pa_channel_map channelMap(audio_channel_mask_t mask) {
         }
     }
     return map;
+}
+
+// The server's scale is as ours, from none to PA_VOLUME_NORM.
+pa_cvolume serverVolume(const MasterVolume& volume, unsigned channels) {
+    pa_cvolume result;
+    pa_cvolume_set(
+        &result, channels,
+        static_cast<pa_volume_t>(static_cast<int64_t>(PA_VOLUME_NORM) * volume.percent / 100));
+    return result;
 }
 
 }  // namespace
@@ -123,10 +133,18 @@ void PulseStream::connect() {
         static_cast<pa_usec_t>(bufferNs / NS_PER_US / REQUESTS_PER_BUFFER), &spec));
     buffer.prebuf = buffer.minreq;  // after an underrun of the server it waits only for this
     buffer.fragsize = UINT32_MAX;
-    constexpr auto FLAGS =
+    // Its volume is the server's to remember until one is chosen, and then that from the first
+    // sample on.
+    const auto chosen = masterVolume();
+    const pa_cvolume volume = serverVolume(chosen.value_or(MasterVolume()), map.channels);
+    const unsigned muting = !chosen.has_value() ? 0
+                            : chosen->isMuted   ? PA_STREAM_START_MUTED
+                                                : PA_STREAM_START_UNMUTED;
+    const auto flags =
         static_cast<pa_stream_flags_t>(PA_STREAM_INTERPOLATE_TIMING | PA_STREAM_AUTO_TIMING_UPDATE |
-                                       PA_STREAM_ADJUST_LATENCY | PA_STREAM_VARIABLE_RATE);
-    if (pa_stream_connect_playback(mpStream, nullptr, &buffer, FLAGS, nullptr, nullptr) < 0) {
+                                       PA_STREAM_ADJUST_LATENCY | PA_STREAM_VARIABLE_RATE | muting);
+    if (pa_stream_connect_playback(mpStream, nullptr, &buffer, flags,
+                                   chosen.has_value() ? &volume : nullptr, nullptr) < 0) {
         HOST_LOGE("%s: stream refused: %s", __func__, pa_strerror(pa_context_errno(pContext)));
         disconnect();
     }
@@ -167,11 +185,25 @@ void PulseStream::onDeviceChanged(audio_devices_t device) {
     mpTrack->setBluetooth(isBluetooth(device));
 }
 
+void PulseStream::applyVolume() {
+    const auto chosen = masterVolume();
+    if (!chosen.has_value() || !isPlaying()) {
+        return;
+    }
+    const pa_cvolume volume = serverVolume(*chosen, pa_stream_get_sample_spec(mpStream)->channels);
+    pa_context* const pContext = mServer.context();
+    PulseServer::forget(
+        pa_context_set_sink_input_volume(pContext, streamIndex(), &volume, nullptr, nullptr));
+    PulseServer::forget(pa_context_set_sink_input_mute(pContext, streamIndex(),
+                                                       chosen->isMuted ? 1 : 0, nullptr, nullptr));
+}
+
 void PulseStream::onState(pa_stream* pStream, void* pSelf) {
     auto* const pThis = static_cast<PulseStream*>(pSelf);
     switch (pa_stream_get_state(pStream)) {
         case PA_STREAM_READY:
             pThis->askForTiming();
+            pThis->applyVolume();  // it may have been changed meanwhile
             pThis->mServer.onStreamChanged();
             break;
         case PA_STREAM_FAILED:

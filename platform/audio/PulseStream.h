@@ -41,6 +41,7 @@ public:
     void connect();  // nothing to do unless started, connected and without a working stream
     void disconnect();
     void onDeviceChanged(audio_devices_t device);
+    void applyVolume();  // what was chosen, see MasterVolume
     bool isPlaying() const;
     uint32_t sinkIndex() const;
     uint32_t streamIndex() const;

@@ -91,6 +91,15 @@ public:
         *figures = std::move(read);
         return android::OK;
     }
+
+    status_t setVolume(int32_t percent, bool isMuted) override {
+        Parcel data;
+        data.writeInterfaceToken(descriptor);
+        data.writeInt32(percent);
+        data.writeInt32(isMuted ? 1 : 0);
+        Parcel reply;
+        return remote()->transact(SET_VOLUME, data, &reply);
+    }
 };
 
 }  // namespace
@@ -108,11 +117,18 @@ sp<IMonitor> IMonitor::asInterface(const sp<IBinder>& binder) {
 }
 
 status_t BnMonitor::onTransact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags) {
-    if (code != FIGURES) {
+    if (code != FIGURES && code != SET_VOLUME) {
         return BBinder::onTransact(code, data, reply, flags);
     }
     if (!data.checkInterface(this)) {
         return android::PERMISSION_DENIED;
+    }
+    if (code == SET_VOLUME) {
+        int32_t percent = 0;
+        int32_t isMuted = 0;
+        const bool isWhole =
+            data.readInt32(&percent) == android::OK && data.readInt32(&isMuted) == android::OK;
+        return isWhole ? setVolume(percent, isMuted != 0) : android::BAD_VALUE;
     }
     PlaybackFigures counted;
     const status_t status = figures(&counted);

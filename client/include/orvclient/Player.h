@@ -206,6 +206,13 @@ public:
     Status setCaptionPid(uint16_t pid);
     // Pictures are shown so much later (or, negative, earlier).
     Status setAvOffset(std::chrono::milliseconds offset);
+    // How loud the service is: 0 to 150 percent, 100 being as it was sent, on the scale of sound
+    // servers' mixers; what lies outside becomes the nearest. Holds for whatever plays, a service
+    // that replaces this one included. Until one was set it is as the sound server remembers it.
+    Status setVolume(int percent);
+    Status setMuted(bool isMuted);
+    int volume() const;  // as set last, 100 before
+    bool isMuted() const;
     // Captions reach onCaption so much later; not the service's business, done here.
     void setCaptionDelay(std::chrono::milliseconds delay);
 

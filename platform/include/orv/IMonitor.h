@@ -39,6 +39,7 @@ struct PlaybackFigures {
 //
 //   code  operation  request after the token  reply
 //   1     figures    -                        the figures, the list last, numbers as int64
+//   2     setVolume  int32 percent, muted     -
 class IMonitor : public android::IInterface {
 public:
     static const android::String16& descriptor;
@@ -46,11 +47,14 @@ public:
 
     static constexpr char SERVICE_NAME[] = "OrvMonitor";
 
-    enum Code : uint32_t { FIGURES = android::IBinder::FIRST_CALL_TRANSACTION };
+    enum Code : uint32_t { FIGURES = android::IBinder::FIRST_CALL_TRANSACTION, SET_VOLUME };
 
     // Takes the beeps: one caller gets each of them. 0, DEAD_OBJECT, or BAD_VALUE for an answer
     // that makes no sense; then *figures is as it was.
     virtual android::status_t figures(PlaybackFigures* figures) = 0;
+    // How loud the service's sound is: 0 to 150 percent on the scale of sound servers' mixers, what
+    // lies outside becomes the nearest. Holds for what plays and for what will, until the next one.
+    virtual android::status_t setVolume(int32_t percent, bool isMuted) = 0;
 };
 
 class BnMonitor : public android::BnInterface<IMonitor> {

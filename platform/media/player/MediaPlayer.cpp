@@ -13,6 +13,7 @@
 
 #include "audio/AudioOutput.h"
 #include "audio/AudioSession.h"
+#include "audio/MasterVolume.h"
 #include "media/player/EngineLoader.h"
 #include "media/player/MediaFileState.h"
 #include "media/player/Notifier.h"
@@ -61,11 +62,16 @@ int errorCodeOf(MediaFailure failure) {
 
 }  // namespace
 
-class MediaPlayer::Impl : public orvhost::MediaEngineClient {
+class MediaPlayer::Impl : public orvhost::MediaEngineClient, private orvhost::MasterVolumeListener {
 public:
     Impl()
         : mSink([this] { mNotifier.post(MEDIA_INFO, MEDIA_INFO_RENDERING_START, 0); }),
-          mSession(orvhost::newAudioSession()) {}
+          mSession(orvhost::newAudioSession()) {
+        orvhost::addMasterVolumeListener(this);
+    }
+    ~Impl() { orvhost::removeMasterVolumeListener(this); }
+    Impl(const Impl&) = delete;  // listeners are known by address
+    Impl& operator=(const Impl&) = delete;
 
     status_t setDataSource(const char* url);
     status_t setVideoSurfaceTexture(const sp<IGraphicBufferProducer>& producer);
@@ -92,6 +98,8 @@ public:
     std::atomic<int64_t> mDurationMs{-1};
 
 private:
+    void onMasterVolume() override;
+    double wholeGain() const;
     status_t fail(MediaFailure failure, const std::string& reason);
 
     std::mutex mLock;  // one command at a time; the engine's threads never take it
@@ -132,9 +140,21 @@ status_t MediaPlayer::Impl::setVolume(float volume) {
     const std::lock_guard guard(mLock);
     mGain = static_cast<double>(volume);
     if (mEngine != nullptr) {
-        mEngine->setGain(mGain);
+        mEngine->setGain(wholeGain());
     }
     return OK;
+}
+
+void MediaPlayer::Impl::onMasterVolume() {
+    const std::lock_guard guard(mLock);
+    if (mEngine != nullptr) {
+        mEngine->setGain(wholeGain());
+    }
+}
+
+// Of the player and of the process.
+double MediaPlayer::Impl::wholeGain() const {
+    return mGain * orvhost::masterVolume().value_or(orvhost::MasterVolume()).gain();
 }
 
 status_t MediaPlayer::Impl::prepare() {
@@ -163,7 +183,7 @@ status_t MediaPlayer::Impl::prepare() {
         }
     }
     source.isSilent = orvhost::audioOutput() == orvhost::AudioOutput::SILENT;
-    source.gain = mGain;
+    source.gain = wholeGain();
     source.timeoutMs = READ_TIMEOUT_MS;
     mEngine = orvhost::createMediaEngine(*this, mSink, &reason);
     if (mEngine == nullptr) {

@@ -37,6 +37,7 @@ constexpr Option OPTIONS[] = {
     {"audio-display", "no"},  // a cover is no film
     {"sid", "no"},
     {"osd-level", "0"},
+    {"volume-max", "150"},
     {"sws-fast", "yes"},  // what halves and doubles chroma the same way back and forth
     {"sws-allow-zimg", "no"},
     {"audio-fallback-to-null", "yes"},

@@ -7,14 +7,17 @@
 #include <bit>
 #include <chrono>
 #include <cmath>
+#include <cstdio>
 #include <functional>
 #include <iostream>
 #include <mutex>
+#include <string>
 #include <thread>
 #include <vector>
 
 #include "audio/AudioClock.h"
 #include "audio/AudioOutput.h"
+#include "audio/MasterVolume.h"
 #include "audio/PlaybackTap.h"
 #include "platform/audio/SoundServer.h"
 #include "support/Await.h"
@@ -249,6 +252,56 @@ TEST_F(PulseOutputTest, ForcedRouteMovesSoundAndTheDeviceState) {
         AudioSystem::setParameters(AUDIO_IO_HANDLE_NONE, String8(pPairs));
         EXPECT_TRUE(orvtest::await([] { return goesTo(AUDIO_DEVICE_OUT_SPEAKER); })) << pPairs;
     }
+}
+
+// Loudness of each stream as the server's mixers show it: "80% no" with the muting behind it.
+std::vector<std::string> mixerRows() {
+    std::vector<std::string> rows;
+    std::string muted;
+    FILE* const pipe = popen("LC_ALL=C pactl list sink-inputs", "r");
+    char line[512];
+    while (pipe != nullptr && fgets(line, sizeof line, pipe) != nullptr) {
+        const std::string text(line);
+        if (const size_t at = text.find("Mute: "); at != std::string::npos) {
+            muted = text.substr(at + 6, text.find_last_not_of('\n') + 1 - at - 6);
+        } else if (const size_t end = text.find('%');
+                   end != std::string::npos && text.find("Volume: ") != std::string::npos) {
+            const size_t begin = text.find_last_of(" ", end) + 1;
+            rows.push_back(text.substr(begin, end + 1 - begin) + " " + muted);
+        }
+    }
+    if (pipe != nullptr) {
+        pclose(pipe);
+    }
+    return rows;
+}
+
+TEST_F(PulseOutputTest, MixersShowTheVolumeOfWhatPlaysAndOfWhatComes) {
+    using Rows = std::vector<std::string>;
+    const auto becomes = [](const Rows& rows) {
+        return orvtest::await([&] { return mixerRows() == rows; });
+    };
+    orvhost::setMasterVolume({70, false});  // before there is a server to tell
+    const Beeper beeper(48000, AUDIO_CHANNEL_OUT_STEREO);
+    EXPECT_TRUE(becomes({"70% no"}));
+    orvhost::setMasterVolume({400, true});
+    EXPECT_TRUE(becomes({"150% yes"}));
+    orvhost::setMasterVolume({-5, false});
+    EXPECT_TRUE(becomes({"0% no"}));
+    {
+        const sp<AudioTrack> other =
+            new AudioTrack(AUDIO_STREAM_MUSIC, 24000, AUDIO_FORMAT_DEFAULT, AUDIO_CHANNEL_OUT_MONO);
+        other->start();
+        EXPECT_TRUE(becomes({"0% no", "0% no"}));
+        orvhost::setMasterVolume({100, false});
+        EXPECT_TRUE(becomes({"100% no", "100% no"}));
+    }
+    // A server that comes back has it too.
+    orvhost::setMasterVolume({40, false});
+    spServer->kill();
+    ASSERT_TRUE(spServer->start());
+    EXPECT_TRUE(becomes({"40% no"}));
+    orvhost::setMasterVolume({});
 }
 
 TEST_F(PulseOutputTest, ManyTracksComeAndGo) {
