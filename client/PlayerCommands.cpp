@@ -303,6 +303,8 @@ PlaybackFigures Player::Impl::figures() {
     figures.picturesDroppedAtWindow = seen.picturesDroppedAtWindow;
     figures.firstIdrQueuedUs = seen.firstIdrQueuedUs;
     figures.firstIdrReadyUs = seen.firstIdrReadyUs;
+    figures.firstPcrUs = seen.firstPcrUs;
+    figures.firstSoundUs = seen.firstSoundUs;
     figures.audioFrames = seen.audioFrames;
     figures.heard = seen.heard;
     figures.outputLatencyMs = seen.outputLatencyMs;

@@ -65,6 +65,8 @@ android::status_t MonitorService::figures(orvhost::PlaybackFigures* figures) {
         codec.picturesDroppedAtWindow + orvhost::mediaPicturesDropped();
     figures->firstIdrQueuedUs = codec.firstIdrQueuedUs;
     figures->firstIdrReadyUs = codec.firstIdrReadyUs;
+    figures->firstPcrUs = player.firstPcrUs;
+    figures->firstSoundUs = codec.firstSoundUs;
     figures->audioFrames = mSound.frames();
     figures->heard = mSound.heard();
     figures->outputLatencyMs = mSound.outputLatencyMs();

@@ -22,6 +22,8 @@ void forEachNumber(Figures& f, Visit visit) {
     visit(f.picturesDroppedAtWindow);
     visit(f.firstIdrQueuedUs);
     visit(f.firstIdrReadyUs);
+    visit(f.firstPcrUs);
+    visit(f.firstSoundUs);
     visit(f.audioFrames);
     visit(f.heard);
     visit(f.outputLatencyMs);

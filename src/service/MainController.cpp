@@ -38,6 +38,7 @@ MainController::MainController()
     mAudioRaw = addRingBuffer();
     mAudioRenderer = addModule(sp<AudioRenderer>(new AudioRenderer(mSynchronization)));
     mSynchronization->addListener(mAudioRenderer.get());
+    mSynchronization->addListener(this);
     mCCTS = addRingBuffer();
     mCCParser = addModule(sp<TSParser>(new TSParser(PID_TYPE_CLOSED_CAPTION)));
     mCCPES = addRingBuffer();
@@ -90,6 +91,9 @@ int MainController::start() {
     {
         std::lock_guard<std::mutex> guard(mGateLock);
         mStarted = true;
+    }
+    if (mFigures != nullptr) {
+        mFigures->firstPcrUs = 0;
     }
     beginSource();
     setClockOffsets();
@@ -240,6 +244,12 @@ void MainController::onAudioReady(long msec) {
         ++mFigures->audioEarlyCount;
     }
     mServiceController->onAudioReady(msec);
+}
+
+void MainController::onPCRChanged(unsigned long) {
+    if (mFigures != nullptr && mFigures->firstPcrUs == 0) {
+        mFigures->firstPcrUs = systemTime(SYSTEM_TIME_MONOTONIC) / 1000;
+    }
 }
 
 void MainController::onAudioSessionId(int id) {

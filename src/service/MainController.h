@@ -49,6 +49,7 @@ class MainController : public VideoRenderer::FrameRenderedListener,
                        public Decoder::DecoderInfoListener,
                        public IPlayerListener,
                        public IRecorderListener,
+                       public PCRListener,
                        public virtual android::RefBase {
 public:
     MainController();
@@ -100,6 +101,7 @@ public:
     void onAudioRendered() override;
     void onAudioReady(long msec) override;
     void onAudioSessionId(int id) override;
+    void onPCRChanged(unsigned long pcr) override;  // with the clock's lock held
     void onVideoResolution(int width, int height) override;
     void onTimeUpdate(int elapsedSeconds) override;
     void onEndOfContent() override;

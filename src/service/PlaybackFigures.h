@@ -14,6 +14,7 @@ struct PlaybackFigures {
     std::atomic<int64_t> audioEarlyMs{
         0};  // of the sound at hand against the sound clock, the latest
     std::atomic<uint64_t> audioEarlyCount{0};  // how often that was told
+    std::atomic<int64_t> firstPcrUs{0};  // the clock was set, since the last start; 0: not yet
 };
 
 }  // namespace OrvPlayer

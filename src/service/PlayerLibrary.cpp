@@ -22,6 +22,6 @@ extern "C" void OrvPlayer_figures(OrvPlayer_Figures* figures) {
     if (const android::sp<COrvPlayer> player = COrvPlayer::instance(); player != nullptr) {
         const OrvPlayer::PlaybackFigures& from = player->figures();
         *figures = {from.framesTimed, from.lastFrameTimedNs, from.audioEarlyMs,
-                    from.audioEarlyCount};
+                    from.audioEarlyCount, from.firstPcrUs};
     }
 }

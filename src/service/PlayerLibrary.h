@@ -14,6 +14,7 @@ struct OrvPlayer_Figures {
     int64_t lastFrameTimedNs;
     int64_t audioEarlyMs;
     uint64_t audioEarlyCount;
+    int64_t firstPcrUs;
 };
 
 // Makes the service and registers it as "OrvPlayer" with the default service manager; a second call

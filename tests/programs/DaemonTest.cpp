@@ -265,6 +265,8 @@ TEST(Daemon, TellsWhatItPlays) {
     EXPECT_TRUE(figures.heard);
     EXPECT_EQ(figures.pid, service.program().pid());
     EXPECT_GT(figures.firstIdrReadyUs, 0);
+    EXPECT_GT(figures.firstPcrUs, 0);
+    EXPECT_GT(figures.firstSoundUs, figures.firstPcrUs);
     EXPECT_NEAR(figures.outputLatencyMs, 179.7, 0.1);  // of 48 kHz in stereo
     EXPECT_GT(figures.cpuSeconds, 0.0);
     // A beep a second. The stream starts anew at its end, so that one distance may differ.

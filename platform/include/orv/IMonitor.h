@@ -16,6 +16,8 @@ struct PlaybackFigures {
     uint64_t picturesDroppedAtWindow = 0;
     int64_t firstIdrQueuedUs = 0;  // CLOCK_MONOTONIC; 0: none yet
     int64_t firstIdrReadyUs = 0;
+    int64_t firstPcrUs = 0;        // the player's clock was set, since the last start
+    int64_t firstSoundUs = 0;      // the first decoded block of sound, likewise
     uint64_t audioFrames = 0;      // sample frames written
     bool heard = false;            // something was played while the output was not muted
     double outputLatencyMs = 0.0;  // from a write into an empty track to the ear; 0: none yet
