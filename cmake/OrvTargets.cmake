@@ -126,7 +126,7 @@ function(orv_test name)
         orv_test_flags)
     add_test(NAME ${name} COMMAND ${name})
     set_tests_properties(${name} PROPERTIES TIMEOUT ${ARG_TIMEOUT}
-        ENVIRONMENT "ORV_AUDIO=silent;TSAN_OPTIONS=suppressions=${CMAKE_SOURCE_DIR}/cmake/tsan.supp halt_on_error=1")
+        ENVIRONMENT "ORV_AUDIO=silent;XDG_STATE_HOME=${CMAKE_BINARY_DIR}/state;TSAN_OPTIONS=suppressions=${CMAKE_SOURCE_DIR}/cmake/tsan.supp halt_on_error=1")
     if(ARG_SERIAL AND NOT ORV_SANITIZE)
         set_tests_properties(${name} PROPERTIES RUN_SERIAL TRUE)
     endif()

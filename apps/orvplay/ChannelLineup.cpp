@@ -33,7 +33,7 @@ int ChannelLineup::next(int by, int from) const {
 bool ChannelLineup::isPassedOver(const Channel& channel) const {
     const std::string source = sourceOf(channel);
     return source.empty() ||
-           (channel.oneSegment &&
+           (mIsUsersList && channel.oneSegment &&
             std::any_of(mChannels.begin(), mChannels.end(), [&source](const Channel& other) {
                 return !other.oneSegment && sourceOf(other) == source;
             }));
@@ -73,7 +73,7 @@ ChannelLineup lineupAround(const std::string& source, uint16_t serviceId,
             channel.source = source;
             channel.dvb = {};
         }
-        lineup = ChannelLineup(std::move(here));
+        lineup = ChannelLineup(std::move(here), false);
         row = lineup.rowOf(source, serviceId);
     }
     lineup.setCurrent(row);

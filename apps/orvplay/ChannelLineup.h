@@ -14,17 +14,20 @@ namespace orvplay {
 // What can be zapped to while something plays, in order, and which of it plays: rows of channels,
 // counted from 0. One thread.
 //
-// With several sizes of one broadcast, next() passes over the small one: a one-segment service is
-// left out where the lineup has a full-segment one of the same multiplex. find() and the row itself
+// In the user's list next() passes over the small size of a broadcast: a one-segment service is
+// left out where the list has a full-segment one of the same multiplex. find() and the row itself
 // reach all.
 class ChannelLineup {
 public:
     static constexpr int NONE = -1;  // no row
 
     ChannelLineup() = default;
-    explicit ChannelLineup(std::vector<Channel> channels) : mChannels(std::move(channels)) {}
+    explicit ChannelLineup(std::vector<Channel> channels, bool isUsersList = true)
+        : mChannels(std::move(channels)), mIsUsersList(isUsersList) {}
 
     const std::vector<Channel>& entries() const { return mChannels; }
+    // They are the user's channels, not the services of one source.
+    bool isUsersList() const { return mIsUsersList; }
 
     // What plays; NONE where the lineup has no row for it.
     int current() const { return mCurrent; }
@@ -46,6 +49,7 @@ private:
     bool isPassedOver(const Channel& channel) const;
 
     std::vector<Channel> mChannels;
+    bool mIsUsersList = false;
     int mCurrent = NONE;
     int mLast = NONE;
 };

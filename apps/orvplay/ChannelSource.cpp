@@ -7,8 +7,10 @@
 #include <cstdio>
 #include <filesystem>
 
+#include "ChannelLineup.h"
 #include "ExitCode.h"
 #include "PlaySource.h"
+#include "ZapHistory.h"
 #include "channels/ChannelList.h"
 #include "dtv/LiveSource.h"
 #include "dtv/SourceUri.h"
@@ -27,6 +29,13 @@ int fail(ExitCode code, const std::string& message) {
 bool isElsewhere(const std::string& source) {
     return source == "-" || source.empty() || source.find("://") != std::string::npos ||
            recordingNumberOf(source).has_value() || access(source.c_str(), F_OK) == 0;
+}
+
+void put(const Channel& channel, StreamOptions* options) {
+    options->source = sourceOf(channel);
+    if (options->service.empty() && channel.serviceId != 0) {
+        options->service = std::to_string(channel.serviceId);
+    }
 }
 
 }  // namespace
@@ -51,16 +60,34 @@ int resolveChannel(StreamOptions* options) {
                                 : fail(EXIT_NOT_FOUND, "no file and no channel \"" + wanted +
                                                            "\"; see: orvplay channels list");
     }
-    if (options->service.empty() && channel->serviceId != 0) {
-        options->service = std::to_string(channel->serviceId);
-    }
-    const std::string found = sourceOf(*channel);
-    if (found.empty()) {
+    if (sourceOf(*channel).empty()) {
         return fail(EXIT_FAILED, "channel \"" + wanted +
                                      "\" is not of ISDB-T, nothing else is "
                                      "received here");
     }
-    options->source = found;
+    put(*channel, options);
+    return EXIT_OK;
+}
+
+int resumeChannel(StreamOptions* options) {
+    Channel last;
+    if (lastChannel(&last)) {
+        put(last, options);
+        return EXIT_OK;
+    }
+    ChannelList list;
+    std::string error;
+    if (!list.load(&error)) {
+        return fail(EXIT_FAILED, error);
+    }
+    const ChannelLineup lineup(list.channels());
+    const int first = lineup.next(1);
+    if (first == ChannelLineup::NONE) {
+        return fail(EXIT_USAGE,
+                    "nothing to play: find channels with orvplay scan, or name a source: orvplay "
+                    "play SOURCE");
+    }
+    put(lineup.entries()[static_cast<size_t>(first)], options);
     return EXIT_OK;
 }
 

@@ -14,6 +14,9 @@ namespace orvplay {
 // one line on standard error.
 int resolveChannel(StreamOptions* options);
 
+// Puts there the channel that played last, else the first of the user's.
+int resumeChannel(StreamOptions* options);
+
 // What the tuner is told for a channel: its source, or the URI of its DVB tuning. Empty for a
 // tuning that is not of ISDB-T.
 std::string sourceOf(const Channel& channel);

@@ -16,6 +16,7 @@
 #include "ProbeCommand.h"
 #include "SnapshotCommand.h"
 #include "UnitsCommand.h"
+#include "ZapCommand.h"
 
 namespace orvplay {
 
@@ -33,8 +34,8 @@ CLI::App* addPlay(CLI::App& app, PlayOptions& options) {
     play->add_option("SOURCE", options.source,
                      "A channel by name or number, a transport stream file, which plays as live "
                      "television, - for one on standard input, udp://[INTERFACE@]ADDRESS:PORT, "
-                     "rtp://..., recording:N, or a media file")
-        ->required();
+                     "rtp://..., recording:N, or a media file. Without it the channel that played "
+                     "last, or the first one");
     addStreams(play, options);
     addPid(play, "--pcr-pid", options.pcrPid, "clock");
     addPlayback(play, options);
@@ -143,6 +144,34 @@ CLI::App* addDoctor(CLI::App& app, bool& json) {
     return doctor;
 }
 
+CLI::App* addZap(CLI::App& app, ZapOptions& options) {
+    CLI::App* zap = app.add_subcommand(
+        "zap", "Change the channel of a running player, and show where the time goes");
+    zap->add_option("CHANNEL", options.channel,
+                    "A channel by name or number, or next (the default), previous, last");
+    zap->add_option("--player", options.player, "Which one, by process number")
+        ->check(CLI::PositiveNumber)
+        ->type_name("PID");
+    zap->add_option("--count", options.count,
+                    "Change so often, three seconds after each picture, and show the median and "
+                    "the worst")
+        ->check(CLI::Range(1, 1000))
+        ->type_name("N");
+    zap->add_flag("--history", options.history, "Show the last changes, whoever asked for them")
+        ->excludes("--player")
+        ->excludes("--count");
+    zap->add_option("-n", options.lines, "How many of them (default 20)")
+        ->check(CLI::Range(1, 1000))
+        ->type_name("N");
+    zap->add_flag("--json", options.json, "Print JSON, one object a line");
+    zap->footer(
+        "The whole is the time from the command to the first picture on the screen. Its parts\n"
+        "follow one another: to the tuned source (tune), to the streams of the service (tables),\n"
+        "until its clock runs (pcr), to the first picture that stands by itself (idr), to the\n"
+        "first sound (audio), and until both are due and shown (gate).");
+    return zap;
+}
+
 CLI::App* addCompletion(CLI::App& app, std::string& shell) {
     CLI::App* completion =
         app.add_subcommand("completion", "Print what makes a shell complete orvplay's commands");
@@ -169,6 +198,7 @@ CommandTree::CommandTree() : mApp("OrvPlayer: ISDB-T / SBTVD digital television"
     add(addCaptions(mApp, mCaptions), [this] { return captionsCommand(mCaptions); });
     add(mRecord.addTo(mApp), [this] { return mRecord.run(); });
     add(addChannels(mApp, mChannels), [this] { return channelsCommand(mChannels); });
+    add(addZap(mApp, mZap), [this] { return zapCommand(mZap); });
     add(addScan(mApp, mScan), [this] { return scanCommand(mScan); });
     add(addDoctor(mApp, mDoctorJson), [this] { return doctorCommand(mDoctorJson); });
     add(addStatus(mApp, mFleet), [this] { return statusCommand(mFleet); });

@@ -44,6 +44,7 @@ private:
     ScanOptions mScan;
     bool mDoctorJson = false;
     FleetOptions mFleet;
+    ZapOptions mZap;
     std::string mShell;  // to complete for
 };
 

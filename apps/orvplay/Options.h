@@ -75,6 +75,15 @@ struct ChannelsOptions {
     bool json = false;
 };
 
+struct ZapOptions {
+    std::string channel = "next";  // name or number, "next", "previous" or "last"
+    int player = 0;                // process number; 0: the one that runs
+    int count = 1;
+    bool history = false;  // show that alone
+    int lines = 20;        // of it
+    bool json = false;
+};
+
 struct ScanOptions {
     std::string source;         // empty: a DVB adapter
     std::string region = "br";  // whose channels the adapter is tuned to

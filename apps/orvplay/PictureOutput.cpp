@@ -166,6 +166,15 @@ void PictureOutput::showCaption(std::string utf8) {
     }
 }
 
+void PictureOutput::expectBreak() {
+    {
+        std::lock_guard<std::mutex> guard(mLock);
+        mBreakExpected = true;
+        mFigures.breakEndNs = 0;
+    }
+    mSync.onBreak();
+}
+
 void PictureOutput::onPicture(const orvhost::AcquiredBuffer& picture) {
     const int64_t now = monotonicNs();
     const Marks marks = readMarks(picture);
@@ -173,6 +182,7 @@ void PictureOutput::onPicture(const orvhost::AcquiredBuffer& picture) {
         std::lock_guard<std::mutex> guard(mLock);
         if (mBreakExpected.exchange(false)) {
             mMeter.onBreak();
+            mFigures.breakEndNs = now;
         }
         mMeter.onFrame(picture.input.timestamp, now, marks.number);
         ++mFigures.frames;

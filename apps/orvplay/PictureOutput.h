@@ -31,6 +31,7 @@ public:
         uint64_t frames = 0;
         int64_t firstFrameNs = 0;  // monotonic time of the first picture, 0 before
         int64_t lastFrameNs = 0;
+        int64_t breakEndNs = 0;       // of the first picture after the last break; 0: not yet
         int64_t lastTimestampNs = 0;  // of the last picture, on the time line of its source
         int width = 0;
         int height = 0;
@@ -69,10 +70,7 @@ public:
     void showBanner() { mBannerWanted = true; }
     // The next picture is no successor of the last one: playback was paused, or went elsewhere.
     // Any thread.
-    void expectBreak() {
-        mBreakExpected = true;
-        mSync.onBreak();
-    }
+    void expectBreak();
 
     Figures figures() const;
     // Waits for the first picture, at most so long.

@@ -10,7 +10,8 @@ namespace orvplay {
 
 int playCommand(const PlayOptions& given) {
     PlayOptions options = given;
-    if (const int code = resolveChannel(&options); code != EXIT_OK) {
+    const int code = options.source.empty() ? resumeChannel(&options) : resolveChannel(&options);
+    if (code != EXIT_OK) {
         return code;
     }
     options.headless = options.headless || !isDisplayAvailable();

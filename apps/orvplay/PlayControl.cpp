@@ -49,11 +49,13 @@ nlohmann::json failure(int code, const std::string& message) {
 }  // namespace
 
 PlayControl::PlayControl(const PlayParts& parts, const PlaySource& source,
-                         StreamSelection& selection, RecordingControl& recording, int storage)
+                         StreamSelection& selection, RecordingControl& recording, ZapControl& zap,
+                         int storage)
     : mParts(parts),
       mSource(source),
       mSelection(selection),
       mRecording(recording),
+      mZap(zap),
       mStorage(storage),
       mStreams(parts, selection),
       mTransport(parts, source) {}
@@ -89,6 +91,14 @@ Status PlayControl::act(const UserRequest& request) {
             return toldFailure(player.setVolume(static_cast<int>(request.value)));
         case Request::MUTE:
             return toldFailure(player.setMuted(!player.isMuted()));
+        case Request::NEXT_CHANNEL:
+            return toldFailure(mZap.step(1));
+        case Request::PREVIOUS_CHANNEL:
+            return toldFailure(mZap.step(-1));
+        case Request::LAST_CHANNEL:
+            return toldFailure(mZap.goBack());
+        case Request::CHOOSE_CHANNEL:
+            return toldFailure(mZap.choose(static_cast<int>(request.value)));
         case Request::BANNER:
             mParts.pictures.showBanner();
             return {};
@@ -153,6 +163,11 @@ Status PlayControl::stopRecording(bool keep) {
         tell(name + " ends");
     }
     return {};
+}
+
+void PlayControl::enterChannel() {
+    mTransport.enterChannel();
+    mStreams.enterChannel();
 }
 
 Status PlayControl::nextSound() {

@@ -9,6 +9,7 @@
 #include "StreamSelection.h"
 #include "StreamSwitch.h"
 #include "Transport.h"
+#include "ZapControl.h"
 
 namespace orvplay {
 
@@ -26,7 +27,7 @@ public:
 
     // What plays may be changed in `selection`.
     PlayControl(const PlayParts& parts, const PlaySource& source, StreamSelection& selection,
-                RecordingControl& recording, int storage);
+                RecordingControl& recording, ZapControl& zap, int storage);
 
     // Does what was asked for at the display. The status of a player that had to be made anew.
     orvclient::Status lookAtRequests();
@@ -42,6 +43,10 @@ public:
     orvclient::Status startRecording(const std::string& name, int storage);
     // Says that it ends.
     orvclient::Status stopRecording(bool keep);
+
+    // What plays is about to be left for another channel; that one was started.
+    void leaveChannel() { mTransport.leaveChannel(); }
+    void enterChannel();
 
     // See Transport.
     orvclient::Status resume(bool isWanted) { return mTransport.resume(isWanted); }
@@ -60,6 +65,7 @@ private:
     const PlaySource mSource;
     const StreamSelection& mSelection;
     RecordingControl& mRecording;
+    ZapControl& mZap;
     const int mStorage;
     StreamSwitch mStreams;
     Transport mTransport;

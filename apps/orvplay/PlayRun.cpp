@@ -61,6 +61,7 @@ orvclient::Callbacks PlayRun::callbacks() {
     mRecording.subscribe(&callbacks);
     callbacks.onOpened = [this](int result) {
         mEvents.write("openUriComplete", {{"result", result}});
+        mIsOpen = true;
         mAnswers.release();
     };
     callbacks.onStarted = [this](int result) {
@@ -131,7 +132,15 @@ bool PlayRun::openOutputs() {
                           mMessages,
                           [this] { askService(true); },
                           [this] { return playAgain(); }};
-    mControl.emplace(parts, mSource, mSelection, mRecording, mOptions.storage);
+    mZap.emplace(parts, mServer,
+                 ZapControl::Steps{[this] { leaveChannel(); },
+                                   [this](const Channel& channel, ZapTimes* times) {
+                                       return enterChannel(channel, times);
+                                   },
+                                   [this](std::vector<ChannelRow> rows, int playing) {
+                                       showChannels(std::move(rows), playing);
+                                   }});
+    mControl.emplace(parts, mSource, mSelection, mRecording, *mZap, mOptions.storage);
     mScreen.emplace(parts, ScreenStateSource::Sources{mSource, mSelection, mService, mRecording,
                                                       mControl->transport(), mSync});
     mFigures.emplace(PlayerFigures::Sources{*mSession, *mPictures, mSummary, mSync, mService,
@@ -158,6 +167,9 @@ int PlayRun::play() {
     if (const Status status = mControl->resume(mOptions.resume); !status.ok()) {
         mMessages.say("it plays from its beginning: " + status.message);
     }
+    if (mSource.kind == SourceKind::LIVE) {
+        mZap->begin(mSource.path, mSelection.serviceId);
+    }
     if (!mOptions.record.empty()) {
         const std::string name = mOptions.record != "-" ? mOptions.record : "";
         if (const Status status = mControl->startRecording(name, mOptions.storage); !status.ok()) {
@@ -168,7 +180,6 @@ int PlayRun::play() {
 }
 
 Status PlayRun::open() {
-    mIsOpen = true;
     const Status status = mSession->open(mSource, mSelection, &mQueue, mOptions.audio);
     awaitAnswer(status);
     return status;
@@ -245,6 +256,7 @@ int PlayRun::finish() {
     mDesktop.reset();
     mScreen.reset();
     mControl.reset();
+    mZap.reset();
     mSession = nullptr;  // no event comes after this: the summary is the last line
     mPictures->stop();
     const PictureOutput::Figures figures = mPictures->figures();

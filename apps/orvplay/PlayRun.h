@@ -32,6 +32,7 @@
 #include "SourceEnd.h"
 #include "StreamSelection.h"
 #include "SyncMeter.h"
+#include "ZapControl.h"
 
 namespace orvplay {
 
@@ -57,6 +58,11 @@ private:
     orvclient::Status openAndStart();
     orvclient::Status playAgain();
     void awaitAnswer(const orvclient::Status& status);
+    void leaveChannel();
+    ZapControl::Failure enterChannel(const Channel& channel, ZapTimes* times);
+    ZapControl::Failure tuneChannel(const std::string& source);
+    void forgetEvents();
+    void showChannels(std::vector<ChannelRow> rows, int playing);
     void watch();
     void awaitNextLook();
     Outcome look();
@@ -81,7 +87,7 @@ private:
     Outcome outcomeOf(const orvclient::Status& status, const std::string& what);
     Outcome giveUp(int code);
 
-    const PlayOptions mOptions;
+    PlayOptions mOptions;  // with the source and the service that play
     PlaySource mSource;
     StreamSelection mSelection;  // what is played: keys change it
     EventLog mEvents;
@@ -103,11 +109,13 @@ private:
     std::optional<PlayerFigures> mFigures;
     std::optional<FleetControl> mFleet;
     std::optional<DesktopControl> mDesktop;
+    std::optional<ZapControl> mZap;
     SourceEnd mSourceEnd;
 
     Outcome mOutcome = Outcome::GO_ON;
     int mFailure = EXIT_OK;
     bool mFirstPictureReported = false;
+    bool mIsTuned = true;        // once it plays; not where a change of channel failed
     bool mHinted = false;        // the user was told why nothing is shown
     int64_t mEndNs = 0;          // of the duration asked for; 0: none, or no picture yet
     int64_t mLastRestartNs = 0;  // of the player, after it gave up on a scrambled stream

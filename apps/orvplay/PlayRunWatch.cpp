@@ -20,6 +20,7 @@ namespace orvplay {
 namespace {
 
 constexpr int64_t LOOK_NS = 100'000'000;
+constexpr int CHANGE_PASSES = 4;  // of the control socket: each lets one in, or hears those let in
 constexpr double LONGEST_S = 1e9;
 constexpr int64_t RESTART_NS = 10'000'000'000;
 // Outputs that open at all open sooner, even where sound was announced with the wrong framing.
@@ -49,12 +50,16 @@ void PlayRun::awaitNextLook() {
         leftNs = std::clamp<int64_t>(mEndNs - monotonicNs(), 0, LOOK_NS);
     }
     const auto serve = [this](int connection, const nlohmann::json& request) {
-        if (!mFleet->serve(connection, request)) {
+        if (!mFleet->serve(connection, request) && !mZap->serve(connection, request)) {
             mServer.answer(connection, mControl->serve(request));
         }
     };
     pollfd desktop = mDesktop->watched();
-    mServer.wait(leftNs, serve, {&desktop, 1});
+    // Whoever asks for yet another channel is heard before this one is begun.
+    for (int pass = 0; pass < CHANGE_PASSES && mZap->isBetween(); ++pass) {
+        mServer.wait(0, serve);
+    }
+    mServer.wait(mZap->isBetween() ? 0 : leftNs, serve, {&desktop, 1});
     mFleet->look();
 }
 
@@ -104,6 +109,7 @@ PlayRun::Outcome PlayRun::lookAtService() {
         return outcome;
     }
     mDesktop->look();
+    mZap->look(mPictures->figures());
     mRecording.look(mSession->player());
     return lookAtEnd();
 }
@@ -199,9 +205,13 @@ PlayRun::Outcome PlayRun::lookAtErrors() {
     const int64_t now = monotonicNs();
     const uint64_t frames = mSession->figures().framesTimed;
     if (frames == mFramesAtRestart || (mLastRestartNs != 0 && now - mLastRestartNs < RESTART_NS)) {
-        return giveUp(mMessages.fail(
-            EXIT_PLAYBACK, "the service is scrambled; choose a clear one (orvplay probe " +
-                               mOptions.source + ")"));
+        const std::string message =
+            "the service is scrambled; choose a clear one (orvplay probe " + mOptions.source + ")";
+        if (!mZap->takeFailure({EXIT_PLAYBACK, message})) {
+            return giveUp(mMessages.fail(EXIT_PLAYBACK, message));
+        }
+        mSession->player().stop();
+        return Outcome::GO_ON;
     }
     mLastRestartNs = now;
     mFramesAtRestart = frames;

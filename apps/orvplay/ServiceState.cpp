@@ -55,6 +55,12 @@ const char* ServiceState::signalName() const {
     return signalWord(static_cast<unsigned int>(mSignal.load()));
 }
 
+void ServiceState::reset() {
+    mSignal = Signal::GOOD;
+    mBuffering = false;
+    mProgress = 0;
+}
+
 std::string ServiceState::text() const {
     if (mSignal == Signal::LOST) {
         return "no signal";

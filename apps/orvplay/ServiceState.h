@@ -20,6 +20,9 @@ public:
     // Takes these events; it must outlive whoever calls them.
     void subscribe(orvclient::Callbacks* callbacks);
 
+    // Something else plays: all is well there until it is told otherwise.
+    void reset();
+
     // "buffering 40 %", "signal weak", "no signal"; empty when all is well.
     std::string text() const;
     // "good", "weak", "lost".

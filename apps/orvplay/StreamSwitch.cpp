@@ -15,7 +15,8 @@ void StreamSwitch::nextCaptions() {
         mParts.pictures.showCaption("");
     }
     mCaptionsShown = next != nullptr;
-    mParts.pictures.setCaptionsVisible(mCaptionsShown);
+    mCaptionsWanted = mCaptionsShown || mSelection.captions.empty();
+    mParts.pictures.setCaptionsVisible(mCaptionsWanted);
     mParts.messages.say(next != nullptr               ? "captions: " + describe(*next)
                         : mSelection.captions.empty() ? "the service has no captions"
                                                       : "captions: off");

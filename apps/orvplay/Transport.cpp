@@ -82,6 +82,11 @@ void Transport::beginBreak() {
     expectOthers();
 }
 
+void Transport::leaveChannel() {
+    mIsPaused = false;
+    beginBreak();
+}
+
 // To be said once more when playback stands: until then a picture of before may come.
 void Transport::expectOthers() {
     mParts.pictures.expectBreak();

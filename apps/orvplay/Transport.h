@@ -25,6 +25,10 @@ public:
     // Has that kept for the next time; of one that was seen to its end, or to about there, nothing.
     void keepPosition();
 
+    // What plays is about to be left for another channel, paused or not; the other one was started.
+    void leaveChannel();
+    void enterChannel() { expectOthers(); }
+
     // To be called now and then with what came out.
     void look(const PictureOutput::Figures& figures);
 

@@ -103,6 +103,7 @@ TEST(ChannelLineupTest, OutsideTheListTheServicesOfTheSourceAreTheLineup) {
     EXPECT_EQ(1, outside.current());
     EXPECT_EQ(0, outside.next(1));
     EXPECT_EQ("-", outside.entries()[0].source);
+    EXPECT_EQ(1, ChannelLineup(lineupOf(LIST).entries(), false).next(1, 0)) << "the small one too";
 }
 
 }  // namespace
