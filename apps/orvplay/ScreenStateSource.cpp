@@ -97,10 +97,13 @@ void ScreenStateSource::readBroadcast(int64_t nowNs) {
 }
 
 void ScreenStateSource::fillChannels() {
-    for (ChannelRow& row : mChannels.rows) {
-        const orvhost::BroadcastEvent* const event =
-            row.isHere && row.serviceId != 0 ? eventOf(mInformation, row.serviceId, false)
-                                             : nullptr;
+    for (size_t i = 0; i < mChannels.rows.size(); ++i) {
+        ChannelRow& row = mChannels.rows[i];
+        const bool isPlaying = static_cast<int>(i) == mChannels.playing;
+        const uint16_t serviceId = isPlaying ? mState.serviceId : row.serviceId;
+        const orvhost::BroadcastEvent* const event = (row.isHere || isPlaying) && serviceId != 0
+                                                         ? eventOf(mInformation, serviceId, false)
+                                                         : nullptr;
         if (event != nullptr) {
             std::string title = eventName(mInformation, *event);
             mChannelsChanged |= title != row.now;

@@ -11,12 +11,12 @@ constexpr uint8_t CHOSEN_OPACITY = 200;
 
 }  // namespace
 
-ChannelListPanel::ChannelListPanel(int width, int height) : mSizes(width, height) {
+ChannelListPanel::ChannelListPanel(int channels, int width, int height) : mSizes(width, height) {
     const int panelWidth = std::min(mSizes.safe.width, mSizes.line * WIDTH_IN_LINES);
     mRowHeight = mSizes.line * 7 / 5;
     mMark = std::max(mSizes.padding / 3, 2);
     const int aroundRows = mRowHeight + 2 * mSizes.padding;
-    mPage = std::max((mSizes.safe.height - aroundRows) / mRowHeight, 1);
+    mPage = std::clamp((mSizes.safe.height - aroundRows) / mRowHeight, 1, std::max(channels, 1));
     mArea = {mSizes.safe.x + mSizes.safe.width - panelWidth, mSizes.safe.y, panelWidth,
              std::min(aroundRows + mPage * mRowHeight, mSizes.safe.height)};
 }

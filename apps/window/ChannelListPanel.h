@@ -9,7 +9,8 @@ namespace orvplay {
 // visible rows, each with what is on air. Only those cost anything, however many there are.
 class ChannelListPanel {
 public:
-    ChannelListPanel(int width, int height);
+    // For so many channels: no higher than they need.
+    ChannelListPanel(int channels, int width, int height);
 
     // How many rows fit.
     int page() const { return mPage; }

@@ -33,7 +33,8 @@ bool WindowPanels::look(int width, int height, int64_t nowNs) {
         panels[BANNER] = mBanner.panel;
     }
     if (mControls.isListOpen()) {
-        mListPanel.emplace(width, height);
+        mListPanel.emplace(static_cast<int>(mControls.menu().channels().rows.size()), width,
+                           height);
         mControls.setPage(mListPanel->page());
         panels[LIST] = mListPanel->layout(mControls.menu());
     }

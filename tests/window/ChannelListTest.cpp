@@ -41,7 +41,7 @@ TEST(ChannelListTest, OnlyTheVisibleRowsAreLaidOut) {
     menu.open();
     for (const auto& [width, height] : SIZES) {
         SCOPED_TRACE(height);
-        const ChannelListPanel layout(width, height);
+        const ChannelListPanel layout(1000, width, height);
         const Panel panel = layout.layout(menu);
         expectInside(panel, width, height);
         EXPECT_GE(layout.page(), 6);
@@ -59,8 +59,11 @@ TEST(ChannelListTest, OnlyTheVisibleRowsAreLaidOut) {
         EXPECT_EQ(found, 2 * layout.page());
         EXPECT_EQ(layout.rowAt(menu, 0, 0), -1);
     }
+    const Panel few = ChannelListPanel(3, 1280, 720).layout(menu);
+    EXPECT_EQ(few.texts.size(), 2U + 2U * 3U);
+    EXPECT_LT(few.area.height, 720 / 3);
     menu.type("nothing");
-    const ChannelListPanel layout(1280, 720);
+    const ChannelListPanel layout(1000, 1280, 720);
     const Panel panel = layout.layout(menu);
     EXPECT_EQ(panel.texts.back().utf8, "no channel is called so");
     EXPECT_EQ(layout.rowAt(menu, panel.texts.back().cell.x, panel.texts.back().cell.y), -1);

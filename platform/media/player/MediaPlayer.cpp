@@ -69,7 +69,7 @@ public:
           mSession(orvhost::newAudioSession()) {
         orvhost::addMasterVolumeListener(this);
     }
-    ~Impl() { orvhost::removeMasterVolumeListener(this); }
+    ~Impl() override { orvhost::removeMasterVolumeListener(this); }
     Impl(const Impl&) = delete;  // listeners are known by address
     Impl& operator=(const Impl&) = delete;
 
