@@ -9,13 +9,18 @@
 
 namespace orvplay {
 
-// Where pictures become visible: a window. Everything is called on the one thread that opened it.
+// Where pictures become visible: a window; or a terminal, which shows the rest. Everything is
+// called on the one thread that opened it.
 class Display {
 public:
     virtual ~Display() = default;
 
     // False when there is no display or it cannot be used; says why on standard error.
     virtual bool open() = 0;
+
+    // False where pictures go by it: handleEvents() then waits for the user itself, waitMs() at
+    // most, and the size is none.
+    virtual bool takesPictures() const { return true; }
 
     // Shows a picture; it is read during the call only.
     virtual void show(const orvhost::AcquiredBuffer& picture) = 0;

@@ -13,10 +13,15 @@ namespace {
 
 volatile sig_atomic_t gRequested = 0;
 std::atomic<bool> gDumpRequested{false};
-static_assert(std::atomic<bool>::is_always_lock_free);  // a handler writes it
+std::atomic<void (*)()> gBeforeSecond{nullptr};
+static_assert(std::atomic<bool>::is_always_lock_free);  // handlers use both
+static_assert(std::atomic<void (*)()>::is_always_lock_free);
 
 void onSignal(int) {
     if (gRequested != 0) {
+        if (void (*const action)() = gBeforeSecond; action != nullptr) {
+            action();
+        }
         _exit(EXIT_INTERRUPTED);
     }
     gRequested = 1;
@@ -42,6 +47,10 @@ void Interrupt::install() {
 
 bool Interrupt::requested() {
     return gRequested != 0;
+}
+
+void Interrupt::beforeSecond(void (*action)()) {
+    gBeforeSecond = action;
 }
 
 bool Interrupt::takeDumpRequest() {

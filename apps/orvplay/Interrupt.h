@@ -10,6 +10,9 @@ public:
     // the write instead of a signal.
     static void install();
     static bool requested();
+    // What is done in the handler when the second one ends the program, which may be anywhere then:
+    // to be safe for that.
+    static void beforeSecond(void (*action)());
     // True once after SIGUSR1.
     static bool takeDumpRequest();
 };

@@ -40,6 +40,7 @@ PictureOutput::PictureOutput(const android::sp<orvhost::BufferQueue::Consumer>& 
                              std::unique_ptr<Display> display, SyncMeter& sync)
     : mConsumer(consumer),
       mHasDisplay(display != nullptr),
+      mShowsPictures(mHasDisplay && display->takesPictures()),
       mDisplay(std::move(display)),
       mSync(sync) {}
 
@@ -48,8 +49,10 @@ PictureOutput::~PictureOutput() {
 }
 
 bool PictureOutput::start() {
-    if (!mHasDisplay) {
+    if (!mShowsPictures) {
         mConsumer->setFrameAvailableListener([this] { takePicture(0); });
+    }
+    if (!mHasDisplay) {
         return true;
     }
     std::promise<bool> opened;
@@ -76,16 +79,23 @@ void PictureOutput::run(std::function<void(bool)> opened) {
         opened(false);
         return;
     }
-    mConsumer->setDisplaySize(mDisplay->width(), mDisplay->height());
+    const auto tellSize = [this] {
+        if (mShowsPictures) {
+            mConsumer->setDisplaySize(mDisplay->width(), mDisplay->height());
+        }
+    };
+    tellSize();
     opened(true);
     while (!mStopRequested) {
-        takePicture(mDisplay->waitMs());
+        if (mShowsPictures) {
+            takePicture(mDisplay->waitMs());
+        }
         passCaption();
         passTexts();
         for (UserRequest& wanted : mDisplay->handleEvents()) {
             request(std::move(wanted));
         }
-        mConsumer->setDisplaySize(mDisplay->width(), mDisplay->height());
+        tellSize();
     }
     mDisplay = nullptr;  // closed by the thread that opened it
 }
@@ -201,7 +211,7 @@ void PictureOutput::onPicture(const orvhost::AcquiredBuffer& picture) {
         mSync.onFlash(now);
     }
     mFlashOn = marks.flash;
-    if (mDisplay != nullptr) {
+    if (mShowsPictures) {
         mDisplay->show(picture);
     }
     keepLast(picture);

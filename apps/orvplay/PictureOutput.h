@@ -23,8 +23,9 @@ namespace orvplay {
 // Takes the pictures that the player presents: counts them, reads the marks that a test broadcast
 // carries, and shows them where there is a display.
 //
-// With a display it runs a thread of its own from start() to stop(); without one, pictures are
-// taken on the thread that brings them. The figures may be read at any time.
+// With a display it runs a thread of its own from start() to stop(). Without one, or with one that
+// takes no pictures, they are taken on the thread that brings them. The figures may be read at any
+// time.
 class PictureOutput {
 public:
     struct Figures {
@@ -96,6 +97,7 @@ private:
 
     const android::sp<orvhost::BufferQueue::Consumer> mConsumer;
     const bool mHasDisplay;
+    const bool mShowsPictures;
     std::unique_ptr<Display> mDisplay;  // output thread, once it runs
     SyncMeter& mSync;
     std::thread mThread;
