@@ -67,7 +67,12 @@ void addPlayback(CLI::App* command, PlayOptions& options) {
                    "Start a player service of our own again when it ends by itself")
         ->excludes("--connect");
     command->add_flag("--headless", options.headless,
-                      "Open no window (the default without a display)");
+                      "Open no window (the default without a display and a terminal)");
+    command
+        ->add_flag("--terminal", options.terminal,
+                   "Show on the terminal what plays, without its pictures (the default on a "
+                   "terminal without a display)")
+        ->excludes("--headless");
     command->add_flag("!--no-audio", options.audio, "Play no sound");
     command->add_option("--duration", options.durationS, "Seconds to play, from the first picture")
         ->check(CLI::PositiveNumber)
@@ -89,7 +94,8 @@ void addPlayback(CLI::App* command, PlayOptions& options) {
                       "Stay silent where 0.5 to 60 s of the source are missing, as it was on air");
     command->add_flag("--resume", options.resume,
                       "Go on where playback of the recording stopped last time");
-    command->add_flag("--json", options.json, "Print events and the summary as JSON, one a line");
+    command->add_flag("--json", options.json, "Print events and the summary as JSON, one a line")
+        ->excludes("--terminal");
     command
         ->add_flag("--record{-}", options.record,
                    "Record what plays, under the name of its channel and this one")
@@ -108,7 +114,8 @@ void addPlayback(CLI::App* command, PlayOptions& options) {
         "Keys in the window: q or Escape quits, f toggles full screen, # changes to the next\n"
         "sound, v shows the captions, the next ones, or none, space pauses, r records. In a\n"
         "recording or a media file the arrow keys left and right go 5 seconds back and forward,\n"
-        "down and up a minute. SIGUSR1 writes the player's state to standard error.");
+        "down and up a minute. The terminal has the same keys; there ? lists them all. SIGUSR1 "
+        "writes the player's state to standard error.");
 }
 
 }  // namespace orvplay

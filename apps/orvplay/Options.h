@@ -27,6 +27,7 @@ struct ServiceOptions {
 
 struct PlayOptions : StreamOptions, ServiceOptions {
     bool headless = false;
+    bool terminal = false;  // a screen on the terminal
     bool json = false;
     bool audio = true;
     bool keepGaps = false;

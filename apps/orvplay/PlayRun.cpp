@@ -8,6 +8,7 @@
 
 #include "ServiceChoice.h"
 #include "SourceChoice.h"
+#include "TerminalLoader.h"
 #include "TuneFailure.h"
 #include "WindowLoader.h"
 #include "client/PictureHalves.h"
@@ -23,7 +24,10 @@ constexpr std::chrono::seconds ANSWER_TOLD{2};  // it came already
 }  // namespace
 
 PlayRun::PlayRun(const PlayOptions& options)
-    : mOptions(options), mEvents(options.json), mStill(options.snapshot) {}
+    : mOptions(options),
+      mErrors(options.terminal),
+      mEvents(options.json),
+      mStill(options.snapshot) {}
 
 int PlayRun::run() {
     ServiceOptions service = mOptions;
@@ -110,14 +114,21 @@ int PlayRun::tune() {
     return findStreams(mSession->tuner(), mOptions, &mSelection);
 }
 
+std::unique_ptr<Display> PlayRun::createDisplay(std::string* error) {
+    if (mOptions.terminal) {
+        return createTerminal(mErrors, error);
+    }
+    const std::string name = !mSource.title.empty()            ? mSource.title
+                             : !mSelection.serviceName.empty() ? mSelection.serviceName
+                                                               : mOptions.source;
+    return createWindow(name + " - OrvPlayer", error);
+}
+
 bool PlayRun::openOutputs() {
     std::unique_ptr<Display> display;
     if (!mOptions.headless) {
-        const std::string name = !mSource.title.empty()            ? mSource.title
-                                 : !mSelection.serviceName.empty() ? mSelection.serviceName
-                                                                   : mOptions.source;
         std::string error;
-        display = createWindow(name + " - OrvPlayer", &error);
+        display = createDisplay(&error);
         if (display == nullptr) {
             fprintf(stderr, "orvplay: %s\n", error.c_str());
             return false;

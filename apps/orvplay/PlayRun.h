@@ -16,6 +16,7 @@
 #include "EventLog.h"
 #include "ExitCode.h"
 #include "FleetControl.h"
+#include "KeptErrors.h"
 #include "Messages.h"
 #include "Options.h"
 #include "PictureOutput.h"
@@ -52,6 +53,7 @@ private:
     orvclient::Callbacks callbacks();
     int tune();
     bool openOutputs();
+    std::unique_ptr<Display> createDisplay(std::string* error);
     int play();
     orvclient::Status open();
     orvclient::Status start();
@@ -88,6 +90,7 @@ private:
     Outcome giveUp(int code);
 
     PlayOptions mOptions;  // with the source and the service that play
+    KeptErrors mErrors;    // while a screen is on the terminal; first, for what the others say
     PlaySource mSource;
     StreamSelection mSelection;  // what is played: keys change it
     EventLog mEvents;

@@ -50,7 +50,8 @@ struct ScreenState {
     int height = 0;
     bool isInterlaced = false;
     double picturesPerSecond = 0.0;  // 0: unknown
-    std::optional<double> skewMs;    // of sound against picture, positive: sound is late
+    uint64_t picturesDropped = 0;
+    std::optional<double> skewMs;  // of sound against picture, positive: sound is late
 };
 
 // One row of the channel list.

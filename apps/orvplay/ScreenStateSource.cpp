@@ -54,6 +54,7 @@ void ScreenStateSource::look(const PictureOutput::Figures& figures) {
     mState.width = figures.width;
     mState.height = figures.height;
     mState.isInterlaced = figures.interlaced;
+    mState.picturesDropped = mParts.summary.dropped(mParts.session.figures());
     const Distribution skew = mSources.sync.skew();
     mState.skewMs = skew.count() > 0 ? std::optional<double>(skew.meanMs()) : std::nullopt;
     if (mState.kind == SourceKind::LIVE && nowNs >= mNextBroadcastNs) {

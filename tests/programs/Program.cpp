@@ -176,10 +176,14 @@ void Program::signal(int number) {
 }
 
 pid_t Program::awaitService(double seconds) {
+    return awaitServiceOf(mPid, seconds);
+}
+
+pid_t awaitServiceOf(pid_t program, double seconds) {
     const double deadline = nowSeconds() + seconds;
-    while (mPid > 0 && nowSeconds() < deadline) {
+    while (program > 0 && nowSeconds() < deadline) {
         std::error_code ended;
-        const std::string tasks = "/proc/" + std::to_string(mPid) + "/task";
+        const std::string tasks = "/proc/" + std::to_string(program) + "/task";
         for (const auto& task : std::filesystem::directory_iterator(tasks, ended)) {
             std::ifstream children(task.path() / "children");
             for (pid_t child = 0; children >> child;) {

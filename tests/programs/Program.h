@@ -77,6 +77,9 @@ private:
     ProgramResult mResult;
 };
 
+// The player service that a program started, as above.
+pid_t awaitServiceOf(pid_t program, double seconds);
+
 ProgramResult runProgram(const std::vector<std::string>& arguments, double seconds = 30);
 
 // Under a sanitizer everything takes several times as long, and figures of time say little.
