@@ -78,7 +78,11 @@ TEST(ProgramUseTest, WrongUseIsToldInOneLineAtOnce) {
         if (!arguments.empty() && arguments[0] == "play" && arguments.size() > 1) {
             arguments.emplace_back("--headless");
         }
-        const ProgramResult result = Program(arguments, -1, {"ORV_TRACE=off"}).finish(PATIENCE_S);
+        // Neither the user's channels nor what played last.
+        const ProgramResult result =
+            Program(arguments, -1,
+                    {"ORV_TRACE=off", "XDG_STATE_HOME=/no/such", "XDG_CONFIG_HOME=/no/such"})
+                .finish(PATIENCE_S);
         EXPECT_EQ(result.exitCode, test.exitCode) << result.err;
         EXPECT_NE(result.err.find(test.message), std::string::npos) << result.err;
         EXPECT_EQ(result.out, "");
