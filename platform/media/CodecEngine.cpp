@@ -407,9 +407,11 @@ status_t CodecEngine::releaseOutput(size_t index, bool render) {
     const std::shared_ptr<PictureRenderer> renderer = mRenderer;
     guard.unlock();
     const bool shown = renderer != nullptr && renderer->render(*picture, timeUs);
-    auto& counter =
-        shown ? codecStatistics().picturesRendered : codecStatistics().picturesDroppedAtWindow;
-    counter.fetch_add(1, std::memory_order_relaxed);
+    if (shown) {
+        ++codecStatistics().picturesRendered;
+    } else {
+        codecStatistics().countWindowDrop(timeUs);
+    }
     return OK;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 
@@ -24,6 +25,17 @@ struct CodecStatistics {
     // dequeued. A stream without IDR pictures leaves both at 0.
     std::atomic<int64_t> firstIdrQueuedUs{0};
     std::atomic<int64_t> firstIdrReadyUs{0};
+
+    // The times of the pictures that were dropped at the window, the latest of them: the one that
+    // was counted as number n stands at n modulo their number.
+    static constexpr size_t DROPS = 256;
+    std::array<std::atomic<int64_t>, DROPS> windowDropsUs{};
+
+    // Any thread; two at once may leave one time out.
+    void countWindowDrop(int64_t timeUs) {
+        windowDropsUs[picturesDroppedAtWindow % DROPS] = timeUs;
+        ++picturesDroppedAtWindow;
+    }
 };
 
 CodecStatistics& codecStatistics();

@@ -1,9 +1,12 @@
 #include "common/Synchronization.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <ctime>
+#include <iterator>
 #include <string>
 
+#include "common/PresentationLog.h"
 #include "common/Trace.h"
 
 namespace OrvPlayer {
@@ -49,7 +52,8 @@ void Synchronization::setBasePCR(Uint33 pcr, module_t source) {
     const uint64_t now = getTimestamp();
     Uint33 expected = 0;
     int64_t difference = 0;
-    if (mValid[source] && !rebases(value, source, now, &expected, &difference)) {
+    const bool isRebase = mValid[source];
+    if (isRebase && !rebases(value, source, now, &expected, &difference)) {
         return;
     }
     ORV_LOGI("%s: Received PCR: %llu BasePCR: %llu (diff: %llu)\n", __func__,
@@ -61,8 +65,12 @@ void Synchronization::setBasePCR(Uint33 pcr, module_t source) {
              static_cast<unsigned long long>(value),
              static_cast<unsigned long long>(mBaseTime[source]), moduleNames[source]);
     mValid[source] = true;
+    const module_t before = mCurrent;
     checkForBadRealPCR(now);
     chooseCurrent(now);
+    if (isRebase && (before == source || mCurrent == source)) {
+        note(value, difference, false);
+    }
     ORV_LOGI("%s Using %s as PCR\n", __func__, moduleNames[mCurrent]);
     if (mCurrent == source) {
         const Uint33 base = streamTime(source, now);
@@ -139,10 +147,26 @@ Uint33 Synchronization::getPCRValue() {
 void Synchronization::resetPCR() {
     ORV_LOGV("%s\n", __func__);
     std::lock_guard<std::mutex> guard(mLock);
+    if (std::find(std::begin(mValid), std::end(mValid), true) != std::end(mValid)) {
+        note(0, 0, true);
+    }
     mPauseTime = 0;
     for (bool& valid : mValid) {
         valid = false;
     }
+}
+
+void Synchronization::note(Uint33 time, int64_t jumpTicks, bool isReset) {
+    PresentationLog& log = PresentationLog::instance();
+    if (!log.isOn()) {
+        return;
+    }
+    PresentationRecord record;
+    record.kind = PresentationRecord::CLOCK;
+    record.outcome = isReset ? PresentationRecord::RESET : PresentationRecord::REBASED;
+    record.pts = time;
+    record.waitMs = static_cast<int32_t>(jumpTicks / TICKS_PER_MS);
+    log.add(record);
 }
 
 void Synchronization::pause() {

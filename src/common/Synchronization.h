@@ -77,6 +77,7 @@ private:
                  int64_t* difference) const;
     void checkForBadRealPCR(unsigned long nowMs);
     void chooseCurrent(uint64_t nowMs);
+    static void note(Uint33 time, int64_t jumpTicks, bool isReset);
 
     Uint33 mBasePCR[SOURCES];
     uint64_t mBaseTime[SOURCES] = {};  // monotonic milliseconds

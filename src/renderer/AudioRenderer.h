@@ -12,6 +12,7 @@
 #include "common/Data.h"
 #include "common/Module.h"
 #include "common/PCRListener.h"
+#include "common/PresentationLog.h"
 #include "common/Synchronization.h"
 #include "common/Uint33.h"
 #include "renderer/OutputDeviceThread.h"
@@ -105,6 +106,10 @@ private:
     void playRecord(AudioFragmentData& record, int64_t distance);
     bool writeTrack(const unsigned char* bytes, size_t size);
     void advanceClock(size_t bytes);
+    void note(const AudioFragmentData& record, int64_t distance, size_t bytes,
+              PresentationRecord::Outcome outcome);
+    void noteSilence(size_t bytes);
+    void noteBytes(PresentationRecord record, size_t bytes);
     void consume(const AudioFragmentData& record) { mInput->readAdvance(record.mSize); }
 
     const android::sp<Synchronization> mSynchronization;

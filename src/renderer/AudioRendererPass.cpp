@@ -141,6 +141,7 @@ AudioRenderer::Step AudioRenderer::checkDistance(const AudioFragmentData& record
     }
     ORV_LOGW("%s: PCR resynchronization forced due to huge difference in wait interaval: %d\n",
              "render", static_cast<int>(distanceMs));
+    note(record, *distance, 0, PresentationRecord::CLOCK_OFF);
     mSynchronization->resetPCR();
     mSynced = false;
     consume(record);
@@ -159,6 +160,7 @@ void AudioRenderer::insertSilence(const AudioFragmentData& record, int64_t dista
         consume(record);  // of a format that makes no silence: the clock would never get there
         return;
     }
+    noteSilence(bytes);
     const bool written = writeTrack(SILENCE, bytes);
     advanceClock(bytes);
     if (written) {
@@ -181,6 +183,7 @@ void AudioRenderer::playRecord(AudioFragmentData& record, int64_t distance) {
             static_cast<double>(distanceMs) * (-0.001 * mSampleRate * mChannels * mBytesPerSample));
         if (skipped >= static_cast<int64_t>(size)) {
             ORV_LOGW("Dropping fragment");
+            note(record, distance, 0, PresentationRecord::LATE);
             consume(record);
             return;
         }
@@ -190,6 +193,8 @@ void AudioRenderer::playRecord(AudioFragmentData& record, int64_t distance) {
     if (mListener != nullptr) {
         mListener->onAudioRendered();
     }
+    note(record, distance, size,
+         mVolume > 0.0f ? PresentationRecord::SHOWN : PresentationRecord::SHUT);
     writeTrack(payload, size);
     advanceClock(size);
     consume(record);
@@ -200,6 +205,7 @@ int AudioRenderer::renderSilence() {
         usleep(NOTHING_SLEEP_US);
         return 0;
     }
+    noteSilence(SILENCE_BYTES);
     if (!writeTrack(SILENCE, SILENCE_BYTES)) {
         return ERR_RENDER;
     }
@@ -221,6 +227,36 @@ bool AudioRenderer::writeTrack(const unsigned char* bytes, size_t size) {
     ORV_LOGE("%s Could not write into system audio buffer: %s (%d)", "render",
              strerror(static_cast<int>(-written)), static_cast<int>(written));
     return false;
+}
+
+void AudioRenderer::note(const AudioFragmentData& record, int64_t distance, size_t bytes,
+                         PresentationRecord::Outcome outcome) {
+    if (!PresentationLog::instance().isOn()) {
+        return;
+    }
+    PresentationRecord noted;
+    noted.kind = PresentationRecord::AUDIO;
+    noted.outcome = outcome;
+    noted.pts = record.mPTS;
+    noted.waitMs = static_cast<int32_t>(distance / TICKS_PER_MS);
+    noteBytes(noted, bytes);
+}
+
+void AudioRenderer::noteSilence(size_t bytes) {
+    if (!PresentationLog::instance().isOn()) {
+        return;
+    }
+    PresentationRecord noted;
+    noted.kind = PresentationRecord::SILENCE;
+    noted.pts = mAudioClock;
+    noteBytes(noted, bytes);
+}
+
+void AudioRenderer::noteBytes(PresentationRecord record, size_t bytes) {
+    const size_t frameBytes = static_cast<size_t>(mBytesPerSample) * static_cast<size_t>(mChannels);
+    record.frames = frameBytes > 0 ? static_cast<uint32_t>(bytes / frameBytes) : 0;
+    mSynchronization->getActualDefinedPCR(&record.clock);
+    PresentationLog::instance().add(record);
 }
 
 void AudioRenderer::advanceClock(size_t bytes) {

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <utility>
 
+#include "common/PresentationLog.h"
 #include "common/Trace.h"
 
 namespace OrvPlayer {
@@ -110,16 +111,34 @@ void ClosedCaptionRenderer::renderFrame() {
         ORV_LOGE("%s: m_pInputRingBuffer read failed to get Closed Caption String", __func__);
         return;
     }
-    const int64_t waitMs = waitTimeMs(reinterpret_cast<ClosedCaptionFragmentData*>(block)->mPTS);
+    const Uint33 pts = reinterpret_cast<ClosedCaptionFragmentData*>(block)->mPTS;
+    const int64_t waitMs = waitTimeMs(pts);
     // Deliberate: a caption that does not wait takes no notice of the offset. See
     // ClosedCaptionRendererTest.PresentsWhenDue.
     if (waitMs >= 1 && waitMs <= LONGEST_WAIT_MS) {
         sleepUntilDue(waitMs + mCaptionSyncOffset);
     }
-    if (ClosedCaptionListener* listener = mCaptionListener; listener != nullptr && mOutputEnabled) {
+    ClosedCaptionListener* const listener = mCaptionListener;
+    const bool isShown = listener != nullptr && mOutputEnabled;
+    note(pts, waitMs, isShown);
+    if (isShown) {
         listener->onClosedCaptionReceived(block + HEADER, static_cast<int>(size - HEADER));
     }
     mInput->readAdvance(size);
+}
+
+void ClosedCaptionRenderer::note(Uint33 pts, int64_t waitMs, bool isShown) {
+    PresentationLog& log = PresentationLog::instance();
+    if (!log.isOn()) {
+        return;
+    }
+    PresentationRecord record;
+    record.kind = PresentationRecord::CAPTION;
+    record.outcome = isShown ? PresentationRecord::SHOWN : PresentationRecord::SHUT;
+    record.pts = pts;
+    record.waitMs = static_cast<int32_t>(waitMs);
+    mSync->getActualDefinedPCR(&record.clock);
+    log.add(record);
 }
 
 // 0 without a presentation time.

@@ -59,6 +59,7 @@ private:
     void join();
     int64_t waitTimeMs(Uint33 pts);
     void sleepUntilDue(int64_t waitMs);
+    void note(Uint33 pts, int64_t waitMs, bool isShown);
 
     const android::sp<Synchronization> mSync;
 

@@ -141,20 +141,22 @@ void VideoRenderer::render() {
         return;
     }
     // Unsigned, because the offset is any number and overflow is to be harmless.
-    int waitMs = static_cast<int>(static_cast<unsigned int>(waitTimeMs(frame.mPTS)) +
-                                  static_cast<unsigned int>(mAVSyncOffset.load()));
-    if (waitMs >= -999 && waitMs <= -1) {
-        waitMs = 0;  // late by less than a second: shown at once
-    }
+    const int foundMs = static_cast<int>(static_cast<unsigned int>(waitTimeMs(frame.mPTS)) +
+                                         static_cast<unsigned int>(mAVSyncOffset.load()));
+    // Late by less than a second: shown at once.
+    const int waitMs = foundMs >= -999 && foundMs <= -1 ? 0 : foundMs;
     checkDeltaPTSError(frame);
     if (discardBadFrame(frame, waitMs)) {
         return;
     }
     if (waitMs >= 1 && !sleepUntilDue(waitMs)) {
+        note(frame, foundMs, PresentationRecord::FLUSHED);
         return;  // stopped: the frame stays out, the decoder reclaims it
     }
     capture(frame);
-    frame.mListener->renderFrame(mOutputEnabled, frame);
+    const bool isShown = mOutputEnabled;
+    frame.mListener->renderFrame(isShown, frame);
+    note(frame, foundMs, isShown ? PresentationRecord::SHOWN : PresentationRecord::SHUT);
     if (FrameRenderedListener* listener = mFrameRenderedListener; listener != nullptr) {
         listener->onFrameRendered(frame.mWidth, frame.mHeight, frame.mPTS);
     }
@@ -204,8 +206,29 @@ bool VideoRenderer::discardBadFrame(VideoFrameData& frame, int waitMs) {
     if (!badTime && !mPTSError) {
         return false;
     }
+    note(frame, waitMs,
+         !badTime      ? PresentationRecord::SKIPPED
+         : waitMs >= 0 ? PresentationRecord::EARLY
+                       : PresentationRecord::LATE);
     frame.mListener->renderFrame(false, frame);
     return true;
+}
+
+void VideoRenderer::note(const VideoFrameData& frame, int waitMs,
+                         PresentationRecord::Outcome outcome) {
+    PresentationLog& log = PresentationLog::instance();
+    if (!log.isOn()) {
+        return;
+    }
+    PresentationRecord record;
+    record.kind = PresentationRecord::VIDEO;
+    record.outcome = outcome;
+    record.pts = frame.mPTS;
+    record.waitMs = waitMs;
+    if (!mSync->getActualDefinedPCR(&record.clock) && outcome == PresentationRecord::LATE) {
+        record.outcome = PresentationRecord::NO_CLOCK;
+    }
+    log.add(record);
 }
 
 void VideoRenderer::checkDeltaPTSError(const VideoFrameData& frame) {

@@ -10,6 +10,7 @@
 #include "common/CaptureFrameListener.h"
 #include "common/Data.h"
 #include "common/Module.h"
+#include "common/PresentationLog.h"
 #include "common/Synchronization.h"
 #include "common/Uint33.h"
 
@@ -79,6 +80,7 @@ private:
     void waitForIDR(const VideoFrameData& frame);
     bool discardBadFrame(VideoFrameData& frame, int waitMs);
     bool sleepUntilDue(int waitMs);
+    void note(const VideoFrameData& frame, int waitMs, PresentationRecord::Outcome outcome);
     void capture(VideoFrameData& frame);
     void countCapture();
 

@@ -144,6 +144,13 @@ void COrvPlayer::dumpController(FILE* stream) {
     }
 }
 
+// The buffers have their storage before anything plays.
+size_t COrvPlayer::bufferFills(BufferFill* fills, size_t most) {
+    const PlayerUse player(*this);
+    const bool isPlaying = mState == ORVPLAYER_STATE_PLAY || mState == ORVPLAYER_STATE_PAUSE;
+    return player && isPlaying ? player->bufferFills(fills, most) : 0;
+}
+
 sp<ICOrvPlayerClient> COrvPlayer::client() const {
     const std::lock_guard<std::mutex> guard(mPointerLock);
     return mClient;

@@ -128,6 +128,8 @@ public:
     // and what controllers counted.
     void dumpController(FILE* stream);
     const PlaybackFigures& figures() const { return mFigures; }
+    // See ControllerInterface; 0 while nothing plays.
+    size_t bufferFills(BufferFill* fills, size_t most);
 
 protected:
     ~COrvPlayer() override;

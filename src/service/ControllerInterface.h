@@ -19,6 +19,7 @@
 #include "common/Uri.h"
 #include "renderer/AudioRenderer.h"
 #include "renderer/VideoRenderer.h"
+#include "service/PlaybackFigures.h"
 #include "servicecontroller/ServiceController.h"
 
 namespace OrvPlayer {
@@ -27,7 +28,8 @@ namespace OrvPlayer {
 // Listeners are not owned; they are called on module threads and must outlive the controller. Held
 // by strong pointers: the last one that goes takes the pipeline with it.
 //
-// Commands come from one thread at a time; getPCRValue() and stopTSReceiver() also beside them.
+// Commands come from one thread at a time; getPCRValue(), stopTSReceiver() and bufferFills() also
+// beside them.
 class ControllerInterface : public virtual android::RefBase {
 public:
     virtual int start() = 0;
@@ -56,6 +58,9 @@ public:
     // Milliseconds by which captions that wait come later.
     virtual int setCaptionSync(int offsetMs) = 0;
     virtual int dump(FILE* stream, const android::Vector<android::String16>& args, int indent) = 0;
+    // How full the ring buffers are that were configured, at most `most` of them; their number.
+    // After configure().
+    virtual size_t bufferFills(BufferFill* /*fills*/, size_t /*most*/) { return 0; }
     virtual void setCaptionListener(ClosedCaptionListener* listener) = 0;
     virtual int setAudioPID(int pid) = 0;
     // Changes the caption PID, or adds one where there is none.

@@ -406,4 +406,17 @@ int MainController::dump(FILE* stream, const android::Vector<android::String16>&
     return 0;
 }
 
+size_t MainController::bufferFills(BufferFill* fills, size_t most) {
+    const std::pair<const char*, const RingBuffer*> buffers[] = {
+        {"VideoTS", mVideoTS.get()}, {"VideoPES", mVideoPES.get()}, {"VideoRaw", mVideoRaw.get()},
+        {"AudioTS", mAudioTS.get()}, {"AudioPES", mAudioPES.get()}, {"AudioRaw", mAudioRaw.get()}};
+    size_t count = 0;
+    for (const auto& [name, buffer] : buffers) {
+        if (count < most && buffer->getSize() > 0) {
+            fills[count++] = {name, buffer->getDataSize(), buffer->getSize()};
+        }
+    }
+    return count;
+}
+
 }  // namespace OrvPlayer

@@ -80,6 +80,7 @@ public:
     int64_t getPCRValue() override;
     int setCaptionSync(int offsetMs) override;
     int dump(FILE* stream, const android::Vector<android::String16>& args, int indent) override;
+    size_t bufferFills(BufferFill* fills, size_t most) override;
     void setCaptionListener(ClosedCaptionListener* listener) override;
     int setAudioPID(int pid) override;
     int setCCPID(int pid) override;

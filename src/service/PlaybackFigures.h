@@ -17,4 +17,11 @@ struct PlaybackFigures {
     std::atomic<int64_t> firstPcrUs{0};  // the clock was set, since the last start; 0: not yet
 };
 
+// How full a ring buffer is, for the same.
+struct BufferFill {
+    const char* name;  // for ever
+    uint32_t usedBytes;
+    uint32_t sizeBytes;
+};
+
 }  // namespace OrvPlayer

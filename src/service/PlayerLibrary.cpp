@@ -25,3 +25,15 @@ extern "C" void OrvPlayer_figures(OrvPlayer_Figures* figures) {
                     from.audioEarlyCount, from.firstPcrUs};
     }
 }
+
+extern "C" size_t OrvPlayer_takePresentation(OrvPlayer::PresentationRecord* records, size_t most,
+                                             uint64_t* missed) {
+    OrvPlayer::PresentationLog& log = OrvPlayer::PresentationLog::instance();
+    log.setOn(true);
+    return log.take(records, most, missed);
+}
+
+extern "C" size_t OrvPlayer_bufferFills(OrvPlayer::BufferFill* fills, size_t most) {
+    const android::sp<COrvPlayer> player = COrvPlayer::instance();
+    return player != nullptr ? player->bufferFills(fills, most) : 0;
+}

@@ -1,7 +1,11 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
+
+#include "common/PresentationLog.h"
+#include "service/PlaybackFigures.h"
 
 // What the player's library exports to the process that hosts it. Everything else is reached as
 // the binder service "OrvPlayer". Any thread.
@@ -27,4 +31,13 @@ __attribute__((visibility("default"))) void OrvPlayer_dump(FILE* stream);
 
 // All 0 without the service.
 __attribute__((visibility("default"))) void OrvPlayer_figures(OrvPlayer_Figures* figures);
+
+// Has the player note how it times what it presents, and takes what it noted since the last call:
+// see PresentationLog, which forgets its reader after a while without calls. One caller at a time.
+__attribute__((visibility("default"))) size_t OrvPlayer_takePresentation(
+    OrvPlayer::PresentationRecord* records, size_t most, uint64_t* missed);
+
+// How full the ring buffers of what plays are; 0 while nothing does.
+__attribute__((visibility("default"))) size_t OrvPlayer_bufferFills(OrvPlayer::BufferFill* fills,
+                                                                    size_t most);
 }

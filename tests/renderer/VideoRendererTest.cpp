@@ -355,6 +355,38 @@ TEST_F(VideoRendererTest, HandsFramesBackUnseenWhileTheOutputIsOff) {
 }
 
 // Counts, intervals and tries of still frames, one frame every 40 ms.
+TEST_F(VideoRendererTest, NotesWhatBecomesOfEachFrame) {
+    PresentationLog& log = PresentationLog::instance();
+    log.setOn(true);
+    setClock(START);
+    mRenderer->start();
+    push(START);
+    EXPECT_EQ(mFrames.await(1).substr(0, 1), "S");
+    push(START - 1500 * MS);
+    mFrames.await(2);
+    mRenderer->setOutputEnabled(false);
+    push(START + 20 * MS);
+    mFrames.awaitHidden();
+    mRenderer->stop();
+    log.setOn(false);
+
+    PresentationRecord records[8];
+    uint64_t missed = 0;
+    ASSERT_EQ(log.take(records, std::size(records), &missed), 3U);
+    const std::pair<PresentationRecord::Outcome, int> expected[] = {
+        {PresentationRecord::SHOWN, 0},
+        {PresentationRecord::LATE, -1500},
+        {PresentationRecord::SHUT, 20}};
+    for (size_t i = 0; i < std::size(expected); ++i) {
+        EXPECT_EQ(records[i].kind, PresentationRecord::VIDEO);
+        EXPECT_EQ(records[i].outcome, expected[i].first);
+        EXPECT_EQ(records[i].waitMs, expected[i].second);
+        EXPECT_EQ(records[i].clock, START);
+        EXPECT_EQ(records[i].pts, uint33Sum(START, expected[i].second * MS));
+    }
+    EXPECT_EQ(missed, 0U);
+}
+
 TEST_F(VideoRendererTest, TakesStillsAtTheirIntervals) {
     setClock(START);
     mRenderer->start();
