@@ -223,6 +223,10 @@ bool Player::isMuted() const {
     return mImpl->volume().isMuted;
 }
 
+bool Player::presentation(orvhost::PresentationReport* report) {
+    return mImpl->presentation(report);
+}
+
 PlaybackFigures Player::figures() {
     return mImpl->figures();
 }

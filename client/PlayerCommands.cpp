@@ -320,6 +320,14 @@ PlaybackFigures Player::Impl::figures() {
     return figures;
 }
 
+bool Player::Impl::presentation(orvhost::PresentationReport* report) {
+    const std::shared_ptr<Session> session = present();
+    const CallTimeout bound(mOptions.commandTimeout);
+    std::string error;
+    const auto monitor = session != nullptr ? session->monitor(&error) : nullptr;
+    return monitor != nullptr && monitor->presentation(report) == android::OK;
+}
+
 Status Player::Impl::dump(int fd) {
     std::string error;
     const std::shared_ptr<Session> session = this->session(&error);

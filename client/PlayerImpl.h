@@ -78,6 +78,7 @@ public:
     int frameRate();
     int64_t streamTime90k();
     PlaybackFigures figures();
+    bool presentation(orvhost::PresentationReport* report);
     Status dump(int fd);
 
 private:

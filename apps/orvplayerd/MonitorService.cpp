@@ -10,6 +10,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <iterator>
+#include <vector>
 
 #include "audio/MasterVolume.h"
 #include "media/CodecStatistics.h"
@@ -50,6 +52,29 @@ bool writeAll(int fd, const char* text, size_t size) {
     return true;
 }
 
+using orvhost::PresentationEvent;
+using Record = OrvPlayer::PresentationRecord;
+
+static_assert(static_cast<int>(Record::CLOCK) == static_cast<int>(PresentationEvent::Kind::CLOCK) &&
+              static_cast<int>(Record::RESET) ==
+                  static_cast<int>(PresentationEvent::Outcome::RESET));
+
+PresentationEvent eventOf(const Record& record) {
+    return {record.timeNs,
+            static_cast<int64_t>(record.pts & OrvPlayer::UINT33_MASK),
+            record.clock == Record::NO_TIME ? PresentationEvent::NO_TIME
+                                            : static_cast<int64_t>(record.clock),
+            record.waitMs,
+            record.frames,
+            static_cast<PresentationEvent::Kind>(record.kind),
+            static_cast<PresentationEvent::Outcome>(record.outcome)};
+}
+
+// As the player makes the codec's times into time stamps.
+int64_t toTime90k(int64_t timeUs) {
+    return static_cast<int64_t>(static_cast<uint64_t>(timeUs * 9 / 100) & OrvPlayer::UINT33_MASK);
+}
+
 }  // namespace
 
 android::status_t MonitorService::figures(orvhost::PlaybackFigures* figures) {
@@ -85,6 +110,58 @@ android::status_t MonitorService::figures(orvhost::PlaybackFigures* figures) {
 android::status_t MonitorService::setVolume(int32_t percent, bool isMuted) {
     orvhost::setMasterVolume({percent, isMuted});
     return android::OK;
+}
+
+android::status_t MonitorService::presentation(orvhost::PresentationReport* report) {
+    std::lock_guard<std::mutex> guard(mPresentationLock);
+    takeEvents(report);
+    OrvPlayer::BufferFill fills[orvhost::PresentationReport::MAX_FILLS];
+    const size_t count = OrvPlayer_bufferFills(fills, std::size(fills));
+    for (size_t i = 0; i < count; ++i) {
+        report->fills.push_back({fills[i].name, fills[i].usedBytes, fills[i].sizeBytes});
+    }
+    report->outputLatencyMs = mSound.outputLatencyMs();
+    return android::OK;
+}
+
+// The player hands a picture to the codec and is done with it; whether the window had a buffer for
+// it the codec knows, which counts before the player notes.
+void MonitorService::takeEvents(orvhost::PresentationReport* report) {
+    std::vector<OrvPlayer::PresentationRecord> records(orvhost::PresentationReport::MAX_EVENTS);
+    records.resize(OrvPlayer_takePresentation(records.data(), records.size(), &report->missed));
+    noticeWindowDrops();
+    report->events.reserve(records.size());
+    for (const OrvPlayer::PresentationRecord& record : records) {
+        PresentationEvent& event = report->events.emplace_back(eventOf(record));
+        if (event.kind == PresentationEvent::Kind::VIDEO &&
+            event.outcome == PresentationEvent::Outcome::SHOWN && takeWindowDrop(event.pts90k)) {
+            event.outcome = PresentationEvent::Outcome::NO_WINDOW;
+        }
+    }
+}
+
+void MonitorService::noticeWindowDrops() {
+    using orvhost::CodecStatistics;
+    const CodecStatistics& codec = orvhost::codecStatistics();
+    const uint64_t count = codec.picturesDroppedAtWindow;
+    const uint64_t known = count < CodecStatistics::DROPS ? 0 : count - CodecStatistics::DROPS;
+    for (uint64_t i = std::max(mWindowDropsSeen, known); i < count; ++i) {
+        mWindowDrops.push_back(toTime90k(codec.windowDropsUs[i % CodecStatistics::DROPS]));
+    }
+    mWindowDropsSeen = count;
+    while (mWindowDrops.size() > CodecStatistics::DROPS) {
+        mWindowDrops.pop_front();
+    }
+}
+
+// Those before it were dropped while nobody looked.
+bool MonitorService::takeWindowDrop(int64_t pts90k) {
+    const auto found = std::find(mWindowDrops.begin(), mWindowDrops.end(), pts90k);
+    if (found == mWindowDrops.end()) {
+        return false;
+    }
+    mWindowDrops.erase(mWindowDrops.begin(), found + 1);
+    return true;
 }
 
 android::status_t MonitorService::dump(int fd, const android::Vector<android::String16>&) {

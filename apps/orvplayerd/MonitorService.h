@@ -2,6 +2,9 @@
 
 #include <orv/IMonitor.h>
 
+#include <deque>
+#include <mutex>
+
 #include "SoundCounter.h"
 
 namespace orvplayerd {
@@ -12,6 +15,7 @@ public:
     explicit MonitorService(SoundCounter& sound) : mSound(sound) {}
 
     android::status_t figures(orvhost::PlaybackFigures* figures) override;
+    android::status_t presentation(orvhost::PresentationReport* report) override;
 
     // Whoever may play here may say how loud.
     android::status_t setVolume(int32_t percent, bool isMuted) override;
@@ -22,7 +26,14 @@ public:
     android::status_t dump(int fd, const android::Vector<android::String16>& args) override;
 
 private:
+    void takeEvents(orvhost::PresentationReport* report);
+    void noticeWindowDrops();
+    bool takeWindowDrop(int64_t pts90k);
+
     SoundCounter& mSound;
+    std::mutex mPresentationLock;      // one reader of the player's log at a time; the next two
+    std::deque<int64_t> mWindowDrops;  // pictures that found no buffer, by their time of 90 kHz
+    uint64_t mWindowDropsSeen = 0;
 };
 
 // The state of the player as text, written to a descriptor of any kind; false after a second

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <orv/PresentationTypes.h>
 #include <orvclient/Export.h>
 #include <orvclient/PictureQueue.h>
 #include <orvclient/Recordings.h>
@@ -234,6 +235,9 @@ public:
     int frameRate();
     int64_t streamTime90k();
     PlaybackFigures figures();
+    // How presentation was timed since the last call: to be called every now and then, ten times a
+    // second, say, by one program at a time. False, and *report as it was, without an answer.
+    bool presentation(orvhost::PresentationReport* report);
     // Writes the state of the service's pipeline to a descriptor.
     Status dump(int fd);
     // -1: there is none, or on a bus that does not tell.

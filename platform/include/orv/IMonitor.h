@@ -1,6 +1,7 @@
 #pragma once
 
 #include <binder/IInterface.h>
+#include <orv/PresentationTypes.h>
 
 #include <cstdint>
 #include <vector>
@@ -42,6 +43,7 @@ struct PlaybackFigures {
 //   code  operation  request after the token  reply
 //   1     figures    -                        the figures, the list last, numbers as int64
 //   2     setVolume  int32 percent, muted     -
+//   3     presentation  -                     the report, its numbers as int64
 class IMonitor : public android::IInterface {
 public:
     static const android::String16& descriptor;
@@ -49,7 +51,11 @@ public:
 
     static constexpr char SERVICE_NAME[] = "OrvMonitor";
 
-    enum Code : uint32_t { FIGURES = android::IBinder::FIRST_CALL_TRANSACTION, SET_VOLUME };
+    enum Code : uint32_t {
+        FIGURES = android::IBinder::FIRST_CALL_TRANSACTION,
+        SET_VOLUME,
+        PRESENTATION,
+    };
 
     // Takes the beeps: one caller gets each of them. 0, DEAD_OBJECT, or BAD_VALUE for an answer
     // that makes no sense; then *figures is as it was.
@@ -57,11 +63,16 @@ public:
     // How loud the service's sound is: 0 to 150 percent on the scale of sound servers' mixers, what
     // lies outside becomes the nearest. Holds for what plays and for what will, until the next one.
     virtual android::status_t setVolume(int32_t percent, bool isMuted) = 0;
+
+    // How presentation was timed since the last call; what was missed before the first one is of
+    // earlier callers. Without calls for half a minute nothing is noted any more. Statuses as
+    // above.
+    virtual android::status_t presentation(PresentationReport* report) = 0;
 };
 
 class BnMonitor : public android::BnInterface<IMonitor> {
 public:
-    bool isBrief(uint32_t code) const override { return code == FIGURES; }
+    bool isBrief(uint32_t code) const override { return code == FIGURES || code == PRESENTATION; }
 
 protected:
     android::status_t onTransact(uint32_t code, const android::Parcel& data, android::Parcel* reply,
