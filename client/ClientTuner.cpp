@@ -106,6 +106,13 @@ orvhost::TunerSignal ClientTuner::signal() {
     return tuner != nullptr ? tuner->signal() : orvhost::TunerSignal();
 }
 
+std::vector<orvhost::SourceFault> ClientTuner::takeFaults() {
+    const CallTimeout bound(mPatience);
+    std::string error;
+    const sp<ITuner> tuner = find(&error);
+    return tuner != nullptr ? tuner->takeFaults() : std::vector<orvhost::SourceFault>();
+}
+
 orvhost::BroadcastInformation ClientTuner::information(int timeoutMs) {
     const CallTimeout bound(waitOf(timeoutMs) + mPatience);
     std::string error;

@@ -29,6 +29,7 @@ public:
     orvhost::ServiceList services(int timeoutMs) override;
     orvhost::TunerSignal signal() override;
     orvhost::BroadcastInformation information(int timeoutMs) override;
+    std::vector<orvhost::SourceFault> takeFaults() override;
 
 private:
     orvhost::TuneResult tuneUri(const std::string& uri, const orvhost::TuneOptions& options);

@@ -35,6 +35,7 @@ public:
         check(fcntl(fd, F_GETFD) >= 0 && owner != nullptr);
         check(name.size() <= orvhost::MAX_TUNER_TEXT && options.pcrPid <= orvhost::PID_NONE);
         check(options.timeoutMs >= 0 && options.timeoutMs <= MAX_TIMEOUT_MS);
+        check(options.faults.size() <= orvhost::MAX_FAULT_SCRIPT);
         return {orvhost::TuneStatus::NoData, name};
     }
     orvhost::TuneResult tuneUri(const std::string& uri, const orvhost::TuneOptions& options,
@@ -49,6 +50,7 @@ public:
         return {};
     }
     orvhost::TunerSignal signal() override { return {}; }
+    std::vector<orvhost::SourceFault> takeFaults() override { return {}; }
     orvhost::BroadcastInformation information(int timeoutMs) override {
         check(timeoutMs >= 0 && timeoutMs <= MAX_TIMEOUT_MS);
         return {};
@@ -114,8 +116,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     remote->signal();
     const orvhost::BroadcastInformation information = remote->information(0);
     check(information.events.size() <= 512 && information.clock.ageMs >= 0);
+    check(remote->takeFaults().size() <= orvhost::MAX_SOURCE_FAULTS);
     orvhost::PlaybackFigures figures;
     orvhost::IMonitor::asInterface(hostile)->figures(&figures);
     check(figures.beepsNs.size() <= orvhost::PlaybackFigures::MAX_BEEPS);
+    orvhost::PresentationReport report;
+    orvhost::IMonitor::asInterface(hostile)->presentation(&report);
+    check(report.events.size() <= orvhost::PresentationReport::MAX_EVENTS);
+    for (const orvhost::BufferFill& fill : report.fills) {
+        check(fill.sizeBytes > 0 && fill.name.size() <= orvhost::PresentationReport::MAX_NAME);
+    }
     return 0;
 }

@@ -158,6 +158,10 @@ std::string ByteSource::silence() const {
     return "no data came; is its sender running?";
 }
 
+std::vector<SourceFault> ByteSource::takeFaults() {
+    return {};
+}
+
 std::unique_ptr<ByteSource> openByteSource(const std::string& path, TuneResult& result) {
     OwnedDescriptor fd(openSourceFile(path, result));
     return fd.get() >= 0 ? wrap(std::move(fd), sourceNameOf(path), result) : nullptr;

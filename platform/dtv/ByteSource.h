@@ -7,11 +7,13 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace orvhost {
 
 struct FrontendStatistics;
 struct NetworkStatistics;
+struct SourceFault;
 struct TuneResult;
 
 // Where the bytes of a stream come from. One thread reads; interrupt() may come from any.
@@ -47,6 +49,9 @@ public:
 
     // Why nothing may have come, and what to do, for people. Any thread.
     virtual std::string silence() const;
+
+    // The faults that it made on purpose since the last call. Any thread.
+    virtual std::vector<SourceFault> takeFaults();
 
     // Ends a waiting read() and every later one.
     virtual void interrupt() = 0;

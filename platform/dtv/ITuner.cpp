@@ -106,6 +106,14 @@ public:
         return information;
     }
 
+    std::vector<SourceFault> takeFaults() override {
+        Parcel reply;
+        std::vector<SourceFault> faults;
+        return call(FAULTS, &reply) == android::OK && readSourceFaults(reply, &faults)
+                   ? faults
+                   : std::vector<SourceFault>();
+    }
+
 private:
     status_t call(uint32_t code, Parcel* reply) {
         Parcel data;
@@ -130,7 +138,7 @@ sp<ITuner> ITuner::asInterface(const sp<IBinder>& binder) {
 }
 
 status_t BnTuner::onTransact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags) {
-    if (code < TUNE || code > TUNE_URI) {
+    if (code < TUNE || code > FAULTS) {
         return BBinder::onTransact(code, data, reply, flags);
     }
     if (!data.checkInterface(this)) {
@@ -171,6 +179,9 @@ status_t BnTuner::onTransact(uint32_t code, const Parcel& data, Parcel* reply, u
                                       information(std::clamp(timeoutMs, 0, MAX_TIMEOUT_MS)));
             return android::OK;
         }
+        case FAULTS:
+            writeSourceFaults(answer, takeFaults());
+            return android::OK;
         case TUNE_URI: {
             const sp<IBinder> owner = data.readStrongBinder();
             std::string uri;

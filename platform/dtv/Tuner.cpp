@@ -6,6 +6,7 @@
 #include "dtv/LiveSource.h"
 #include "dtv/SourceUri.h"
 #include "dtv/TunerSession.h"
+#include "dtv/aslive/AsLiveSource.h"
 #include "dtv/network/DatagramSocket.h"
 
 namespace orvhost {
@@ -52,10 +53,19 @@ TuneResult Tuner::tune(const std::string& source, const TuneOptions& options) {
     }
     untune();
     TuneResult result;
-    auto opened = openByteSource(source, result);
-    return opened == nullptr
-               ? result
-               : begin(std::move(opened), source == "-" ? "standard input" : source, options);
+    const std::string shown = source == "-" ? "standard input" : source;
+    auto opened = asAsked(openByteSource(source, result), shown, options, result);
+    return opened == nullptr ? result : begin(std::move(opened), shown, options);
+}
+
+// A file as live, where that was asked for. Null, with the reason in `result`, for what cannot be.
+std::unique_ptr<ByteSource> Tuner::asAsked(std::unique_ptr<ByteSource> source,
+                                           const std::string& name, const TuneOptions& options,
+                                           TuneResult& result) {
+    if (source == nullptr || !options.asLive) {
+        return source;
+    }
+    return AsLiveSource::open(std::move(source), name, options.faults, mClock, result);
 }
 
 TuneResult Tuner::tuneForClient(const std::string& uri, const TuneOptions& options) {
@@ -86,7 +96,7 @@ TuneResult Tuner::tune(int descriptor, const TuneOptions& options, const std::st
         auto source = key.empty() ? nullptr : adoptLiveSource(descriptor, key, mClock, result);
         return source == nullptr ? result : begin(std::move(source), key, options);
     }
-    auto opened = adoptByteSource(descriptor, shown, result);
+    auto opened = asAsked(adoptByteSource(descriptor, shown, result), shown, options, result);
     return opened == nullptr ? result : begin(std::move(opened), shown, options);
 }
 
@@ -194,6 +204,11 @@ bool Tuner::reposition(uint64_t tuning, uint64_t offset) {
 TunerStatistics Tuner::statistics() const {
     const auto present = session();
     return present == nullptr ? TunerStatistics() : present->statistics();
+}
+
+std::vector<SourceFault> Tuner::takeFaults() {
+    const auto present = session();
+    return present == nullptr ? std::vector<SourceFault>() : present->takeFaults();
 }
 
 bool Tuner::atEnd() const {

@@ -120,6 +120,9 @@ public:
 
     TunerStatistics statistics() const;
 
+    // The faults that the source made on purpose (TuneOptions::faults) since the last call.
+    std::vector<SourceFault> takeFaults();
+
     // True once the last packet of the source went to the filters and, where nothing paces them,
     // a reader asked for more.
     bool atEnd() const;
@@ -133,6 +136,8 @@ public:
 private:
     enum class Sockets { OPENED_HERE, FROM_CLIENT };
     TuneResult tuneUri(const std::string& uri, const TuneOptions& options, Sockets sockets);
+    std::unique_ptr<ByteSource> asAsked(std::unique_ptr<ByteSource> source, const std::string& name,
+                                        const TuneOptions& options, TuneResult& result);
     TuneResult begin(std::unique_ptr<ByteSource> source, const std::string& name,
                      const TuneOptions& options);
     TuneResult settled(const TuneResult& result, const std::shared_ptr<TunerSession>& mine);

@@ -35,7 +35,8 @@ enum OptionFlag : int32_t {
     FOLLOW = 1 << 3,
     FREE_RUNNING = 1 << 4,
     RECORDED = 1 << 5,
-    ALL_FLAGS = (1 << 6) - 1,
+    AS_LIVE = 1 << 6,
+    ALL_FLAGS = (1 << 7) - 1,
 };
 
 template <typename Signal, typename Count>
@@ -207,6 +208,17 @@ bool readClock(const Parcel& parcel, BroadcastClock* clock) {
            readText(parcel, &clock->country);
 }
 
+void writeSourceFault(Parcel* parcel, const SourceFault& fault) {
+    parcel->writeInt64(fault.timeNs);
+    parcel->writeInt64(fault.lengthMs);
+    writeText(parcel, fault.text);
+}
+
+bool readSourceFault(const Parcel& parcel, SourceFault* fault) {
+    return parcel.readInt64(&fault->timeNs) == android::OK &&
+           parcel.readInt64(&fault->lengthMs) == android::OK && readText(parcel, &fault->text);
+}
+
 }  // namespace
 
 void writeText(Parcel* parcel, const std::string& text) {
@@ -221,11 +233,14 @@ void writeTuneOptions(Parcel* parcel, const TuneOptions& options) {
     const int32_t flags = (options.paced ? PACED : 0) | (options.keepGaps ? KEEP_GAPS : 0) |
                           (options.loop ? LOOP : 0) | (options.follow ? FOLLOW : 0) |
                           (options.freeRunning ? FREE_RUNNING : 0) |
-                          (options.recorded ? RECORDED : 0);
+                          (options.recorded ? RECORDED : 0) | (options.asLive ? AS_LIVE : 0);
     parcel->writeInt32(flags);
     parcel->writeInt32(options.serviceId);
     parcel->writeInt32(options.pcrPid);
     parcel->writeInt32(options.timeoutMs);
+    if (options.asLive) {
+        writeBytes(parcel, options.faults, MAX_FAULT_SCRIPT);
+    }
 }
 
 bool readTuneOptions(const Parcel& parcel, TuneOptions* options) {
@@ -242,8 +257,9 @@ bool readTuneOptions(const Parcel& parcel, TuneOptions* options) {
     options->follow = (flags & FOLLOW) != 0;
     options->freeRunning = (flags & FREE_RUNNING) != 0;
     options->recorded = (flags & RECORDED) != 0;
+    options->asLive = (flags & AS_LIVE) != 0;
     options->timeoutMs = std::min(options->timeoutMs, ITuner::MAX_TIMEOUT_MS);
-    return true;
+    return !options->asLive || readBytes(parcel, MAX_FAULT_SCRIPT, &options->faults);
 }
 
 void writeTuneResult(Parcel* parcel, const TuneResult& result) {
@@ -351,6 +367,14 @@ bool readFrontend(const Parcel& parcel, FrontendStatistics* frontend) {
 }
 
 }  // namespace
+
+void writeSourceFaults(Parcel* parcel, const std::vector<SourceFault>& faults) {
+    writeList(parcel, faults, MAX_SOURCE_FAULTS, writeSourceFault);
+}
+
+bool readSourceFaults(const Parcel& parcel, std::vector<SourceFault>* faults) {
+    return readList(parcel, MAX_SOURCE_FAULTS, faults, readSourceFault);
+}
 
 void writeTunerSignal(Parcel* parcel, const TunerSignal& signal) {
     parcel->writeInt32(signal.tuned ? 1 : 0);

@@ -24,6 +24,7 @@ public:
     ServiceList services(int timeoutMs) override;
     TunerSignal signal() override;
     BroadcastInformation information(int timeoutMs) override;
+    std::vector<SourceFault> takeFaults() override { return mTuner.takeFaults(); }
 
 private:
     class OwnerDeath;

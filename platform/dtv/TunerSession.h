@@ -77,6 +77,7 @@ public:
     const std::string& name() const { return mName; }
     const TuneOptions& options() const { return mOptions; }
     int duplicateSource() const { return mSource->duplicate(); }
+    std::vector<SourceFault> takeFaults() { return mSource->takeFaults(); }
     bool setPaused(bool paused);
     bool reposition(uint64_t offset);
     bool wasFed() const;

@@ -31,6 +31,8 @@ public:
     // The broadcast's clock, what is on air and what comes next, after waiting so long for the
     // tables. Zero while something plays: those that came are there.
     virtual orvhost::BroadcastInformation information(int timeoutMs) = 0;
+    // The faults that a script (TuneOptions::faults) had happen since the last call.
+    virtual std::vector<orvhost::SourceFault> takeFaults() = 0;
 };
 
 }  // namespace orvclient

@@ -21,6 +21,7 @@ namespace orvhost {
 //   4     signal     -                                           signal
 //   5     information  int32 milliseconds                        information
 //   6     tuneUri    owner binder, URI, options                  result
+//   7     faults     -                                           faults
 //
 // TunerParcel.h of the host tells how structures stand in a parcel.
 class ITuner : public android::IInterface {
@@ -40,6 +41,7 @@ public:
         SIGNAL,
         INFORMATION,
         TUNE_URI,
+        FAULTS,
     };
 
     // See Tuner::tune(). The descriptor is a file's, or a socket's that was opened for the URI in
@@ -61,13 +63,15 @@ public:
     virtual TunerSignal signal() = 0;
     // See Tuner::information().
     virtual BroadcastInformation information(int timeoutMs) = 0;
+    // See Tuner::takeFaults(): one caller gets each of them.
+    virtual std::vector<SourceFault> takeFaults() = 0;
 };
 
 // The side that implements takes parcels apart here; whatever a hostile parcel holds, an operation
 // is called with values in their ranges, or not at all (BAD_VALUE).
 class BnTuner : public android::BnInterface<ITuner> {
 public:
-    bool isBrief(uint32_t code) const override { return code == SIGNAL; }
+    bool isBrief(uint32_t code) const override { return code == SIGNAL || code == FAULTS; }
 
 protected:
     android::status_t onTransact(uint32_t code, const android::Parcel& data, android::Parcel* reply,

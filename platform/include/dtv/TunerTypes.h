@@ -92,6 +92,11 @@ struct TuneOptions {
     // on a source that is no file.
     bool recorded = false;
     int timeoutMs = 5000;  // longest wait of tune() for the first packets
+    // A file comes like a broadcast that has no end: its packets come at their pace whoever reads,
+    // and its beginning goes on where its end is, with times and counters that go on. `faults`, a
+    // script (docs/faults.md), says what happens to it on the way.
+    bool asLive = false;
+    std::string faults;
 };
 
 struct ServiceList {
@@ -108,6 +113,13 @@ struct PidStatistics {
     uint64_t scrambled = 0;
     uint64_t pcrCount = 0;
     int64_t maxPcrIntervalNs = 0;  // in stream time, discontinuities left out
+};
+
+// What a source did to its packets on purpose.
+struct SourceFault {
+    int64_t timeNs = 0;    // CLOCK_MONOTONIC: when it began
+    int64_t lengthMs = 0;  // 0: a moment
+    std::string text;      // as its script has it
 };
 
 // What came over the network, in datagrams, since tune().
