@@ -110,6 +110,11 @@ void addPlayback(CLI::App* command, PlayOptions& options) {
     command
         ->add_option("--on-signal-back", options.onSignalBack, "The same when there is one again")
         ->type_name("COMMAND");
+    command
+        ->add_option("--timing", options.timing,
+                     "Write there how each frame, block of sound and caption is timed, how full "
+                     "the buffers are, and faults, as JSON, one object a line; see orvplay plot")
+        ->type_name("FILE.jsonl");
     command->footer(
         "Keys in the window: q or Escape quits, f toggles full screen, # changes to the next\n"
         "sound, v shows the captions, the next ones, or none, space pauses, r records. In a\n"

@@ -13,8 +13,10 @@
 #include "ExitCode.h"
 #include "FleetCommand.h"
 #include "PlayCommand.h"
+#include "PlotCommand.h"
 #include "ProbeCommand.h"
 #include "SnapshotCommand.h"
+#include "TimingPlot.h"
 #include "UnitsCommand.h"
 #include "ZapCommand.h"
 
@@ -39,6 +41,11 @@ CLI::App* addPlay(CLI::App& app, PlayOptions& options) {
     addStreams(play, options);
     addPid(play, "--pcr-pid", options.pcrPid, "clock");
     addPlayback(play, options);
+    play->add_flag(
+            "--as-live{-}", options.asLive,
+            "Play a transport stream file for ever as if it were on air, with the faults "
+            "of a script: lost packets, gaps, bit errors, jumps of the clock (docs/faults.md)")
+        ->type_name("[=SCRIPT]");
     return play;
 }
 
@@ -172,6 +179,20 @@ CLI::App* addZap(CLI::App& app, ZapOptions& options) {
     return zap;
 }
 
+CLI::App* addPlot(CLI::App& app, PlotOptions& options) {
+    CLI::App* plot =
+        app.add_subcommand("plot", "Draw what play --timing wrote: skew, waits, buffers, faults");
+    plot->add_option("FILE", options.file, "What play --timing wrote, - for standard input")
+        ->required();
+    plot->add_option("-o,--out", options.out, "The picture (default timing.png)")
+        ->check([](const std::string& path) {
+            return orvplot::canPlotTo(path) ? std::string()
+                                            : path + ": the name must end in .png or .svg";
+        })
+        ->type_name("FILE.png|.svg");
+    return plot;
+}
+
 CLI::App* addCompletion(CLI::App& app, std::string& shell) {
     CLI::App* completion =
         app.add_subcommand("completion", "Print what makes a shell complete orvplay's commands");
@@ -204,6 +225,7 @@ CommandTree::CommandTree() : mApp("OrvPlayer: ISDB-T / SBTVD digital television"
     add(addStatus(mApp, mFleet), [this] { return statusCommand(mFleet); });
     add(addStats(mApp, mFleet), [this] { return statsCommand(mFleet); });
     add(addEvents(mApp, mFleet), [this] { return eventsCommand(mFleet); });
+    add(addPlot(mApp, mPlot), [this] { return plotCommand(mPlot); });
     add(addCompletion(mApp, mShell), [this] { return printCompletion(); });
 }
 

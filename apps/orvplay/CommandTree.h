@@ -39,6 +39,7 @@ private:
     ProbeOptions mProbe;
     UnitsOptions mUnits;
     CaptionsOptions mCaptions;
+    PlotOptions mPlot;
     RecordCommandLine mRecord;
     ChannelsOptions mChannels;
     ScanOptions mScan;

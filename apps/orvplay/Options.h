@@ -39,6 +39,9 @@ struct PlayOptions : StreamOptions, ServiceOptions {
     int storage = 0;           // for the recording
     std::string onSignalLost;  // commands for the shell; empty: none
     std::string onSignalBack;
+    std::string asLive;  // a file as if on air, with this script of faults, "-": without
+    std::string faults;  // the script itself
+    std::string timing;  // file for how presentation is timed; empty: none
 };
 
 struct RecordOptions : StreamOptions, ServiceOptions {
@@ -118,6 +121,11 @@ struct UnitsOptions : StreamOptions {
 struct CaptionsOptions : StreamOptions {
     std::string format = "txt";  // or "srt", "vtt", "jsonl"
     std::string out;             // empty: standard output
+};
+
+struct PlotOptions {
+    std::string file;
+    std::string out = "timing.png";  // or .svg
 };
 
 struct ProbeOptions {

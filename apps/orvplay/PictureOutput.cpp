@@ -206,6 +206,9 @@ void PictureOutput::onPicture(const orvhost::AcquiredBuffer& picture) {
         mFigures.height = picture.input.crop.bottom - picture.input.crop.top + 1;
         mFigures.interlaced = picture.input.interlaced;
     }
+    if (mPictureListener) {
+        mPictureListener(picture.input.timestamp);
+    }
     // A flash that was on before the first picture did not begin with it.
     if (marks.flash && !mFlashOn && mLast.buffer != nullptr) {
         mSync.onFlash(now);

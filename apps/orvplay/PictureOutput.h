@@ -51,6 +51,11 @@ public:
     PictureOutput(const PictureOutput&) = delete;  // a thread points at it
     PictureOutput& operator=(const PictureOutput&) = delete;
 
+    // Hears of every picture, by its time on its source's time line, on the thread that takes it.
+    // Before start().
+    void setPictureListener(std::function<void(int64_t timestampNs)> listener) {
+        mPictureListener = std::move(listener);
+    }
     // To be called before pictures come. Opens the display, when there is one; false, and nothing
     // runs, when that fails.
     bool start();
@@ -100,6 +105,7 @@ private:
     const bool mShowsPictures;
     std::unique_ptr<Display> mDisplay;  // output thread, once it runs
     SyncMeter& mSync;
+    std::function<void(int64_t)> mPictureListener;
     std::thread mThread;
     std::atomic<bool> mStopRequested{false};
     std::atomic<bool> mQuitRequested{false};

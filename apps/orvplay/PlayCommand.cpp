@@ -1,5 +1,6 @@
 #include "PlayCommand.h"
 
+#include "AsLive.h"
 #include "ChannelSource.h"
 #include "ExitCode.h"
 #include "Interrupt.h"
@@ -32,6 +33,10 @@ int choosePlace(PlayOptions* options) {
 int playCommand(const PlayOptions& given) {
     PlayOptions options = given;
     int code = options.source.empty() ? resumeChannel(&options) : resolveChannel(&options);
+    if (code == EXIT_OK) {
+        Messages messages;
+        code = readFaultScript(&options, messages);
+    }
     if (code == EXIT_OK) {
         code = choosePlace(&options);
     }

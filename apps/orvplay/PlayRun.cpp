@@ -12,6 +12,7 @@
 #include "TuneFailure.h"
 #include "WindowLoader.h"
 #include "client/PictureHalves.h"
+#include "dtv/SourceUri.h"
 
 using orvclient::Status;
 
@@ -43,7 +44,7 @@ int PlayRun::run() {
     if (!mServer.open(&error)) {
         mMessages.say(error + "; other commands cannot reach this player");
     }
-    if (!openCaptionFile() || !openOutputs()) {
+    if (!openCaptionFile() || !openTiming() || !openOutputs()) {
         return EXIT_FAILED;  // what failed said why
     }
     if (const int code = play(); code != EXIT_OK) {
@@ -90,6 +91,7 @@ orvclient::Callbacks PlayRun::callbacks() {
     callbacks.onCaption = [this](const std::string& utf8, int64_t pcr90k) {
         onCaption(utf8, pcr90k);
     };
+    mTiming.subscribe(&callbacks);
     return callbacks;
 }
 
@@ -98,6 +100,8 @@ int PlayRun::tune() {
         code != EXIT_OK) {
         return code;
     }
+    mSource.asLive = !mOptions.asLive.empty();
+    mSource.faults = mOptions.faults;
     const orvhost::TuneResult tuned = tuneTo(*mSession, mSource, mOptions.keepGaps);
     if (!tuned.ok()) {
         return mMessages.fail(exitCodeOf(tuned.status), tuned.message);
@@ -136,6 +140,9 @@ bool PlayRun::openOutputs() {
     }
     mPictures =
         std::make_unique<PictureOutput>(mQueue.halves().consumer(), std::move(display), mSync);
+    if (mSource.kind == SourceKind::MEDIA) {
+        mPictures->setPictureListener([this](int64_t timeNs) { mTiming.onPicture(timeNs); });
+    }
     const PlayParts parts{*mSession,
                           *mPictures,
                           mEvents,
@@ -168,6 +175,10 @@ int PlayRun::play() {
     }
     mEvents.begin();
     mSummary.begin();
+    if (!mOptions.timing.empty()) {
+        mTiming.begin(mSession->player(), mOptions.source, mEvents.beginNs(),
+                      mSource.asLive || orvhost::SourceUri::isUri(mOptions.source));
+    }
     if (const Status status = start(); !status.ok()) {
         askService(false);
         const bool isLost = status.code == Status::LOST;
@@ -258,6 +269,7 @@ int PlayRun::finish() {
         }
         mControl->keepPosition();
         const Status status = mSession->player().stop();
+        mTiming.lookAtEnd(mSession->player());
         if (!status.ok() && mOutcome != Outcome::FAILED) {
             mFailure = mMessages.failed(*mSession, status, "the player did not stop cleanly");
         }
@@ -272,6 +284,7 @@ int PlayRun::finish() {
     mPictures->stop();
     const PictureOutput::Figures figures = mPictures->figures();
     bool filesSaved = finishCaptionFile();
+    filesSaved = finishTiming() && filesSaved;
     if (mSource.kind == SourceKind::MEDIA && mFailure == EXIT_SOURCE) {
         return mFailure;  // nothing played
     }
@@ -327,6 +340,7 @@ void PlayRun::onCaption(const std::string& utf8, int64_t pcr90k) {
     mSummary.countCaption();
     mEvents.write("closedCaptionText", {{"text", utf8}, {"pcr", pcr90k}});
     mPictures->showCaption(utf8);
+    mTiming.onCaption(utf8);
     if (mCaptionFile == nullptr) {
         return;
     }
@@ -341,6 +355,25 @@ bool PlayRun::finishCaptionFile() {
     if (error != 0) {
         mMessages.fail(EXIT_FAILED,
                        mOptions.captionsOut + ": cannot be written: " + strerror(error));
+    }
+    return error == 0;
+}
+
+bool PlayRun::openTiming() {
+    if (mOptions.timing.empty()) {
+        return true;
+    }
+    const int error = mTiming.open(mOptions.timing);
+    if (error != 0) {
+        mMessages.fail(EXIT_FAILED, mOptions.timing + ": cannot be written: " + strerror(error));
+    }
+    return error == 0;
+}
+
+bool PlayRun::finishTiming() {
+    const int error = mTiming.finish();
+    if (error != 0) {
+        mMessages.fail(EXIT_FAILED, mOptions.timing + ": cannot be written: " + strerror(error));
     }
     return error == 0;
 }

@@ -33,6 +33,7 @@
 #include "SourceEnd.h"
 #include "StreamSelection.h"
 #include "SyncMeter.h"
+#include "TimingLog.h"
 #include "ZapControl.h"
 
 namespace orvplay {
@@ -84,6 +85,8 @@ private:
     int finish();
     int exitCode(bool nothingCame, const std::string& missing, bool filesSaved);
     bool openCaptionFile();
+    bool openTiming();
+    bool finishTiming();
     void onCaption(const std::string& utf8, int64_t pcr90k);
     bool finishCaptionFile();
     Outcome outcomeOf(const orvclient::Status& status, const std::string& what);
@@ -100,6 +103,7 @@ private:
     SyncMeter mSync;
     SoundMeter mSound{mSync};
     RunSummary mSummary;
+    TimingLog mTiming;  // outlives what tells it
     orvclient::PictureQueue mQueue;
     std::unique_ptr<PictureOutput> mPictures;
     std::unique_ptr<CaptionFile> mCaptionFile;  // null when none was asked for

@@ -8,6 +8,7 @@
 #include <cmath>
 #include <cstdio>
 
+#include "AsLive.h"
 #include "HumanText.h"
 #include "Interrupt.h"
 #include "MonotonicTime.h"
@@ -65,6 +66,10 @@ void PlayRun::awaitNextLook() {
 
 PlayRun::Outcome PlayRun::look() {
     askService(false);
+    mTiming.look(mSession->player());
+    if (mSource.asLive) {
+        tellFaults(mSession->tuner(), mEvents, mTiming);
+    }
     const PictureOutput::Figures figures = mPictures->figures();
     reportFirstPicture(figures);
     mControl->look(figures);

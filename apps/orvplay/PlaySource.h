@@ -20,6 +20,8 @@ struct PlaySource {
     int number = 0;          // of a recording
     int64_t durationMs = 0;  // 0: unknown
     int64_t positionMs = 0;  // where playback of the recording stopped last
+    bool asLive = false;     // a file that plays for ever, with this script of faults
+    std::string faults = {};
 };
 
 // N of "recording:N", 0 when that is no number; nothing for any other source.

@@ -44,6 +44,8 @@ orvhost::TuneResult tuneTo(PlayerSession& session, const PlaySource& source, boo
     orvhost::RecordingDetails details;
     orvhost::TuneOptions tuning;
     tuning.keepGaps = keepGaps;
+    tuning.asLive = source.asLive;
+    tuning.faults = source.faults;
     switch (source.kind) {
         case SourceKind::RECORDING:
             return session.player().tuneRecording(source.number, &details);
