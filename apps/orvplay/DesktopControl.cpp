@@ -45,21 +45,23 @@ MprisState DesktopControl::state() {
         mPath = mSource.path;
         mUri = validText(uriOf(mPath));
     }
+    const ScreenState& screen = mScreen.state();
     const bool isLive = mSource.kind == SourceKind::LIVE;
     MprisState state;
     state.isPaused = mControl.transport().isPaused();
-    state.title = validText(isLive && mScreen.now.has_value() && !mScreen.now->title.empty()
-                                ? mScreen.now->title
-                                : mScreen.name);
-    state.channel = isLive ? validText(mScreen.name) : "";
+    state.title =
+        validText(isLive && screen.now.has_value() && !screen.now->title.empty() ? screen.now->title
+                                                                                 : screen.name);
+    state.channel = isLive ? validText(screen.name) : "";
     state.url = mUri;
     state.canSeek = !isLive;
+    state.canZap = isLive && mScreen.channels().rows.size() > 1;
     if (!isLive) {
         state.lengthUs = mControl.transport().durationMs() * 1000;
         state.positionUs = mControl.transport().positionMs() * 1000;
         state.seeks = mControl.transport().seeks();
     }
-    state.volume = mScreen.volumePercent / 100.0;
+    state.volume = screen.volumePercent / 100.0;
     return state;
 }
 

@@ -7,7 +7,7 @@
 #include "MprisPlayer.h"
 #include "PlayControl.h"
 #include "PlaySource.h"
-#include "ScreenState.h"
+#include "ScreenStateSource.h"
 
 namespace orvplay {
 
@@ -16,7 +16,7 @@ namespace orvplay {
 class DesktopControl {
 public:
     // All of it outlives it.
-    DesktopControl(PlayControl& control, const ScreenState& screen, const PlaySource& source)
+    DesktopControl(PlayControl& control, const ScreenStateSource& screen, const PlaySource& source)
         : mControl(control), mScreen(screen), mSource(source) {
         mDesktop.open();
     }
@@ -32,7 +32,7 @@ private:
     MprisState state();
 
     PlayControl& mControl;
-    const ScreenState& mScreen;
+    const ScreenStateSource& mScreen;
     const PlaySource& mSource;
     MprisPlayer mDesktop;
     std::string mPath;  // of the source, as the URI has it

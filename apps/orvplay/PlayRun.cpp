@@ -164,7 +164,7 @@ bool PlayRun::openOutputs() {
     mFigures.emplace(PlayerFigures::Sources{*mSession, *mPictures, mSummary, mSync, mService,
                                             mSource, mSelection, mEvents});
     mFleet.emplace(mServer, parts, *mFigures, mScreen->state());
-    mDesktop.emplace(*mControl, mScreen->state(), mSource);
+    mDesktop.emplace(*mControl, *mScreen, mSource);
     return mPictures->start();
 }
 

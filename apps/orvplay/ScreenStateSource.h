@@ -44,6 +44,7 @@ public:
 
     // As the last look found it.
     const ScreenState& state() const { return mState; }
+    const ChannelRows& channels() const { return mChannels; }
 
 private:
     bool hasUserChange() const;

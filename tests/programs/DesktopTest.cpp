@@ -1,6 +1,8 @@
 // The player on a desktop's bus, as playerctl and panels have it.
 
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <systemd/sd-bus.h>
 #include <unistd.h>
 
@@ -111,6 +113,9 @@ TEST_F(DesktopTest, ARecordingIsPausedSoughtAndStopped) {
     EXPECT_EQ(control({"metadata", "xesam:url"}).find("file:///"), 0U);
     EXPECT_GT(number(control({"metadata", "mpris:length"})), 5e6);
 
+    control({"volume", "0.25"});
+    EXPECT_TRUE(await([&] { return number(control({"volume"})) == 0.25; }));
+
     control({"play-pause"});
     EXPECT_TRUE(player->waitForOutput("onPaused", PATIENCE_S));
     EXPECT_TRUE(awaitStatus("Paused"));
@@ -193,6 +198,28 @@ TEST_F(DesktopTest, LiveIsQuietOnTheBus) {
     EXPECT_TRUE(await([&] { return shown() > pictures + 10; }, seconds(30)));
     player->signal(SIGINT);
     EXPECT_EQ(player->finish(PATIENCE_S).exitCode, 130);
+}
+
+TEST_F(DesktopTest, ABusThatSaysNothingHoldsNothingUp) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    const std::string path = mHome + "/silent";
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    const int silent = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    ASSERT_EQ(bind(silent, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    ASSERT_EQ(listen(silent, 1), 0);
+    for (const std::string& bus :
+         {"unix:path=" + path, "unix:path=" + mHome + "/none", std::string("nonsense")}) {
+        SCOPED_TRACE(bus);
+        mEnvironment[2] = "DBUS_SESSION_BUS_ADDRESS=" + bus;
+        const ProgramResult played =
+            start({"play", LONG, "--headless", "--no-audio", "--json", "--duration", "1"})
+                ->finish(PATIENCE_S);
+        EXPECT_EQ(played.exitCode, 0) << played.err;
+        EXPECT_EQ(played.errLines(), 0U) << played.err;
+        EXPECT_GT(played.summary()["framesRendered"], 20);
+    }
+    close(silent);
 }
 
 }  // namespace
