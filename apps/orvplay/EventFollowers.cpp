@@ -10,7 +10,10 @@ namespace orvplay {
 using Sent = ControlServer::Sent;
 
 void EventFollowers::add(int connection) {
-    look();  // what was written before is not for this one, nor for who left
+    look();  // what was written before is not for this one
+    if (mFollowers.empty()) {
+        mQueue.take();  // of those who left
+    }
     if (mFollowers.size() >= MAX_FOLLOWERS) {
         mServer.answer(connection, {{"ok", false},
                                     {"code", EXIT_FAILED},

@@ -28,14 +28,15 @@ int eventsCommand(const FleetOptions& options) {
     Interrupt::install();
     PlayerLines lines;
     nlohmann::json answer;
-    std::string line;
-    if (!lines.ask(choice.pid, {{"command", "events"}}, &answer, &line)) {
-        return Interrupt::requested() ? EXIT_INTERRUPTED : fail(EXIT_SERVICE, line);
+    std::string error;
+    if (!lines.ask(choice.pid, {{"command", "events"}}, &answer, &error)) {
+        return Interrupt::requested() ? EXIT_INTERRUPTED : fail(EXIT_SERVICE, error);
     }
     if (!answer.value("ok", false)) {
         return fail(answer.value("code", static_cast<int>(EXIT_FAILED)),
                     answer.value("message", "the player did not tell"));
     }
+    std::string line;
     while (!Interrupt::requested()) {
         const PlayerLines::Got got = lines.next(&line, LOOK_MS);
         if (got == PlayerLines::Got::END) {

@@ -21,8 +21,7 @@ CLI::App* addStatus(CLI::App& app, FleetOptions& options) {
 }
 
 CLI::App* addStats(CLI::App& app, FleetOptions& options) {
-    CLI::App* stats =
-        add(app, "stats", "Print the figures of what running \"orvplay play\" play", options);
+    CLI::App* stats = add(app, "stats", "Print the figures of running players", options);
     CLI::Option* json =
         stats->add_flag("--json", options.json, "Print JSON, one object a line for each player");
     stats

@@ -2,6 +2,8 @@
 
 #include <unistd.h>
 
+#include <utility>
+
 #include "StatusText.h"
 
 namespace orvplay {
@@ -22,6 +24,20 @@ bool FleetControl::serve(int connection, const Json& request) {
         return false;
     }
     return true;
+}
+
+void FleetControl::look() {
+    mFollowers.look();
+    if (mScreen.name.empty() || mScreen.kind != SourceKind::LIVE) {
+        return;  // the tables are still to come
+    }
+    std::string plays = std::to_string(mScreen.serviceId) + " " + mScreen.name;
+    if (plays != mPlayed) {
+        if (!mPlayed.empty()) {
+            mFigures.countChannelChange();
+        }
+        mPlayed = std::move(plays);
+    }
 }
 
 FleetControl::Json FleetControl::status() const {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <nlohmann/json.hpp>
+#include <string>
 
 #include "ControlSocket.h"
 #include "EventFollowers.h"
@@ -35,7 +36,7 @@ public:
     // False: that request is none of these.
     bool serve(int connection, const Json& request);
     // To be called often.
-    void look() { mFollowers.look(); }
+    void look();
     // The last event was written: those who follow get it, unless they are slow.
     void finish();
 
@@ -47,6 +48,7 @@ private:
     PlayerFigures& mFigures;
     const ScreenState& mScreen;
     EventFollowers mFollowers;
+    std::string mPlayed;  // the channel, at the last look
 };
 
 }  // namespace orvplay

@@ -153,6 +153,7 @@ PlayRun::Outcome PlayRun::replaceService() {
     }
     mFramesAtReplacement = frames;
     mFigures->countServiceRestart();
+    mHooks.onBegin();
     mMessages.say("the player service ended by itself; another one goes on");
     if (const orvhost::TuneResult tuned = tuneTo(*mSession, mSource, mOptions.keepGaps);
         !tuned.ok()) {

@@ -105,6 +105,12 @@ void SignalHooks::onSignal(unsigned int current) {
 }
 
 void SignalHooks::look(const About& about) {
+    if (const std::string plays = about.source + " " + about.service; plays != mPlayed) {
+        if (!mPlayed.empty()) {
+            onBegin();
+        }
+        mPlayed = plays;
+    }
     for (Hook* const hook : {&mLost, &mBack}) {
         watch(*hook);
         if (hook->due.exchange(0) != 0 && !hook->command.empty()) {

@@ -44,7 +44,11 @@ public:
     // Listens besides who listens already; it must outlive whoever calls.
     void subscribe(orvclient::Callbacks* callbacks);
 
-    // To be called often: runs what is due, and looks after what runs.
+    // Playback began anew, where the signal is good until something else is told.
+    void onBegin() { onSignal(static_cast<unsigned int>(orvclient::Signal::GOOD)); }
+
+    // To be called often: runs what is due, and looks after what runs. Where another service plays,
+    // that began anew.
     void look(const About& about);
     bool isRunning() const { return mLost.process != 0 || mBack.process != 0; }
 
@@ -68,6 +72,7 @@ private:
     Hook mLost{.event = "signal-lost"};
     Hook mBack{.event = "signal-back"};
     std::atomic<bool> mIsLost{false};  // was told, and not that it is back
+    std::string mPlayed;               // the service, at the last look
 };
 
 }  // namespace orvplay

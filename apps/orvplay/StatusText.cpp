@@ -1,5 +1,6 @@
 #include "StatusText.h"
 
+#include <cmath>
 #include <cstdio>
 
 #include "HumanText.h"
@@ -155,7 +156,7 @@ Json toJson(const ScreenState& state) {
         json["picturesPerSecond"] = state.picturesPerSecond;
     }
     if (state.skewMs.has_value()) {
-        json["skewMs"] = *state.skewMs;
+        json["skewMs"] = std::round(*state.skewMs * 10) / 10;
     }
     return json;
 }

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <optional>
 #include <sstream>
 
@@ -32,7 +33,10 @@ protected:
     // As the service's monitor tells it, and the player's next look.
     void tell(Signal signal) {
         mCallbacks.onSignal(0, static_cast<unsigned int>(signal));
-        mHooks->look({"TV \"Açaí\" $(false)", "51200", "udp://239.255.1.1:5000"});
+        look();
+    }
+    void look(const std::string& service = "51200") {
+        mHooks->look({"TV \"Açaí\" $(false)", service, "udp://239.255.1.1:5000"});
     }
     std::string path(const std::string& name) const { return mFolder + "/" + name; }
     std::string content(const std::string& name) const {
@@ -97,11 +101,27 @@ TEST_F(SignalHooksTest, OnceForEachLossAndReturn) {
         ASSERT_TRUE(awaitLines("log", round * 2));
         // The one before has ended, and was seen to.
         ASSERT_TRUE(await([&] {
-            mHooks->look({});
+            look();
             return !mHooks->isRunning();
         }));
     }
-    EXPECT_EQ(content("log"), "lost\nback\nlost\nback\n");
+    tell(Signal::LOST);
+    look("51232");  // another channel, whose signal is lost later
+    ASSERT_TRUE(awaitLines("log", 6));
+    ASSERT_TRUE(await([&] {
+        look("51232");
+        return !mHooks->isRunning();
+    }));
+    mCallbacks.onSignal(0, static_cast<unsigned int>(Signal::LOST));
+    look("51232");
+    ASSERT_TRUE(awaitLines("log", 7));
+    std::istringstream lines(content("log"));
+    std::map<std::string, int> counts;
+    for (std::string line; lines >> line;) {
+        ++counts[line];
+    }
+    EXPECT_EQ(counts["lost"], 4);
+    EXPECT_EQ(counts["back"], 3);
 }
 
 TEST_F(SignalHooksTest, OneAtATimeAndNoneIsLeftBehind) {
