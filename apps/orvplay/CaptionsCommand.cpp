@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "CaptionFile.h"
+#include "ChannelSource.h"
 #include "ExitCode.h"
 #include "Interrupt.h"
 #include "ServiceNames.h"
@@ -106,8 +107,12 @@ int writeCaptions(const CaptionsOptions& options, const StreamSelection& selecti
 
 }  // namespace
 
-int captionsCommand(const CaptionsOptions& options) {
+int captionsCommand(const CaptionsOptions& given) {
     Interrupt::install();
+    CaptionsOptions options = given;
+    if (const int resolved = resolveChannel(&options); resolved != EXIT_OK) {
+        return resolved;
+    }
     orvhost::Tuner& tuner = orvhost::Tuner::instance();
     orvhost::TuneOptions tuning;
     tuning.paced = false;

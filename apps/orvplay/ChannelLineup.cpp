@@ -46,10 +46,11 @@ int ChannelLineup::find(const std::string& text) const {
 
 int ChannelLineup::rowOf(const std::string& source, uint16_t serviceId) const {
     const std::string place = placeOf(source);
+    const int adapter = adapterOf(source);
     const auto found =
         std::find_if(mChannels.begin(), mChannels.end(), [&](const Channel& channel) {
             return (channel.serviceId == serviceId || channel.serviceId == 0) &&
-                   placeOf(sourceOf(channel)) == place;
+                   placeOf(sourceOf(channel, adapter)) == place;
         });
     return found != mChannels.end() ? static_cast<int>(found - mChannels.begin()) : NONE;
 }

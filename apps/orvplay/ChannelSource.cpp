@@ -26,13 +26,19 @@ int fail(ExitCode code, const std::string& message) {
     return code;
 }
 
+int refuseAdapter(const std::string& source) {
+    return fail(EXIT_USAGE, source +
+                                ": is no channel that an adapter receives; leave out --adapter, or "
+                                "name it as in dvb://1?frequency=473142857");
+}
+
 bool isElsewhere(const std::string& source) {
     return source == "-" || source.empty() || source.find("://") != std::string::npos ||
            recordingNumberOf(source).has_value() || access(source.c_str(), F_OK) == 0;
 }
 
 void put(const Channel& channel, StreamOptions* options) {
-    options->source = sourceOf(channel);
+    options->source = sourceOf(channel, options->adapter.value_or(0));
     if (options->service.empty() && channel.serviceId != 0) {
         options->service = std::to_string(channel.serviceId);
     }
@@ -43,7 +49,7 @@ void put(const Channel& channel, StreamOptions* options) {
 int resolveChannel(StreamOptions* options) {
     const std::string& source = options->source;
     if (isElsewhere(source)) {
-        return EXIT_OK;
+        return options->adapter ? refuseAdapter(source) : int{EXIT_OK};
     }
     const bool named = source.compare(0, DVB.size(), DVB) == 0;
     const std::string wanted = named ? source.substr(DVB.size()) : source;
@@ -59,6 +65,9 @@ int resolveChannel(StreamOptions* options) {
         return isPath && !named ? EXIT_OK
                                 : fail(EXIT_NOT_FOUND, "no file and no channel \"" + wanted +
                                                            "\"; see: orvplay channels list");
+    }
+    if (options->adapter && !channel->dvb.isTuned()) {
+        return refuseAdapter(wanted);
     }
     if (sourceOf(*channel).empty()) {
         return fail(EXIT_FAILED, "channel \"" + wanted +
@@ -91,11 +100,12 @@ int resumeChannel(StreamOptions* options) {
     return EXIT_OK;
 }
 
-std::string sourceOf(const Channel& channel) {
+std::string sourceOf(const Channel& channel, int adapter) {
     if (!channel.dvb.isTuned()) {
         return channel.source;
     }
     orvhost::DvbParameters place;
+    place.adapter = adapter;
     uint32_t system = SYS_UNDEFINED;
     for (const auto& [command, value] : channel.dvb.properties) {
         if (command == DTV_FREQUENCY) {
@@ -107,6 +117,15 @@ std::string sourceOf(const Channel& channel) {
         }
     }
     return system == SYS_ISDBT ? place.uri() : std::string();
+}
+
+int adapterOf(const std::string& source) {
+    std::string error;
+    const auto uri = orvhost::SourceUri::parse(source, &error);
+    const auto place = uri && uri->scheme == "dvb"
+                           ? orvhost::DvbParameters::parse(uri->target, uri->parameters, &error)
+                           : std::nullopt;
+    return place ? place->adapter : 0;
 }
 
 std::string placeOf(const std::string& source) {

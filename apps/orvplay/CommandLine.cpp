@@ -23,6 +23,14 @@ void addStreams(CLI::App* command, StreamOptions& options) {
     addPid(command, "--video-pid", options.videoPid, "picture");
     addPid(command, "--audio-pid", options.audioPid, "sound");
     addPid(command, "--caption-pid", options.captionPid, "captions");
+    addAdapter(command, options);
+}
+
+void addAdapter(CLI::App* command, StreamOptions& options) {
+    constexpr int MOST_ADAPTERS = 63;
+    command->add_option("--adapter", options.adapter, "Which DVB adapter receives the channel (0)")
+        ->check(CLI::Range(0, MOST_ADAPTERS))
+        ->type_name("N");
 }
 
 void addService(CLI::App* command, ServiceOptions& options) {
@@ -40,7 +48,8 @@ void addService(CLI::App* command, ServiceOptions& options) {
 
 CLI::Option* addSource(CLI::App* command, std::string& source) {
     return command->add_option("SOURCE", source,
-                               "A transport stream file, - for standard input, "
+                               "A channel by name or number, a transport stream file, - for "
+                               "standard input, "
                                "udp://[INTERFACE@]ADDRESS:PORT or rtp://...");
 }
 

@@ -13,6 +13,8 @@ namespace orvplay {
 void addPid(CLI::App* command, const std::string& name, std::optional<uint16_t>& pid,
             const std::string& what);
 void addStreams(CLI::App* command, StreamOptions& options);
+// For commands that take a channel by name.
+void addAdapter(CLI::App* command, StreamOptions& options);
 void addService(CLI::App* command, ServiceOptions& options);
 CLI::Option* addSource(CLI::App* command, std::string& source);
 void addStorage(CLI::App* command, int& storage);

@@ -56,7 +56,8 @@ CLI::App* addSnapshot(CLI::App& app, SnapshotOptions& options) {
         app.add_subcommand("snapshot", "Save stills of a broadcast or a media file as PNG");
     snapshot
         ->add_option("SOURCE", options.source,
-                     "A transport stream file, - for one on standard input, or a media file")
+                     "A channel by name or number, a transport stream file, - for one on standard "
+                     "input, udp://..., rtp://..., or a media file")
         ->required();
     addStreams(snapshot, options);
     addPid(snapshot, "--pcr-pid", options.pcrPid, "clock");
@@ -85,6 +86,7 @@ CLI::App* addSnapshot(CLI::App& app, SnapshotOptions& options) {
 CLI::App* addProbe(CLI::App& app, ProbeOptions& options) {
     CLI::App* probe = app.add_subcommand("probe", "Show what is in a transport stream");
     addSource(probe, options.source)->required();
+    addAdapter(probe, options);
     probe
         ->add_option("--duration", options.durationS,
                      "Seconds to read from standard input or a network (a file is read to its "
@@ -125,6 +127,7 @@ CLI::App* addCaptions(CLI::App& app, CaptionsOptions& options) {
     captions->add_option("--service", options.service,
                          "Service to take, by name or number (the first one with captions)");
     addPid(captions, "--caption-pid", options.captionPid, "captions");
+    addAdapter(captions, options);
     captions
         ->add_option("--format", options.format,
                      "Text (the default), SubRip, WebVTT or JSON, one object a line")

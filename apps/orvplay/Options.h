@@ -10,7 +10,8 @@ namespace orvplay {
 // Which streams of which source; a PID of 0 stands for none.
 struct StreamOptions {
     std::string source;
-    std::string service;  // name or number; empty: the first one
+    std::string service;         // name or number; empty: the first one
+    std::optional<int> adapter;  // that receives the channel; nothing: the first one
     std::optional<uint16_t> videoPid;
     std::optional<uint16_t> audioPid;
     std::optional<uint16_t> captionPid;
@@ -128,8 +129,7 @@ struct PlotOptions {
     std::string out = "timing.png";  // or .svg
 };
 
-struct ProbeOptions {
-    std::string source;
+struct ProbeOptions : StreamOptions {
     bool json = false;
     double durationS = 5.0;  // of a paced source
 };

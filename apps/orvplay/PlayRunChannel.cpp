@@ -26,11 +26,14 @@ void PlayRun::leaveChannel() {
 }
 
 ZapControl::Failure PlayRun::enterChannel(const Channel& channel, ZapTimes* times) {
-    if (ZapControl::Failure failure = tuneChannel(sourceOf(channel)); failure.code != EXIT_OK) {
+    const std::optional<int> adapter = mOptions.adapter;
+    if (ZapControl::Failure failure = tuneChannel(sourceOf(channel, adapter.value_or(0)));
+        failure.code != EXIT_OK) {
         return failure;
     }
     times->reach(ZapPart::TUNE, monotonicNs());
     static_cast<StreamOptions&>(mOptions) = {};
+    mOptions.adapter = adapter;
     mOptions.source = mSource.path;
     mOptions.service = channel.serviceId != 0 ? std::to_string(channel.serviceId) : "";
     StreamSelection selection;

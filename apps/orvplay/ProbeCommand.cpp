@@ -8,7 +8,9 @@
 #include <string>
 #include <thread>
 
+#include "ChannelSource.h"
 #include "EventLog.h"
+#include "FrontendText.h"
 #include "GuideText.h"
 #include "HumanText.h"
 #include "Interrupt.h"
@@ -81,8 +83,23 @@ double pcrIntervalMs(const PidMap& pids, uint16_t pid) {
     return found != pids.end() ? static_cast<double>(found->second.maxPcrIntervalNs) * 1e-6 : 0.0;
 }
 
+// As a shell takes it for one word.
+std::string shellWord(const std::string& text) {
+    constexpr char PLAIN[] =
+        "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-_./:@%+=,[]";
+    if (text.find_first_not_of(PLAIN) == std::string::npos) {
+        return text;
+    }
+    std::string word = "'";
+    for (const char c : text) {
+        word += c == '\'' ? "'\\''" : std::string(1, c);
+    }
+    return word + "'";
+}
+
 std::string playLine(const ProbeOptions& options, const Service& service) {
-    return "orvplay play " + options.source + " --service " + std::to_string(service.serviceId);
+    return "orvplay play " + shellWord(options.source) + " --service " +
+           std::to_string(service.serviceId);
 }
 
 nlohmann::ordered_json toJson(const ElementaryStream& stream, const PidMap& pids) {
@@ -160,6 +177,9 @@ void printJson(const ProbeOptions& options, const orvhost::ServiceList& list,
     if (statistics.network.datagrams > 0) {
         summary["reception"] = networkJson(statistics.network);
     }
+    if (statistics.frontend.present) {
+        summary["frontend"] = frontendJson(statistics.frontend);
+    }
     log.writeLine(summary);
 }
 
@@ -193,7 +213,8 @@ void printText(const ProbeOptions& options, const orvhost::ServiceList& list,
         }
         printf("  %s\n", playLine(options, service).c_str());
     }
-    printf("%s", networkText(statistics.network).c_str());
+    printf("%s%s", networkText(statistics.network).c_str(),
+           frontendText(statistics.frontend).c_str());
     printf("%llu packets, %llu bytes outside of packets, %llu losses of sync\n",
            static_cast<unsigned long long>(statistics.packets),
            static_cast<unsigned long long>(statistics.skippedBytes),
@@ -202,8 +223,12 @@ void printText(const ProbeOptions& options, const orvhost::ServiceList& list,
 
 }  // namespace
 
-int probeCommand(const ProbeOptions& options) {
+int probeCommand(const ProbeOptions& given) {
     Interrupt::install();
+    ProbeOptions options = given;
+    if (const int code = resolveChannel(&options); code != EXIT_OK) {
+        return code;
+    }
     orvhost::Tuner& tuner = orvhost::Tuner::instance();
     orvhost::TuneOptions tuning;
     tuning.paced = false;

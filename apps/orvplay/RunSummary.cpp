@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <fstream>
 
+#include "FrontendText.h"
 #include "MonotonicTime.h"
 #include "NetworkText.h"
 
@@ -156,6 +157,9 @@ nlohmann::ordered_json RunSummary::toJson(const PictureOutput::Figures& pictures
         line["reception"]["continuityErrors"] = mReception.continuityErrors;
         line["reception"]["droppedPackets"] = mReception.droppedPackets;
     }
+    if (mReception.frontend.present) {
+        line["frontend"] = frontendJson(mReception.frontend);
+    }
     line["cpuSeconds"] = toDecimals(mCpuSeconds, 2);
     line["voluntarySwitches"] = mSwitches;
     line["maxRssKb"] = mMaxRssKb;
@@ -178,7 +182,7 @@ std::string RunSummary::toText(const PictureOutput::Figures& pictures,
              static_cast<unsigned long long>(pictures.frames),
              static_cast<unsigned long long>(mDropped), firstFrameMs(pictures),
              pictures.jitterP99Ms, sound, mCpuSeconds, static_cast<double>(mMaxRssKb) / 1024);
-    return text + networkText(mReception.network);
+    return text + networkText(mReception.network) + frontendText(mReception.frontend);
 }
 
 }  // namespace orvplay

@@ -38,7 +38,7 @@ public:
     // Playback is about to stop: what is thrown away later does not count.
     void end(const ServiceCounts& service);
 
-    // How the source came in; told of those that come over a network.
+    // How the source came in; told of networks and adapters.
     void setReception(const orvhost::TunerSignal& signal) { mReception = signal; }
 
     nlohmann::ordered_json toJson(const PictureOutput::Figures& pictures,

@@ -25,11 +25,12 @@ class InterruptWatch {
 public:
     InterruptWatch()
         : mThread([](const std::stop_token& stop) {
-              while (!stop.stop_requested() && !Interrupt::requested()) {
-                  std::this_thread::sleep_for(std::chrono::milliseconds(STEP_MS / 2));
-              }
-              if (!stop.stop_requested()) {
-                  Tuner::instance().untune();
+              // Again and again: what is just being opened is tuned a moment later.
+              while (!stop.stop_requested()) {
+                  std::this_thread::sleep_for(std::chrono::milliseconds(STEP_MS / 4));
+                  if (Interrupt::requested()) {
+                      Tuner::instance().untune();
+                  }
               }
           }) {}
 
@@ -77,6 +78,9 @@ TuneResult SourceScan::run(const std::string& source, std::vector<Channel>* chan
     // By then the last tables have come.
     const orvhost::ServiceList whole = tuner.services(0);
     tuner.untune();
+    if (Interrupt::requested()) {
+        return {TuneStatus::Cancelled, source + ": given up"};  // names and numbers may be missing
+    }
     *channels =
         scannedChannels(whole.services.empty() ? list.services : whole.services, information);
     if (channels->empty() && list.result.ok()) {

@@ -10,8 +10,8 @@
 
 namespace orvplay {
 
-// Looks for channels with the tuner of this process. An interruption ends every wait; what was
-// found by then is kept.
+// Looks for channels with the tuner of this process. An interruption ends every wait, and what is
+// known of a source by then is no result.
 class SourceScan {
 public:
     // The longest wait for the first packets.

@@ -1,5 +1,6 @@
 #include "UnitsCommand.h"
 
+#include "ChannelSource.h"
 #include "ExitCode.h"
 #include "Interrupt.h"
 #include "ServiceNames.h"
@@ -64,8 +65,12 @@ int chooseStreams(const UnitsOptions& options, StreamSelection* selection) {
 
 }  // namespace
 
-int unitsCommand(const UnitsOptions& options) {
+int unitsCommand(const UnitsOptions& given) {
     Interrupt::install();
+    UnitsOptions options = given;
+    if (const int resolved = resolveChannel(&options); resolved != EXIT_OK) {
+        return resolved;
+    }
     orvhost::Tuner& tuner = orvhost::Tuner::instance();
     orvhost::TuneOptions tuning;
     tuning.paced = false;

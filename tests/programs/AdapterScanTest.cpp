@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <thread>
 
 #include <filesystem>
 
@@ -96,6 +100,38 @@ TEST_F(AdapterScanTest, FindsWhatIsOnAirAndKeepsWhatWasThere) {
     EXPECT_EQ(resolveChannel(&play), EXIT_OK);
     EXPECT_EQ(play.source, "dvb://0.0?frequency=767142857&bandwidth=6000000");
     EXPECT_EQ(play.service, "1032");
+    StreamOptions other;
+    other.source = "121";
+    other.adapter = 2;
+    EXPECT_EQ(resolveChannel(&other), EXIT_OK);
+    EXPECT_EQ(other.source, "dvb://2.0?frequency=767142857&bandwidth=6000000");
+    for (const char* source : {"-", "udp://239.255.1.1:5000", "dvb://1?frequency=473142857"}) {
+        other.source = source;
+        EXPECT_EQ(resolveChannel(&other), EXIT_USAGE) << source;
+    }
+}
+
+// In the middle of a channel: the program ends soon, and keeps the channels before that one alone.
+TEST_F(AdapterScanTest, AnInterruptionEndsItAtOnce) {
+    mOptions.timeoutS = 30.0;
+    const auto scanInterrupted = [this] {
+        std::thread user([this] {
+            for (size_t tuned = 0; tuned < 2; usleep(1000)) {
+                std::lock_guard lock(mBand.mutex);
+                tuned = mBand.tuned.size();
+            }
+            raise(SIGINT);
+        });
+        alarm(10);  // dies of that, if it waits for a signal
+        const int code = scanCommand(mOptions);
+        user.join();
+        _exit(code);
+    };
+    EXPECT_EXIT(scanInterrupted(), testing::ExitedWithCode(EXIT_INTERRUPTED), "");
+    const std::vector<Channel> found = channels();
+    ASSERT_EQ(found.size(), 2u);
+    EXPECT_EQ(found[0].name, "日本");
+    EXPECT_EQ(found[1].number, "611");
 }
 
 TEST_F(AdapterScanTest, AnAdapterThatCannotBeUsedEndsIt) {
