@@ -1,7 +1,7 @@
 # Debian packages of what is installed; `cpack` in the build folder makes three of them:
 #
 #   orvplayer         the service: orvplayerd, its libraries, units, bus files; liborvclient
-#   orvplayer-tools   orvplay, its window, manual page, completion
+#   orvplayer-tools   orvplay, its window, manual page, completion, desktop entry
 #   liborvclient-dev  headers and build files for programs that drive the service
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME orvplayer)
@@ -35,6 +35,22 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "development files of the OrvPlayer client library
  Headers, pkg-config and CMake files of liborvclient.")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "orvplayer (= ${PROJECT_VERSION})")
+
+# Every package tells its licence, in a folder of its name.
+foreach(package player:orvplayer tools:orvplayer-tools dev:liborvclient-dev)
+    string(REPLACE ":" ";" package ${package})
+    list(GET package 0 component)
+    list(GET package 1 name)
+    install(FILES ${CMAKE_SOURCE_DIR}/cmake/packages/copyright
+        DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/${name} COMPONENT ${component})
+endforeach()
+
+# What is linked to libfdk-aac depends on Debian's non-free section, and must not be given away with
+# FFmpeg as Debian builds it.
+option(ORV_PACKAGE_FDK_AAC "Make packages of a build with libfdk-aac" OFF)
+if(ORV_WITH_FDK_AAC AND ORV_FDK_AAC_FOUND AND NOT ORV_PACKAGE_FDK_AAC)
+    set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_SOURCE_DIR}/cmake/OrvRefusePackages.cmake)
+endif()
 
 include(CPack)
 cpack_add_component(player GROUP runtime)

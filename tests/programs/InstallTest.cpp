@@ -66,6 +66,20 @@ TEST_F(InstallTest, TheUnitsNameTheProgramAndAreTight) {
     EXPECT_EQ(result.exitCode, 0) << result.out << result.err;
 }
 
+TEST_F(InstallTest, TheDesktopOpensFilesWithIt) {
+    const fs::path entry = staged("/share/applications/orvplay.desktop");
+    const std::string text = textOf(entry);
+    EXPECT_NE(text.find("\nExec=orvplay play %f\n"), std::string::npos) << text;
+    EXPECT_NE(text.find("\nIcon=orvplay\n"), std::string::npos);
+    EXPECT_TRUE(fs::exists(staged("/share/icons/hicolor/scalable/apps/orvplay.svg")));
+    const std::string validate = "/usr/bin/desktop-file-validate";
+    if (!fs::exists(validate)) {
+        GTEST_SKIP() << "no desktop-file-validate";
+    }
+    const ProgramResult result = Program({validate}, {entry.string()}).finish(20);
+    EXPECT_EQ(result.exitCode, 0) << result.out << result.err;
+}
+
 // Each of the names starts the service; the policy of the system's bus is read, too.
 TEST_F(InstallTest, ABusStartsTheServiceByItsNames) {
     const fs::path folder = sStage / "activation";
