@@ -96,7 +96,7 @@ struct TuneOptions {
     // and its beginning goes on where its end is, with times and counters that go on. `faults`, a
     // script (docs/faults.md), says what happens to it on the way.
     bool asLive = false;
-    std::string faults;
+    std::string faults{};
 };
 
 struct ServiceList {
