@@ -169,7 +169,7 @@ TEST_F(FleetTest, OfOnePlayerOfTwoAndOfNone) {
     const auto first = play();
     const ProgramResult status = run({"status"});
     EXPECT_EQ(status.exitCode, 0) << status.err;
-    EXPECT_EQ(status.out.find("Plays      ORV HD"), 0U) << status.out;
+    EXPECT_EQ(status.out.find("Plays      6.1 ORV HD"), 0U) << status.out;
     const auto second = play();
     EXPECT_EQ(run({"status"}).exitCode, 2);
     const ProgramResult both = run({"stats", "--openmetrics"});

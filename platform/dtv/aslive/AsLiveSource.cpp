@@ -72,7 +72,7 @@ int AsLiveSource::readAhead() {
             const uint8_t* const packet = mWindow.fresh() + i * TS_PACKET_BYTES;
             mWaiting.insert(mWaiting.end(), packet, packet + TS_PACKET_BYTES);
             if (!mJoint.pass(&mWaiting[mWaiting.size() - TS_PACKET_BYTES])) {
-                mWaiting.resize(mWaiting.size() - TS_PACKET_BYTES);
+                mWaiting.erase(mWaiting.end() - ptrdiff_t{TS_PACKET_BYTES}, mWaiting.end());
             }
         }
         mPacer.add(mWaiting.data() + before, (mWaiting.size() - before) / TS_PACKET_BYTES);
