@@ -14,6 +14,11 @@
 #include "TimingData.h"
 #include "TimingPlot.h"
 
+// The fonts that cairo found stay with it for the life of the process.
+extern "C" __attribute__((visibility("default"))) const char* __lsan_default_suppressions() {
+    return "leak:libfontconfig\n";
+}
+
 namespace orvplot {
 namespace {
 
