@@ -1,6 +1,7 @@
 #include "Interrupt.h"
 
 #include <unistd.h>
+
 #include <atomic>
 #include <csignal>
 #include <initializer_list>
@@ -11,20 +12,19 @@ namespace orvplay {
 
 namespace {
 
-volatile sig_atomic_t gRequested = 0;
+std::atomic<bool> gRequested{false};
 std::atomic<bool> gDumpRequested{false};
 std::atomic<void (*)()> gBeforeSecond{nullptr};
-static_assert(std::atomic<bool>::is_always_lock_free);  // handlers use both
+static_assert(std::atomic<bool>::is_always_lock_free);  // handlers use them
 static_assert(std::atomic<void (*)()>::is_always_lock_free);
 
 void onSignal(int) {
-    if (gRequested != 0) {
+    if (gRequested.exchange(true)) {
         if (void (*const action)() = gBeforeSecond; action != nullptr) {
             action();
         }
         _exit(EXIT_INTERRUPTED);
     }
-    gRequested = 1;
 }
 
 void onDumpSignal(int) {
@@ -46,7 +46,7 @@ void Interrupt::install() {
 }
 
 bool Interrupt::requested() {
-    return gRequested != 0;
+    return gRequested;
 }
 
 void Interrupt::beforeSecond(void (*action)()) {
