@@ -199,6 +199,16 @@ void WindowDisplay::updateSize() {
     SDL_GetRendererOutputSize(mRenderer, &mWidth, &mHeight);
 }
 
+// The title follows what plays.
+void WindowDisplay::showState(const ScreenState& state) {
+    const std::string title = state.name + " - OrvPlayer";
+    if (!state.name.empty() && title != mTitle) {
+        mTitle = title;
+        SDL_SetWindowTitle(mWindow, mTitle.c_str());
+    }
+    mControls.setState(state);
+}
+
 void WindowDisplay::toggleFullScreen() {
     const bool isFull = (SDL_GetWindowFlags(mWindow) & SDL_WINDOW_FULLSCREEN_DESKTOP) != 0;
     SDL_SetWindowFullscreen(mWindow, isFull ? 0 : SDL_WINDOW_FULLSCREEN_DESKTOP);

@@ -48,7 +48,7 @@ public:
     void show(const orvhost::AcquiredBuffer& picture) override;
     void showCaption(const std::string& utf8) override;
     void showStatus(const std::string& utf8, bool stays) override;
-    void showState(const ScreenState& state) override { mControls.setState(state); }
+    void showState(const ScreenState& state) override;
     void showChannels(const ChannelRows& channels) override { mControls.setChannels(channels); }
     void showBanner() override;
     std::vector<UserRequest> handleEvents() override;
@@ -85,7 +85,7 @@ private:
     void draw();
     Placement placement() const;
 
-    const std::string mTitle;
+    std::string mTitle;
     bool mInitialised = false;
     SDL_Window* mWindow = nullptr;
     SDL_Renderer* mRenderer = nullptr;
