@@ -16,7 +16,7 @@ Status Transport::togglePause() {
     if (pause) {
         beginBreak();
     }
-    const Status status = pause ? player.pause() : player.resume();
+    const Status status = pause ? player.pause() : goOn();
     if (!status.ok()) {
         return status;
     }
@@ -30,6 +30,17 @@ Status Transport::togglePause() {
         showPosition("");
     }
     return status;
+}
+
+// What was sent to a paused broadcast is late, and the player lets sound stay up to 0.2 s late from
+// then on; from a new beginning it is exact. That would end a recording under way.
+Status Transport::goOn() {
+    orvclient::Player& player = mParts.session.player();
+    if (mSource.kind != SourceKind::LIVE || player.isRecording()) {
+        return player.resume();
+    }
+    const Status status = player.stop();
+    return status.ok() ? mParts.playAgain() : status;
 }
 
 Status Transport::seekBy(int64_t ms) {

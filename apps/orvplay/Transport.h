@@ -42,6 +42,7 @@ public:
     uint32_t seeks() const { return mSeeks; }
 
 private:
+    orvclient::Status goOn();
     void beginBreak();
     void expectOthers();
     void showPosition(const std::string& what);

@@ -183,6 +183,23 @@ TEST_F(ZapTest, TheUsersChannelsAreTheLineupAndTheLastOneIsRemembered) {
     EXPECT_FALSE(now.contains("totalMs")) << "it plays already: " << now;
 }
 
+// A second is more than the player lets sound be late.
+TEST_F(ZapTest, APausedBroadcastGoesOnWithSoundInStep) {
+    const auto player = start({"play", SAMPLE, "--headless", "--json", "--duration", "9"});
+    ASSERT_TRUE(player->waitForOutput("onStartVideoTask", PATIENCE_S));
+    EXPECT_EQ(ask(player->pid(), {{"command", "play.pause"}})["ok"], true);
+    std::this_thread::sleep_for(std::chrono::milliseconds(1200));
+    EXPECT_EQ(ask(player->pid(), {{"command", "play.pause"}})["ok"], true);
+    const ProgramResult result = player->finish(PATIENCE_S);
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    const auto summaries = named(result.events(), "summary");
+    ASSERT_EQ(summaries.size(), 1U);
+    EXPECT_GE(summaries[0]["avSkewMs"]["count"], 2) << summaries[0];
+    if (!SANITIZED) {
+        EXPECT_LT(summaries[0]["avSkewMs"]["max"], 60.0) << summaries[0];
+    }
+}
+
 TEST_F(ZapTest, RepeatedChangesAreMeasured) {
     const auto player = play(SAMPLE);
     const ProgramResult result = run({"zap", "--count", "2"});
