@@ -18,6 +18,8 @@ constexpr double GREATEST = 1e9;
 constexpr size_t MOST_NAMES = 32;     // of buffers, of reasons
 constexpr double MERGED_PART = 0.02;  // of the run: faults of a kind that close are one
 constexpr int64_t WRAP_90K = int64_t{1} << 33;
+// Nothing waits for so long, nor is it so late: its time belongs to another base than the clock.
+constexpr double OTHER_BASE_MS = 60'000;
 
 // A number of a sane size.
 std::optional<double> numberOf(const json& line, const char* name) {
@@ -89,7 +91,7 @@ private:
         if (kind == "audio") {
             addTo(&mData.audioMs, t, numberOf(line, "waitMs"));
             if (const auto skew = numberOf(line, "skewMs")) {
-                mData.skewMs.push_back({t, *skew - mLateMs});
+                addTo(&mData.skewMs, t, *skew - mLateMs);
             }
         } else if (kind == "buffers") {
             return addFills(t, line);
@@ -103,8 +105,10 @@ private:
         return true;
     }
 
-    static void addTo(std::vector<Point>* points, double t, std::optional<double> value) {
-        if (value) {
+    void addTo(std::vector<Point>* points, double t, std::optional<double> value) {
+        if (value && std::abs(*value) > OTHER_BASE_MS) {
+            ++mData.otherBases;
+        } else if (value) {
             points->push_back({t, *value});
         }
     }

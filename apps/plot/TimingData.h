@@ -31,6 +31,7 @@ struct TimingData {
     uint64_t shown = 0;         // pictures
     uint64_t missed = 0;        // lines that were lost when they were written
     uint64_t badLines = 0;
+    uint64_t otherBases = 0;  // times that belong to another time base than the clock: not plotted
 
     bool isEmpty() const { return lines == 0; }
     uint64_t lines = 0;  // that were understood

@@ -143,6 +143,9 @@ private:
         if (mData.badLines > 0) {
             figures += ", " + std::to_string(mData.badLines) + " lines not understood";
         }
+        if (mData.otherBases > 0) {
+            figures += ", " + std::to_string(mData.otherBases) + " times of another time base";
+        }
         mPainter.text(LEFT, 40, figures);
     }
 

@@ -110,6 +110,19 @@ TEST(TimingDataTest, TakesLinesApart) {
     EXPECT_EQ(data.faults[2].to, 8.0);
 }
 
+// Behind a jump of the time base: hours would flatten everything else.
+TEST(TimingDataTest, TimesOfAnotherBaseAreCountedOnly) {
+    const TimingData data = dataOf(
+        "{\"kind\":\"video\",\"t\":1,\"waitMs\":39000000,\"shown\":false,\"why\":\"early\"}\n"
+        "{\"kind\":\"audio\",\"t\":1,\"waitMs\":-90000,\"skewMs\":39000000,\"shown\":true}\n"
+        "{\"kind\":\"video\",\"t\":2,\"waitMs\":1500,\"shown\":true}\n");
+    EXPECT_EQ(data.otherBases, 3u);
+    ASSERT_EQ(data.videoMs.size(), 1u);
+    EXPECT_EQ(data.videoMs[0].value, 1500);
+    EXPECT_TRUE(data.audioMs.empty());
+    EXPECT_TRUE(data.skewMs.empty());
+}
+
 TEST(TimingDataTest, PassesOverAndCountsWhatIsNoTiming) {
     const std::string bad[] = {
         "no json",
