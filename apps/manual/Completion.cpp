@@ -91,7 +91,7 @@ std::string quoted(const std::string& text) {
     return out;
 }
 
-// Inside the brackets of a specification of _arguments.
+// Inside the brackets of what _arguments takes for an option.
 std::string bracketed(const std::string& text) {
     std::string out;
     for (const char c : quoted(text)) {

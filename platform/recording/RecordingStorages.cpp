@@ -51,7 +51,7 @@ RecordingStorages RecordingStorages::ofHost() {
 }
 
 std::string RecordingStorages::dataFolder() {
-    // The XDG base directory specification: a relative path is to be passed over.
+    // By the rules of XDG base directories a relative path is to be passed over.
     const std::string data = variable("XDG_DATA_HOME");
     if (!data.empty() && data[0] == '/') {
         return data + "/orvplayer";
